@@ -1,0 +1,37 @@
+#pragma once
+
+#include <filesystem>
+#include <string_view>
+
+namespace pw::platform {
+class HostInfo;
+class Clock;
+} // namespace pw::platform
+
+// The plain-text diagnostic log: one timestamped, categorised line per message,
+// emptied at every start, each line flushed to disk before `log` returns, crash
+// lines written from the fatal-signal and uncaught-exception handlers.
+// Process-wide state behind free functions; callable from any thread.
+namespace pw::DiagnosticLog {
+
+// Empties (or creates) the file at the platform's log location, opens it and installs
+// the crash handlers. If the file cannot be opened the program runs on without a
+// file log, silently.
+void start();
+// The same, at an explicit location with explicit collaborators (tests).
+void start(const std::filesystem::path& file, const platform::HostInfo& host,
+           platform::Clock& clock);
+
+// Writes the seven-line start banner, category "System".
+void writeBanner();
+
+// Appends "[yyyy-MM-dd HH:mm:ss.SSS] [category] message\n". Dropped before `start`.
+void log(std::string_view category, std::string_view message);
+
+// Where the file lives (shown in the banner).
+std::filesystem::path logFileURL();
+
+// Closes the file and forgets the state, so a test can start afresh. Not used by the program.
+void resetForTesting();
+
+} // namespace pw::DiagnosticLog

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/AVService.h"
+#include "platform/Clock.h"
+#include "platform/DisplayServices.h"
+#include "platform/HostInfo.h"
+#include "platform/MainQueue.h"
+#include "platform/Registry.h"
+#include "platform/SystemLog.h"
+#include "platform/UserDefaults.h"
+
+namespace pw::platform {
+
+// Which kind of Mac the program runs as: decides transport discovery, the registry
+// class watched for hot-plug and the banner. Fixed by the CPU on a Mac, by the
+// scenario on the simulated machine; Linux presents itself as `appleSilicon`
+// (AV-service style I2C channels found through the registry seam).
+enum class Flavor { appleSilicon, intel };
+
+// Every operating-system facility the program uses, as installed at start-up.
+// A member may be null where a machine lacks the facility; callers check.
+struct Platform {
+    Flavor flavor = Flavor::appleSilicon;
+    std::shared_ptr<Clock> clock;
+    std::shared_ptr<MainQueue> mainQueue;
+    std::shared_ptr<SystemLogSink> systemLog;
+    std::shared_ptr<HostInfo> host;
+    std::shared_ptr<Registry> registry;
+    std::shared_ptr<AVServiceFactory> avServices;
+    std::shared_ptr<DisplayServices> displays;
+    std::shared_ptr<UserDefaults> defaults;
+};
+
+// The process-wide platform that `shared()` services are built from. Installed
+// once by main() (or by a test fixture) before any service is used.
+void install(Platform platform);
+const Platform& current();
+
+} // namespace pw::platform

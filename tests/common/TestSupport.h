@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "platform/Platform.h"
+
+namespace pw::test {
+
+// A fresh directory under the system's temp folder, removed with everything in it.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+// Installs a platform for the lifetime of the object and puts the previous one back.
+class ScopedPlatform {
+public:
+    explicit ScopedPlatform(platform::Platform platform);
+    ~ScopedPlatform();
+    ScopedPlatform(const ScopedPlatform&) = delete;
+    ScopedPlatform& operator=(const ScopedPlatform&) = delete;
+
+private:
+    platform::Platform previous_;
+};
+
+// Path of a file in the source tree (scenarios/, fuzz/corpus/, ...).
+std::filesystem::path sourcePath(const std::string& relative);
+
+// The whole contents of a file, or "" when it cannot be read.
+std::string readFile(const std::filesystem::path& file);
+
+} // namespace pw::test
