@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "platform/DisplayServices.h"
+#include "platform/Platform.h"
+#include "platform/sim/MonitorSpec.h"
+
+namespace pw::sim {
+
+// One display of a simulated machine (see docs/scenarios.md for every field).
+struct DisplaySpec {
+    platform::DisplayID id = 0;
+    bool builtin = false;
+    std::uint32_t vendor = 0;
+    std::uint32_t model = 0;
+    std::uint32_t serial = 0;
+    std::optional<std::string> name;      // what the system reports; absent = unknown
+    bool appleDisplay = false;            // the system reads its brightness itself
+    std::optional<MonitorSpec> monitor;   // absent = no DDC/CI channel
+    // Naming sources beyond `name`, registry and screen details: filled by the loader
+    // with the defaults docs/scenarios.md gives.
+    std::vector<std::pair<std::string, std::string>> productNames; // locale -> name
+    std::optional<std::string> screenName;
+    platform::Rect frame;
+    std::string location = "External";    // "Location" of the connection's AV service
+    bool hasEDID = true;                  // the framebuffer entry carries "IODisplayEDID"
+};
+
+struct Scenario {
+    platform::Flavor flavor = platform::Flavor::appleSilicon;
+    std::vector<DisplaySpec> displays;
+    std::string source; // file it came from, for messages
+};
+
+// What was wrong with a scenario: the file, the JSON path ("displays[1].monitor.features.
+// brightness") and what was expected there.
+struct ScenarioError {
+    std::string file;
+    std::string path;
+    std::string expected;
+    std::string message() const; // "FILE: PATH: expected ..."
+};
+
+using ScenarioResult = std::variant<Scenario, ScenarioError>;
+
+ScenarioResult parseScenario(std::string_view json, std::string_view sourceName);
+ScenarioResult loadScenarioFile(const std::filesystem::path& file);
+
+} // namespace pw::sim

@@ -1,0 +1,60 @@
+#include "platform/sim/SimHostInfo.h"
+
+#include <unistd.h>
+
+namespace pw::sim {
+
+SimHostInfo::SimHostInfo(platform::Flavor flavor, std::filesystem::path logPath)
+    : flavor_(flavor), logPath_(std::move(logPath)) {
+    bundle_["CFBundleShortVersionString"] = std::string("0.1.0");
+    bundle_["CFBundleVersion"] = std::string("1");
+    bundle_["CFBundleIdentifier"] = std::string("com.panelwright.app");
+}
+
+std::filesystem::path SimHostInfo::diagnosticLogPath() const {
+    std::lock_guard lock(mutex_);
+    return logPath_;
+}
+
+bool SimHostInfo::prepareDiagnosticLogFolder() const {
+    std::error_code ec;
+    const auto folder = diagnosticLogPath().parent_path();
+    if (folder.empty()) return false;
+    std::filesystem::create_directories(folder, ec);
+    return !ec;
+}
+
+std::string SimHostInfo::operatingSystemLine() const { return "macOS 14.5.0"; }
+
+std::string SimHostInfo::architectureLine() const {
+    return flavor_ == platform::Flavor::intel ? "Architecture: x86_64 (Intel)"
+                                              : "Architecture: arm64 (Apple Silicon)";
+}
+
+std::string SimHostInfo::processName() const { return "Panelwright"; }
+
+std::int64_t SimHostInfo::processId() const { return static_cast<std::int64_t>(::getpid()); }
+
+std::optional<platform::BundleValue> SimHostInfo::bundleInfo(const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    auto it = bundle_.find(key);
+    if (it == bundle_.end()) return std::nullopt;
+    return it->second;
+}
+
+std::vector<std::string> SimHostInfo::currentStackSymbols() const {
+    return {"0   Panelwright   simulated frame"};
+}
+
+void SimHostInfo::setLogPath(std::filesystem::path path) {
+    std::lock_guard lock(mutex_);
+    logPath_ = std::move(path);
+}
+
+void SimHostInfo::setBundleInfo(const std::string& key, std::optional<platform::BundleValue> value) {
+    std::lock_guard lock(mutex_);
+    if (value) bundle_[key] = *value;
+    else bundle_.erase(key);
+}
+
+} // namespace pw::sim

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "platform/sim/MonitorSpec.h"
+
+namespace pw::sim {
+
+// A DDC/CI monitor as seen from the host's side of the I2C bus. It parses the real
+// request bytes (a request with a bad checksum is ignored, as a monitor does), keeps
+// an MCCS feature table, clamps writes to 0..max, prepares the real 11-byte Get VCP
+// reply, which is ready only `replyDelay` after the request, and plays the scripted
+// faults of its spec. Thread-safe; it never sleeps (time is the clock's).
+class VirtualMonitor {
+public:
+    VirtualMonitor(MonitorSpec spec, platform::Clock& clock);
+
+    // An I2C write to `chipAddress` whose first byte on the wire is `dataAddress`
+    // (0x51, the host) followed by `bytes` (the frame). 0 = acknowledged; a NAK or a
+    // wrong chip address gives a non-zero code.
+    std::int32_t receive(std::uint32_t chipAddress, std::uint32_t dataAddress,
+                         std::span<const std::uint8_t> bytes);
+    // An I2C read of `out.size()` bytes. 0 = the bus transfer happened (the bytes may
+    // still be garbage, e.g. a reply not ready yet reads as the null message).
+    std::int32_t respond(std::uint32_t chipAddress, std::uint32_t offset,
+                         std::span<std::uint8_t> out);
+
+    std::optional<MonitorSpec::Feature> feature(std::uint8_t code) const;
+    void setFeature(std::uint8_t code, std::uint16_t current, std::uint16_t max);
+    // Every value as it stands now (to keep a simulated monitor's state between CLI runs).
+    MonitorSpec snapshot() const;
+
+    std::size_t requestsAccepted() const; // well-formed requests that reached the monitor
+    std::size_t requestsIgnored() const;  // requests dropped for a bad checksum or layout
+
+private:
+    mutable std::mutex mutex_;
+    platform::Clock& clock_;
+    MonitorSpec spec_;
+    std::optional<std::vector<std::uint8_t>> pendingReply_;
+    platform::Clock::TimePoint replyReadyAt_{};
+    std::size_t accepted_ = 0;
+    std::size_t ignored_ = 0;
+};
+
+} // namespace pw::sim
