@@ -35,6 +35,10 @@ public:
     // Every value as it stands now (to keep a simulated monitor's state between CLI runs).
     MonitorSpec snapshot() const;
 
+    // A monitor whose cable was pulled: nothing acknowledges on the bus any more.
+    void setAttached(bool attached);
+    bool attached() const;
+
     std::size_t requestsAccepted() const; // well-formed requests that reached the monitor
     std::size_t requestsIgnored() const;  // requests dropped for a bad checksum or layout
 
@@ -46,6 +50,7 @@ private:
     platform::Clock::TimePoint replyReadyAt_{};
     std::size_t accepted_ = 0;
     std::size_t ignored_ = 0;
+    bool attached_ = true;
 };
 
 } // namespace pw::sim
