@@ -21,6 +21,9 @@ public:
     virtual void set(std::string_view key, const DefaultsValue& value) = 0;
     virtual void remove(std::string_view key) = 0;
     virtual std::vector<std::string> keys() = 0;
+
+    // A string literal would otherwise convert to bool and be stored as a Boolean.
+    void set(std::string_view key, const char* text) { set(key, DefaultsValue(std::string(text))); }
 };
 
 } // namespace pw::platform

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "platform/UserDefaults.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// The program's persistent settings: the keys it reads and writes in the user-defaults
+// store and the accessors for the keys more than one place needs.
+//
+// Every accessor comes twice: one form takes the store explicitly (tests, the command
+// line), the other uses the installed platform's store. Without an installed store the
+// plain readers give each key's default and the plain setters do nothing, so code that
+// runs before (or without) a platform keeps working on defaults.
+//
+// A value of an unexpected kind never fails a read: the typed readers convert it the way
+// a user-defaults store does (see integer, doubleValue, boolean), and the accessors that
+// need to tell absence from a value look at the stored kind directly.
+namespace pw::Preferences {
+
+// What the settings window offers to do with a monitor's values at start-up.
+enum class StartupAction : std::int64_t { doNothing = 0, restoreLast = 1, readFromDisplay = 2 };
+
+// The case for 0, 1 and 2; nothing for any other raw value.
+std::optional<StartupAction> startupActionFromRaw(std::int64_t raw);
+constexpr std::int64_t rawValue(StartupAction action) {
+    return static_cast<std::int64_t>(action);
+}
+// The text the settings window's picker shows.
+std::string_view label(StartupAction action);
+
+// Global keys.
+inline constexpr std::string_view kStartupAction = "app.startupAction";
+inline constexpr std::string_view kLaunchAtLogin = "app.launchAtLogin";
+inline constexpr std::string_view kShowOSD = "app.showOSD";
+// Tuning keys: no user interface writes them; read once at launch when present.
+inline constexpr std::string_view kDDCRetryCount = "ddcRetryCount";
+inline constexpr std::string_view kDDCCacheTTL = "ddcCacheTTL";
+inline constexpr std::string_view kBrightnessStepPercent = "brightnessStepPercent";
+inline constexpr std::string_view kVolumeStepPercent = "volumeStepPercent";
+
+// Option names of the per-display keys.
+inline constexpr std::string_view kForceSoftwareBrightness = "forceSoftwareBrightness";
+inline constexpr std::string_view kFriendlyName = "friendlyName";
+inline constexpr std::string_view kLongerDelay = "longerDelay";
+
+// "display." + preferenceKey + "." + option. Nothing is escaped: the display's name
+// appears in the key exactly as it is, spaces and punctuation included.
+std::string displayKey(std::string_view preferenceKey, std::string_view option);
+
+// --- Typed readers with the store's own conversion rules -------------------------------
+
+// Missing: 0. Boolean: 0 or 1. Double: truncated toward zero (clamped to the int64 range,
+// NaN gives 0). String: parsed as a decimal number when the whole text (surrounding
+// whitespace aside) is one, a fraction truncated; any other text gives 0.
+std::int64_t integer(platform::UserDefaults& store, std::string_view key);
+std::int64_t integer(std::string_view key);
+
+// Missing: 0.0. Integer: converted. Boolean: 0.0 or 1.0. String: parsed as a decimal
+// number when the whole text is one, else 0.0.
+double doubleValue(platform::UserDefaults& store, std::string_view key);
+double doubleValue(std::string_view key);
+
+// Missing: false. Numbers: true when non-zero (NaN is false). Strings: "yes" and "true"
+// in any letter case, or a number that is not zero; anything else false.
+bool boolean(platform::UserDefaults& store, std::string_view key);
+bool boolean(std::string_view key);
+
+// --- Accessors --------------------------------------------------------------------------
+
+// The integer under app.startupAction: 0, 1, 2 give that case; any other value, negative
+// ones included, gives readFromDisplay. Absent gives doNothing.
+StartupAction startupAction(platform::UserDefaults& store);
+StartupAction startupAction();
+
+// The Boolean under app.showOSD; true when absent or stored as anything but a Boolean.
+bool showOSD(platform::UserDefaults& store);
+bool showOSD();
+
+bool forceSoftwareBrightness(platform::UserDefaults& store, std::string_view preferenceKey);
+bool forceSoftwareBrightness(std::string_view preferenceKey);
+void setForceSoftwareBrightness(platform::UserDefaults& store, bool value,
+                                std::string_view preferenceKey);
+void setForceSoftwareBrightness(bool value, std::string_view preferenceKey);
+
+// The string under the display's friendlyName key; nothing when absent, empty or not a
+// string.
+std::optional<std::string> friendlyName(platform::UserDefaults& store,
+                                        std::string_view preferenceKey);
+std::optional<std::string> friendlyName(std::string_view preferenceKey);
+// Stores the name; nothing or an empty string removes the key.
+void setFriendlyName(platform::UserDefaults& store, const std::optional<std::string>& name,
+                     std::string_view preferenceKey);
+void setFriendlyName(const std::optional<std::string>& name, std::string_view preferenceKey);
+
+// "Use longer DDC delay" of one display; read by every display enumeration.
+bool longerDelay(platform::UserDefaults& store, std::string_view preferenceKey);
+bool longerDelay(std::string_view preferenceKey);
+void setLongerDelay(platform::UserDefaults& store, bool value, std::string_view preferenceKey);
+void setLongerDelay(bool value, std::string_view preferenceKey);
+
+} // namespace pw::Preferences
