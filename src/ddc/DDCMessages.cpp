@@ -1,1 +1,122 @@
-// (being written)
+#include "ddc/DDCMessages.h"
+
+#include "app/DiagnosticLog.h"
+#include "app/SystemLog.h"
+
+#include <string_view>
+
+namespace pw::ddc {
+
+namespace {
+
+// Every request checksum starts from the destination and source addresses.
+constexpr std::uint8_t kRequestSeed = kDisplayWriteAddress ^ kHostSourceAddress; // 0x3F
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+void appendHex(std::string& out, std::uint8_t byte) {
+    out.push_back(kHexDigits[byte >> 4]);
+    out.push_back(kHexDigits[byte & 0x0F]);
+}
+
+std::string decimal(std::uint8_t value) {
+    return std::to_string(static_cast<unsigned>(value));
+}
+
+std::string hexByte(std::uint8_t value) {
+    std::string out = "0x";
+    appendHex(out, value);
+    return out;
+}
+
+// A rejected reply goes to the system log for whoever watches the console and to the
+// diagnostic file, which users attach to bug reports; the two texts differ on purpose.
+void reject(platform::LogLevel level, std::string_view systemMessage,
+            std::string_view fileMessage) {
+    SystemLog::ddc().write(level, systemMessage);
+    DiagnosticLog::log("DDC", fileMessage);
+}
+
+} // namespace
+
+std::array<std::uint8_t, 4> makeGetVCPRequest(std::uint8_t code) {
+    constexpr std::uint8_t length = kLengthFlag | 2;
+    const auto checksum = static_cast<std::uint8_t>(kRequestSeed ^ length ^ kGetVCPOpcode ^ code);
+    return {length, kGetVCPOpcode, code, checksum};
+}
+
+std::array<std::uint8_t, 6> makeSetVCPRequest(std::uint8_t code, std::uint16_t value) {
+    constexpr std::uint8_t length = kLengthFlag | 4;
+    const auto high = static_cast<std::uint8_t>(value >> 8);
+    const auto low = static_cast<std::uint8_t>(value & 0xFF);
+    const auto checksum =
+        static_cast<std::uint8_t>(kRequestSeed ^ length ^ kSetVCPOpcode ^ code ^ high ^ low);
+    return {length, kSetVCPOpcode, code, high, low, checksum};
+}
+
+std::optional<DDCReadResult> parseVCPReply(std::span<const std::uint8_t> reply) {
+    // A short buffer is what a failed or truncated read leaves behind; the transport
+    // layer already knows about it, so it is not worth a log line here.
+    if (reply.size() < kReplyLength) return std::nullopt;
+
+    std::uint8_t expected = kHostReplyAddress;
+    for (std::size_t i = 0; i + 1 < reply.size(); ++i)
+        expected ^= reply[i];
+    const std::uint8_t got = reply.back();
+    if (expected != got) {
+        reject(platform::LogLevel::error,
+               "DDC response checksum mismatch: expected " + decimal(expected) + ", got " +
+                   decimal(got),
+               "Checksum mismatch: expected " + decimal(expected) + ", got " + decimal(got) +
+                   ". Response: " + hexDump(reply));
+        return std::nullopt;
+    }
+
+    if (reply[2] != kGetVCPReplyOpcode) {
+        reject(platform::LogLevel::error,
+               "DDC wrong response type: expected 0x02, got " + hexByte(reply[2]),
+               "Wrong response type: " + hexDump(reply));
+        return std::nullopt;
+    }
+
+    // A monitor that lacks a feature says so politely; that is expected, not an error.
+    if (const std::uint8_t status = reply[3]; status != 0x00) {
+        reject(platform::LogLevel::info,
+               "DDC VCP code not supported by display (status: " + decimal(status) + ")",
+               "VCP code unsupported (status=" + decimal(status) + ")");
+        return std::nullopt;
+    }
+
+    // The echoed code (byte 4) is deliberately not compared with the request: some
+    // monitors echo it wrongly while the values are fine.
+    DDCReadResult result;
+    result.max = static_cast<std::uint16_t>((reply[6] << 8) | reply[7]);
+    result.current = static_cast<std::uint16_t>((reply[8] << 8) | reply[9]);
+    return result;
+}
+
+std::string hexDump(std::span<const std::uint8_t> bytes) {
+    std::string out;
+    if (bytes.empty()) return out;
+    out.reserve(bytes.size() * 3 - 1);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i > 0) out.push_back(' ');
+        appendHex(out, bytes[i]);
+    }
+    return out;
+}
+
+std::vector<std::uint8_t> intelWireForm(std::span<const std::uint8_t> frame) {
+    std::vector<std::uint8_t> wire;
+    if (frame.empty()) return wire;
+    wire.reserve(frame.size() + 1);
+    wire.push_back(kHostSourceAddress);
+    wire.insert(wire.end(), frame.begin(), frame.end() - 1);
+    std::uint8_t checksum = kDisplayWriteAddress;
+    for (std::uint8_t byte : wire)
+        checksum ^= byte;
+    wire.push_back(checksum);
+    return wire;
+}
+
+} // namespace pw::ddc

@@ -32,12 +32,14 @@ class BusLog {
 public:
     explicit BusLog(platform::Clock& clock) : clock_(clock) {}
 
-    // Marks the start of a transfer; returns its index for `finish`.
+    // Marks the start of a transfer; returns its ticket for `finish`. Tickets stay
+    // unique across `clear`, so a transfer that was in flight then is simply dropped.
     std::size_t begin(BusTransfer::Kind kind, std::string endpoint, std::uint32_t chipAddress,
                       std::uint32_t dataAddress);
     void finish(std::size_t index, std::vector<std::uint8_t> bytes, std::int32_t result);
 
     std::vector<BusTransfer> transfers() const;
+    // How many recorded transfers are flagged `overlapped` (a clash of two counts 2).
     std::size_t overlapCount() const;
     void clear();
 
@@ -47,7 +49,8 @@ private:
     platform::Clock& clock_;
     mutable std::mutex mutex_;
     std::vector<BusTransfer> transfers_;
-    std::vector<std::size_t> inFlight_;
+    std::vector<std::size_t> inFlight_; // tickets
+    std::size_t firstTicket_ = 0;       // ticket of transfers_[0]
 };
 
 } // namespace pw::sim

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -12,8 +13,16 @@ namespace pw::sim {
 // The AV service of one simulated display connection: its I2C calls reach the
 // connection's virtual monitor (or nothing, for a connection without DDC/CI, where
 // every call fails) and are recorded in the bus log.
+//
+// On virtual time each transfer takes as long as its bytes need on a 100 kHz bus, so
+// bus time shows up in the clock; on a real clock nothing extra happens.
 class SimAVService final : public platform::AVService {
 public:
+    // What the calls return on a connection with no DDC/CI endpoint (IOKit's "no device").
+    static constexpr std::int32_t kNoDevice = static_cast<std::int32_t>(0xE00002C0u);
+    // One byte on a 100 kHz I2C bus: eight data bits and the acknowledge bit.
+    static constexpr std::chrono::microseconds kByteTime{90};
+
     SimAVService(std::shared_ptr<VirtualMonitor> monitor, std::shared_ptr<BusLog> bus,
                  std::string endpoint, std::int64_t hash);
 
@@ -30,6 +39,8 @@ private:
     std::shared_ptr<BusLog> bus_;
     std::string endpoint_;
     std::int64_t hash_;
+
+    void spendBusTime(std::size_t bytesOnWire);
 };
 
 } // namespace pw::sim
