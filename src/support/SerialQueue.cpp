@@ -8,6 +8,7 @@ namespace pw {
 
 namespace {
 thread_local const SerialQueue* tCurrentQueue = nullptr;
+thread_local const std::string* tCurrentLabel = nullptr;
 
 void nameThisThread(const std::string& label) {
     // Linux limits thread names to 15 bytes; keep the most telling end of the label.
@@ -23,19 +24,23 @@ void nameThisThread(const std::string& label) {
 }
 } // namespace
 
-SerialQueue::SerialQueue(std::string label) : label_(std::move(label)) {
-    worker_ = std::thread([this] { run(); });
+SerialQueue::SerialQueue(std::string label)
+    : label_(std::move(label)), state_(std::make_shared<State>()) {
+    state_->label = label_;
+    worker_ = std::thread([state = state_, owner = this] { run(state, owner); });
 }
 
 SerialQueue::~SerialQueue() {
     {
-        std::lock_guard lock(mutex_);
-        stopping_ = true;
+        std::lock_guard lock(state_->mutex);
+        state_->stopping = true;
     }
-    wake_.notify_all();
+    state_->wake.notify_all();
     if (worker_.joinable()) {
         if (worker_.get_id() == std::this_thread::get_id()) {
-            worker_.detach(); // destroyed from its own task: nothing left to wait for
+            // Destroyed from its own task: the worker drains what is left on the shared
+            // state and ends by itself.
+            worker_.detach();
         } else {
             worker_.join();
         }
@@ -44,10 +49,10 @@ SerialQueue::~SerialQueue() {
 
 void SerialQueue::async(Task task) {
     {
-        std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
+        std::lock_guard lock(state_->mutex);
+        state_->tasks.push_back(std::move(task));
     }
-    wake_.notify_one();
+    state_->wake.notify_one();
 }
 
 void SerialQueue::sync(const Task& task) {
@@ -70,25 +75,25 @@ void SerialQueue::sync(const Task& task) {
 
 bool SerialQueue::isCurrent() const { return tCurrentQueue == this; }
 
-std::string SerialQueue::currentLabel() {
-    return tCurrentQueue ? tCurrentQueue->label_ : std::string();
-}
+std::string SerialQueue::currentLabel() { return tCurrentLabel ? *tCurrentLabel : std::string(); }
 
-void SerialQueue::run() {
-    nameThisThread(label_);
-    tCurrentQueue = this;
+void SerialQueue::run(const std::shared_ptr<State>& state, const SerialQueue* owner) {
+    nameThisThread(state->label);
+    tCurrentQueue = owner;
+    tCurrentLabel = &state->label;
     for (;;) {
         Task task;
         {
-            std::unique_lock lock(mutex_);
-            wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-            if (tasks_.empty()) break; // stopping and drained
-            task = std::move(tasks_.front());
-            tasks_.pop_front();
+            std::unique_lock lock(state->mutex);
+            state->wake.wait(lock, [&] { return state->stopping || !state->tasks.empty(); });
+            if (state->tasks.empty()) break; // stopping and drained
+            task = std::move(state->tasks.front());
+            state->tasks.pop_front();
         }
         task();
     }
     tCurrentQueue = nullptr;
+    tCurrentLabel = nullptr;
 }
 
 } // namespace pw

@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <type_traits>
@@ -51,13 +52,19 @@ public:
     static std::string currentLabel();
 
 private:
-    void run();
+    // Shared with the worker thread, so a queue destroyed by one of its own tasks
+    // leaves the worker something valid to finish with.
+    struct State {
+        std::string label;
+        std::mutex mutex;
+        std::condition_variable wake;
+        std::deque<Task> tasks;
+        bool stopping = false;
+    };
+    static void run(const std::shared_ptr<State>& state, const SerialQueue* owner);
 
     std::string label_;
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::deque<Task> tasks_;
-    bool stopping_ = false;
+    std::shared_ptr<State> state_;
     std::thread worker_;
 };
 

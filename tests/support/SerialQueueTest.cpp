@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -87,6 +88,22 @@ TEST(WeakOwner, WorkEndsWithoutEffectWhenTheOwnerIsGone) {
     owner.reset();
     task(5); // must not touch freed memory (asan would say)
     EXPECT_TRUE(watch.expired());
+}
+
+} // namespace
+} // namespace pw
+
+namespace pw {
+namespace {
+
+TEST(SerialQueue, ADestroyedQueueFromItsOwnTaskLetsTheWorkerFinishSafely) {
+    std::promise<void> finished;
+    auto* queue = new SerialQueue("com.panelwright.test");
+    queue->async([queue, &finished] {
+        queue->async([&finished] { finished.set_value(); }); // still queued at the delete
+        delete queue;
+    });
+    EXPECT_EQ(finished.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 } // namespace
