@@ -11,6 +11,7 @@
 
 #include "platform/DisplayServices.h"
 #include "platform/Platform.h"
+#include "platform/Registry.h"
 #include "platform/sim/MonitorSpec.h"
 
 namespace pw::sim {
@@ -32,12 +33,30 @@ struct DisplaySpec {
     platform::Rect frame;
     std::string location = "External";    // "Location" of the connection's AV service
     bool hasEDID = true;                  // the framebuffer entry carries "IODisplayEDID"
+
+    // The system has a "DisplayProductName" entry for the display that is not a map of
+    // strings (the program must treat it as no names at all).
+    bool productNamesWrongType = false;
+    // Parent steps from the connection's AV service entry up to its framebuffer entry.
+    unsigned edidParentDepth = 4;
+    // Bytes presented as "IODisplayEDID" instead of the EDID built from the identity.
+    std::optional<std::vector<std::uint8_t>> edid;
+    // Making an AV service for the connection fails (as it does for some docks).
+    bool avServiceCreateFails = false;
+    // Properties forced onto the connection's AV service entry or its framebuffer entry
+    // after they are built, in order; nothing = the property is removed. This is how a
+    // machine presents a "Location" that is a number or an "IODisplayEDID" that is text.
+    using PropertyOverrides =
+        std::vector<std::pair<std::string, std::optional<platform::PropertyValue>>>;
+    PropertyOverrides proxyProperties;
+    PropertyOverrides framebufferProperties;
 };
 
 struct Scenario {
     platform::Flavor flavor = platform::Flavor::appleSilicon;
     std::vector<DisplaySpec> displays;
-    std::string source; // file it came from, for messages
+    std::string source;      // file it came from, for messages
+    std::string description; // what the machine is meant to show, for people
 };
 
 // What was wrong with a scenario: the file, the JSON path ("displays[1].monitor.features.

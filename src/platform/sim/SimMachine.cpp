@@ -1,1 +1,368 @@
-// (being written)
+#include "platform/sim/SimMachine.h"
+
+#include "platform/sim/Edid.h"
+#include "platform/sim/SimAVService.h"
+#include "platform/sim/SimDisplayServices.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+#include <mutex>
+
+namespace pw::sim {
+
+namespace {
+
+using platform::DisplayID;
+using platform::IOObject;
+using platform::PropertyValue;
+
+// Entries between a framebuffer and its connection's AV service, top down. The last
+// three are always there for the default depth; deeper machines insert more above them.
+constexpr std::array<const char*, 12> kDeepLinks = {
+    "AppleDCPLinkService",    "dcp-link-epic",    "AppleDCPDPTXController", "dcpdptx-port-epic",
+    "AppleDCPDPTXRemotePort", "DCPDPDeviceProxy", "dcpdp-service-epic",     "AppleDCPDPService",
+    "DCPDPServiceProxy",      "dcpav-port-epic",  "AppleDCPAVPort",         "DCPAVPortProxy",
+};
+constexpr unsigned kMaxParentDepth = 16;
+
+std::vector<std::string> linksBelowFramebuffer(unsigned depth, bool builtin) {
+    const std::array<const char*, 3> nearest = {builtin ? "DCPAVController" : "DCPEXTAVController",
+                                                "dcpav-service-epic", "DCPAVDeviceProxy"};
+    depth = std::clamp(depth, 1u, kMaxParentDepth);
+    const std::size_t count = depth - 1;
+    std::vector<std::string> links;
+    for (std::size_t i = 0; count > nearest.size() && i < count - nearest.size(); ++i)
+        links.emplace_back(kDeepLinks[i]);
+    for (std::size_t i = nearest.size() - std::min(count, nearest.size()); i < nearest.size(); ++i)
+        links.emplace_back(nearest[i]);
+    return links;
+}
+
+std::string hexAddress(std::uint32_t address) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%08X", address);
+    return text;
+}
+
+// A simulated object that keeps the clock it refers to alive as long as itself, so a
+// transport the program still holds after the machine is gone stays safe to call.
+template <typename T, typename... Args>
+std::shared_ptr<T> holdingClock(const std::shared_ptr<platform::Clock>& clock, Args&&... args) {
+    return std::shared_ptr<T>(new T(std::forward<Args>(args)..., *clock),
+                              [clock](T* object) { delete object; });
+}
+
+// IOAVServiceCreateWithService: each call makes a new service object whose I2C calls
+// reach the connection's monitor; a built-in panel's connection has no monitor.
+class SimAVServices final : public platform::AVServiceFactory {
+public:
+    explicit SimAVServices(std::shared_ptr<BusLog> bus) : bus_(std::move(bus)) {}
+
+    void connect(IOObject proxy, std::shared_ptr<VirtualMonitor> monitor, std::string endpoint,
+                 bool createFails) {
+        std::lock_guard lock(mutex_);
+        connections_[proxy] = Connection{std::move(monitor), std::move(endpoint), createFails};
+    }
+    void disconnect(IOObject proxy) {
+        std::lock_guard lock(mutex_);
+        connections_.erase(proxy);
+    }
+    std::size_t created() const {
+        std::lock_guard lock(mutex_);
+        return created_;
+    }
+
+    std::shared_ptr<platform::AVService> createWithService(IOObject service) override {
+        std::lock_guard lock(mutex_);
+        const auto found = connections_.find(service);
+        if (found == connections_.end() || found->second.createFails) return nullptr;
+        ++created_;
+        // Hashes of distinct objects differ, like the addresses CF hashes are made of.
+        nextHash_ += 0x40;
+        return std::make_shared<SimAVService>(found->second.monitor, bus_, found->second.endpoint,
+                                              nextHash_);
+    }
+
+private:
+    struct Connection {
+        std::shared_ptr<VirtualMonitor> monitor;
+        std::string endpoint;
+        bool createFails = false;
+    };
+    std::shared_ptr<BusLog> bus_;
+    mutable std::mutex mutex_;
+    std::map<IOObject, Connection> connections_;
+    std::size_t created_ = 0;
+    std::int64_t nextHash_ = 0x600003A4C000;
+};
+
+// One display's place in the machine: its registry entries and its monitor.
+struct Attachment {
+    std::vector<IOObject> entries; // all of them, top down
+    IOObject framebuffer = 0;
+    IOObject proxy = 0;
+    std::shared_ptr<VirtualMonitor> monitor;
+};
+
+} // namespace
+
+struct SimMachine::State {
+    platform::Flavor flavor = platform::Flavor::appleSilicon;
+    std::shared_ptr<platform::Clock> clock;
+    std::shared_ptr<platform::MainQueue> mainQueue;
+    VirtualClock* virtualClock = nullptr;
+    ManualMainQueue* manualQueue = nullptr;
+    std::shared_ptr<MemorySystemLog> systemLog = std::make_shared<MemorySystemLog>();
+    std::shared_ptr<MemoryUserDefaults> defaults = std::make_shared<MemoryUserDefaults>();
+    std::shared_ptr<SimHostInfo> host;
+    std::shared_ptr<BusLog> bus;
+    std::shared_ptr<SimRegistry> registry;
+    std::shared_ptr<SimDisplayServices> displays = std::make_shared<SimDisplayServices>();
+    std::shared_ptr<SimAVServices> avServices;
+
+    mutable std::mutex mutex; // plug and unplug, and what they change below
+    std::map<DisplayID, Attachment> attached;
+    IOObject bus0 = 0; // where the display controllers hang in the registry
+    std::uint32_t nextBuiltin = 0;
+    std::uint32_t nextExternal = 0;
+
+    void build(const Scenario& scenario);
+    DisplaySpec place(DisplaySpec display) const;
+    Attachment attach(const DisplaySpec& display);
+    void attachAppleSilicon(const DisplaySpec& display, Attachment& attachment);
+    void attachIntel(const DisplaySpec& display, Attachment& attachment);
+};
+
+void SimMachine::State::build(const Scenario& scenario) {
+    flavor = scenario.flavor;
+    host = std::make_shared<SimHostInfo>(flavor);
+    bus = holdingClock<BusLog>(clock);
+    registry = std::make_shared<SimRegistry>(mainQueue);
+    avServices = std::make_shared<SimAVServices>(bus);
+
+    if (flavor == platform::Flavor::appleSilicon) {
+        const auto expert = registry->addEntry(registry->root(), "AppleARMPE", "AppleARMPE");
+        bus0 = registry->addEntry(expert, "AppleARMIO", "arm-io", "10F00000");
+    } else {
+        const auto expert = registry->addEntry(registry->root(), "AppleACPIPlatformExpert",
+                                               "AppleACPIPlatformExpert");
+        const auto pci = registry->addEntry(expert, "IOPCIBridge", "PCI0", "0");
+        bus0 = registry->addEntry(pci, "IOPCIDevice", "IGPU", "2");
+    }
+    std::lock_guard lock(mutex);
+    for (const auto& display : scenario.displays) {
+        auto placed = place(display);
+        attached[placed.id] = attach(placed);
+        displays->add(std::move(placed));
+    }
+}
+
+// Screens without a frame of their own are placed in a row, each to the right of the
+// screens already there, at the size such a display typically has.
+DisplaySpec SimMachine::State::place(DisplaySpec display) const {
+    if (display.frame.width > 0 && display.frame.height > 0) return display;
+    double right = 0;
+    for (const auto& d : displays->active())
+        right = std::max(right, d.frame.x + d.frame.width);
+    display.frame = display.builtin ? platform::Rect{right, 0, 1512, 982}
+                                    : platform::Rect{right, 0, 2560, 1440};
+    return display;
+}
+
+Attachment SimMachine::State::attach(const DisplaySpec& display) {
+    Attachment attachment;
+    if (display.monitor && !display.builtin) {
+        attachment.monitor = holdingClock<VirtualMonitor>(clock, *display.monitor);
+    }
+    if (flavor == platform::Flavor::appleSilicon) {
+        attachAppleSilicon(display, attachment);
+    } else {
+        attachIntel(display, attachment);
+    }
+    for (const auto& [key, value] : display.framebufferProperties)
+        registry->setProperty(attachment.framebuffer, key, value);
+    if (attachment.proxy != 0) {
+        for (const auto& [key, value] : display.proxyProperties)
+            registry->setProperty(attachment.proxy, key, value);
+        avServices->connect(attachment.proxy, attachment.monitor,
+                            "display " + std::to_string(display.id), display.avServiceCreateFails);
+    }
+    return attachment;
+}
+
+void SimMachine::State::attachAppleSilicon(const DisplaySpec& display, Attachment& attachment) {
+    auto& entries = attachment.entries;
+    const auto index = display.builtin ? nextBuiltin++ : nextExternal++;
+    const auto controller = registry->addEntry(
+        bus0, "AppleARMIODevice", (display.builtin ? "disp" : "dispext") + std::to_string(index),
+        hexAddress((display.builtin ? 0x3A000000u : 0x38000000u) + 0x00400000u * (index % 64)));
+    entries.push_back(controller);
+
+    attachment.framebuffer = registry->addEntry(controller, "AppleCLCD2", "AppleCLCD2");
+    entries.push_back(attachment.framebuffer);
+    if (display.hasEDID) {
+        registry->setProperty(attachment.framebuffer, "IODisplayEDID",
+                              PropertyValue{display.edid.value_or(buildEdid(display))});
+    }
+
+    // A connection without DDC/CI has no AV service at all; a built-in panel has one
+    // that reaches no monitor.
+    if (!display.builtin && !display.monitor) return;
+    IOObject parent = attachment.framebuffer;
+    for (const auto& link : linksBelowFramebuffer(display.edidParentDepth, display.builtin)) {
+        parent = registry->addEntry(parent, link, link);
+        entries.push_back(parent);
+    }
+    attachment.proxy = registry->addEntry(parent, "DCPAVServiceProxy", "DCPAVServiceProxy");
+    entries.push_back(attachment.proxy);
+    registry->setProperty(
+        attachment.proxy, "Location",
+        PropertyValue{display.builtin ? std::string("Embedded") : display.location});
+}
+
+// Only the shape hot-plug needs so far: a framebuffer with the monitor's EDID and the
+// display entry under it that the system announces.
+void SimMachine::State::attachIntel(const DisplaySpec& display, Attachment& attachment) {
+    const auto index = nextExternal++;
+    attachment.framebuffer =
+        registry->addEntry(bus0, "IOFramebuffer", "AppleIntelFramebuffer", std::to_string(index));
+    if (display.hasEDID) {
+        registry->setProperty(attachment.framebuffer, "IODisplayEDID",
+                              PropertyValue{display.edid.value_or(buildEdid(display))});
+    }
+    const auto connect = registry->addEntry(attachment.framebuffer, "IODisplayConnect", "display0");
+    const auto monitor = registry->addEntry(connect, "IODisplay", "AppleDisplay");
+    attachment.entries = {attachment.framebuffer, connect, monitor};
+}
+
+SimMachine::SimMachine(Scenario scenario) : state_(std::make_unique<State>()) {
+    auto clock = std::make_shared<VirtualClock>();
+    state_->virtualClock = clock.get();
+    // The queue refers to the clock; let it keep the clock alive.
+    auto queue = std::shared_ptr<ManualMainQueue>(new ManualMainQueue(*clock),
+                                                  [clock](ManualMainQueue* q) { delete q; });
+    state_->manualQueue = queue.get();
+    state_->clock = std::move(clock);
+    state_->mainQueue = std::move(queue);
+    state_->build(scenario);
+}
+
+SimMachine::SimMachine(Scenario scenario, std::shared_ptr<platform::Clock> clock,
+                       std::shared_ptr<platform::MainQueue> mainQueue)
+    : state_(std::make_unique<State>()) {
+    // Monitors and the bus cannot do without a clock; a machine without a main queue
+    // simply never delivers notifications.
+    if (!clock) clock = std::make_shared<VirtualClock>();
+    state_->virtualClock = dynamic_cast<VirtualClock*>(clock.get());
+    state_->manualQueue = dynamic_cast<ManualMainQueue*>(mainQueue.get());
+    state_->clock = std::move(clock);
+    state_->mainQueue = std::move(mainQueue);
+    state_->build(scenario);
+}
+
+SimMachine::~SimMachine() = default;
+
+platform::Platform SimMachine::platform() const {
+    platform::Platform p;
+    p.flavor = state_->flavor;
+    p.clock = state_->clock;
+    p.mainQueue = state_->mainQueue;
+    p.systemLog = state_->systemLog;
+    p.host = state_->host;
+    p.registry = state_->registry;
+    p.avServices = state_->avServices;
+    p.displays = state_->displays;
+    p.defaults = state_->defaults;
+    return p;
+}
+
+VirtualClock* SimMachine::virtualClock() const {
+    return state_->virtualClock;
+}
+ManualMainQueue* SimMachine::manualMainQueue() const {
+    return state_->manualQueue;
+}
+MemorySystemLog& SimMachine::systemLog() const {
+    return *state_->systemLog;
+}
+MemoryUserDefaults& SimMachine::defaults() const {
+    return *state_->defaults;
+}
+SimHostInfo& SimMachine::host() const {
+    return *state_->host;
+}
+BusLog& SimMachine::bus() const {
+    return *state_->bus;
+}
+RegistryLedger SimMachine::ledger() const {
+    return state_->registry->ledger();
+}
+SimRegistry& SimMachine::registry() const {
+    return *state_->registry;
+}
+
+std::shared_ptr<VirtualMonitor> SimMachine::monitor(DisplayID id) const {
+    std::lock_guard lock(state_->mutex);
+    const auto found = state_->attached.find(id);
+    return found == state_->attached.end() ? nullptr : found->second.monitor;
+}
+
+IOObject SimMachine::proxyEntry(DisplayID id) const {
+    std::lock_guard lock(state_->mutex);
+    const auto found = state_->attached.find(id);
+    return found == state_->attached.end() ? 0 : found->second.proxy;
+}
+
+IOObject SimMachine::framebufferEntry(DisplayID id) const {
+    std::lock_guard lock(state_->mutex);
+    const auto found = state_->attached.find(id);
+    return found == state_->attached.end() ? 0 : found->second.framebuffer;
+}
+
+std::vector<DisplaySpec> SimMachine::activeDisplays() const {
+    return state_->displays->active();
+}
+
+std::size_t SimMachine::avServicesCreated() const {
+    return state_->avServices->created();
+}
+
+bool SimMachine::plug(DisplaySpec display) {
+    std::vector<IOObject> entries;
+    {
+        std::lock_guard lock(state_->mutex);
+        auto& attached = state_->attached;
+        if (display.id == 0) {
+            display.id = attached.empty() ? 1 : attached.rbegin()->first + 1;
+        }
+        if (display.id == 0 || attached.count(display.id)) return false;
+        auto placed = state_->place(std::move(display));
+        auto attachment = state_->attach(placed);
+        entries = attachment.entries;
+        attached[placed.id] = std::move(attachment);
+        state_->displays->add(std::move(placed));
+    }
+    state_->registry->announceMatched(entries);
+    return true;
+}
+
+bool SimMachine::unplug(DisplayID id) {
+    Attachment gone;
+    {
+        std::lock_guard lock(state_->mutex);
+        const auto found = state_->attached.find(id);
+        if (found == state_->attached.end()) return false;
+        gone = std::move(found->second);
+        state_->attached.erase(found);
+        state_->displays->remove(id);
+    }
+    // The cable is out: services the program still holds reach nothing any more.
+    if (gone.monitor) gone.monitor->setAttached(false);
+    if (gone.proxy != 0) state_->avServices->disconnect(gone.proxy);
+    state_->registry->terminate(gone.entries);
+    return true;
+}
+
+} // namespace pw::sim

@@ -11,20 +11,13 @@
 #include "platform/sim/MemoryUserDefaults.h"
 #include "platform/sim/Scenario.h"
 #include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimRegistry.h"
 #include "platform/sim/VirtualClock.h"
 #include "platform/sim/VirtualMonitor.h"
 
 namespace pw::sim {
 
-// Which registry objects were handed out and how often each was released. Every
-// handle a registry call returns must be released exactly once.
-struct RegistryLedger {
-    std::size_t retained = 0;   // references handed to the program (returns + retain calls)
-    std::size_t released = 0;   // release calls on live references
-    std::vector<std::string> overReleased; // objects released more often than retained
-    std::vector<std::string> leaked;       // objects the program still holds
-    bool balanced() const { return leaked.empty() && overReleased.empty(); }
-};
+// RegistryLedger (what the program holds of the registry) is in SimRegistry.h.
 
 // A whole simulated computer built from a scenario: displays and their identities,
 // screens, the I/O registry of an Apple Silicon Mac (DCPAVServiceProxy services and
@@ -59,8 +52,21 @@ public:
     // Hot-plug: the display joins (or leaves) the active list, the screens and the
     // registry, and first-match (or terminate) notifications are delivered on the
     // main queue to every armed registration watching its framebuffer class.
-    void plug(DisplaySpec display);
-    void unplug(platform::DisplayID id);
+    // plug is refused (false) for an id that is active already; id 0 takes the next
+    // free one. unplug of a display that is not active does nothing (false).
+    bool plug(DisplaySpec display);
+    bool unplug(platform::DisplayID id);
+
+    // The machine's parts, for tests that look at the machine itself.
+    SimRegistry& registry() const;
+    // The display's entries in the registry (0 when it has none or is unplugged): the
+    // connection's AV service ("DCPAVServiceProxy") and its framebuffer ("AppleCLCD2").
+    platform::IOObject proxyEntry(platform::DisplayID id) const;
+    platform::IOObject framebufferEntry(platform::DisplayID id) const;
+    // The active displays as the machine presents them (frames placed, ids given).
+    std::vector<DisplaySpec> activeDisplays() const;
+    // AV services made so far (each createWithService that returned one).
+    std::size_t avServicesCreated() const;
 
 private:
     struct State;

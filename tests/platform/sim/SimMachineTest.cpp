@@ -1,1 +1,543 @@
-// (being written)
+#include "platform/sim/SimMachine.h"
+
+#include "common/TestSupport.h"
+#include "platform/sim/Edid.h"
+#include "platform/sim/SimAVService.h"
+
+#include <atomic>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+
+namespace pw::sim {
+namespace {
+
+using platform::IOObject;
+using platform::kIOServicePlane;
+using platform::kSuccess;
+using platform::PropertyValue;
+
+Scenario load(const std::string& name) {
+    auto result = loadScenarioFile(test::sourcePath("scenarios/" + name));
+    if (auto* error = std::get_if<ScenarioError>(&result)) {
+        ADD_FAILURE() << error->message();
+        return {};
+    }
+    return std::get<Scenario>(result);
+}
+
+DisplaySpec monitorSpec(platform::DisplayID id, std::string name, std::uint32_t serial = 0) {
+    DisplaySpec d;
+    d.id = id;
+    d.vendor = 4268;
+    d.model = 41000;
+    d.serial = serial;
+    d.name = name;
+    d.productNames = {{"en_US", name}};
+    d.monitor = MonitorSpec::withDefaultFeatures();
+    return d;
+}
+
+DisplaySpec builtinSpec() {
+    DisplaySpec d;
+    d.id = 1;
+    d.builtin = true;
+    d.vendor = 1552;
+    d.model = 41216;
+    d.name = "Built-in Retina Display"; // its connection says "Embedded" without being told
+    return d;
+}
+
+Scenario scenarioOf(std::vector<DisplaySpec> displays) {
+    Scenario s;
+    s.displays = std::move(displays);
+    return s;
+}
+
+// Everything an iterator yields, each object released again; the iterator too when asked.
+std::vector<IOObject> drain(platform::Registry& registry, IOObject iterator,
+                            bool releaseIterator = true) {
+    std::vector<IOObject> objects;
+    while (const auto object = registry.iteratorNext(iterator)) {
+        objects.push_back(object);
+        registry.release(object);
+    }
+    if (releaseIterator) registry.release(iterator);
+    return objects;
+}
+
+std::vector<IOObject> matching(platform::Registry& registry, std::string_view className) {
+    IOObject iterator = 0;
+    EXPECT_EQ(registry.getMatchingServices(className, iterator), kSuccess);
+    return drain(registry, iterator);
+}
+
+std::string name(platform::Registry& registry, IOObject entry) {
+    char text[128] = {};
+    if (registry.nameInPlane(entry, kIOServicePlane, text) != kSuccess) return "?";
+    return text;
+}
+
+std::string path(platform::Registry& registry, IOObject entry) {
+    char text[512] = {};
+    if (registry.path(entry, kIOServicePlane, text) != kSuccess) return "";
+    return text;
+}
+
+// Climbs from `entry` to the first ancestor named `target`, releasing what it leaves
+// behind; returns that ancestor (held) and how many steps it took, or 0.
+std::pair<IOObject, int> climbTo(platform::Registry& registry, IOObject entry,
+                                 const std::string& target) {
+    registry.retain(entry);
+    for (int steps = 1;; ++steps) {
+        IOObject parent = 0;
+        const auto result = registry.parentEntry(entry, kIOServicePlane, parent);
+        registry.release(entry);
+        if (result != kSuccess) return {0, steps};
+        if (name(registry, parent) == target) return {parent, steps};
+        entry = parent;
+    }
+}
+
+std::optional<std::string> locationOf(platform::Registry& registry, IOObject proxy) {
+    const auto value = registry.property(proxy, "Location");
+    if (!value) return std::nullopt;
+    return value->string() ? *value->string() : "<not a string>";
+}
+
+void expectValidEdid(const std::vector<std::uint8_t>& edid, const DisplaySpec& d) {
+    ASSERT_EQ(edid.size(), 128u);
+    const std::vector<std::uint8_t> header = {0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
+    EXPECT_TRUE(std::equal(header.begin(), header.end(), edid.begin()));
+    unsigned sum = 0;
+    for (const auto b : edid)
+        sum += b;
+    EXPECT_EQ(sum % 256, 0u);
+    EXPECT_EQ(edid[8] << 8 | edid[9], static_cast<int>(d.vendor));
+    EXPECT_EQ(edid[10] | edid[11] << 8, static_cast<int>(d.model));
+    EXPECT_EQ(static_cast<std::uint32_t>(edid[12] | edid[13] << 8 | edid[14] << 16) |
+                  static_cast<std::uint32_t>(edid[15]) << 24,
+              d.serial);
+    EXPECT_EQ(edid[18], 1);
+    EXPECT_EQ(edid[19], 4);
+    EXPECT_EQ(edid[126], 0); // no extensions
+
+    std::set<std::uint8_t> tags;
+    std::optional<std::string> productName;
+    for (const std::size_t at : {72u, 90u, 108u}) {
+        ASSERT_EQ(edid[at] | edid[at + 1] | edid[at + 2], 0) << "display descriptor at " << at;
+        tags.insert(edid[at + 3]);
+        if (edid[at + 3] != 0xFC) continue;
+        std::string text(edid.begin() + static_cast<long>(at) + 5,
+                         edid.begin() + static_cast<long>(at) + 18);
+        // Shorter names end with a line feed and are padded with spaces.
+        const auto end = text.find('\n');
+        if (end != std::string::npos) {
+            EXPECT_EQ(text.find_first_not_of(' ', end + 1), std::string::npos) << "padding";
+        }
+        productName = text.substr(0, end);
+    }
+    EXPECT_TRUE(tags.count(0xFF)) << "serial number descriptor";
+    EXPECT_TRUE(tags.count(0xFD)) << "range limits descriptor";
+    if (d.name) {
+        EXPECT_EQ(productName, d.name->substr(0, 13));
+    } else {
+        EXPECT_FALSE(productName);
+    }
+}
+
+TEST(SimEdid, ShippedMonitorsHaveValidEdidsAndTwinsAreIdentical) {
+    for (const auto& entry : std::filesystem::directory_iterator(test::sourcePath("scenarios"))) {
+        SCOPED_TRACE(entry.path().filename().string());
+        SimMachine machine(load(entry.path().filename().string()));
+        for (const auto& d : machine.activeDisplays()) {
+            SCOPED_TRACE(d.id);
+            const auto edid =
+                machine.registry().property(machine.framebufferEntry(d.id), "IODisplayEDID");
+            ASSERT_TRUE(edid && edid->bytes());
+            expectValidEdid(*edid->bytes(), d);
+        }
+    }
+    // A name of 13 characters fills the descriptor without a line feed; longer ones are cut.
+    auto longName = monitorSpec(2, "ABCDEFGHIJKLMNOP");
+    const auto cut = buildEdid(longName);
+    EXPECT_EQ(std::string(cut.begin() + 113, cut.begin() + 126), "ABCDEFGHIJKLM");
+
+    const auto twins = load("identical-twins-same-serial.json");
+    EXPECT_EQ(buildEdid(twins.displays[1]), buildEdid(twins.displays[2]));
+    const auto serials = load("identical-twins.json");
+    EXPECT_NE(buildEdid(serials.displays[1]), buildEdid(serials.displays[2]));
+}
+
+TEST(SimRegistryTree, EachConnectionLeadsUpToItsFramebufferAndRoot) {
+    auto noChannel = monitorSpec(4, "Projector");
+    noChannel.monitor.reset();
+    auto deep = monitorSpec(5, "Deep", 5);
+    deep.edidParentDepth = 10;
+    auto deeper = monitorSpec(6, "Deeper", 6);
+    deeper.edidParentDepth = 11;
+    SimMachine machine(scenarioOf({builtinSpec(), monitorSpec(2, "Left", 1),
+                                   monitorSpec(3, "Right", 2), noChannel, deep, deeper}));
+    auto& registry = *machine.platform().registry;
+
+    // Connections come in scenario order; a display without DDC/CI has none.
+    const auto proxies = matching(registry, "DCPAVServiceProxy");
+    ASSERT_EQ(proxies.size(), 5u);
+    EXPECT_EQ(proxies[0], machine.proxyEntry(1));
+    EXPECT_EQ(proxies[1], machine.proxyEntry(2));
+    EXPECT_EQ(machine.proxyEntry(4), 0u);
+    EXPECT_NE(machine.framebufferEntry(4), 0u);
+    EXPECT_EQ(matching(registry, "AppleCLCD2").size(), 6u);
+    EXPECT_EQ(locationOf(registry, proxies[0]), "Embedded");
+    EXPECT_EQ(locationOf(registry, proxies[1]), "External");
+
+    std::set<std::string> paths;
+    const std::pair<platform::DisplayID, int> depths[] = {{1, 4}, {2, 4}, {3, 4}, {5, 10}, {6, 11}};
+    for (const auto& [id, depth] : depths) {
+        SCOPED_TRACE(id);
+        const auto proxy = machine.proxyEntry(id);
+        const auto proxyPath = path(registry, proxy);
+        EXPECT_EQ(proxyPath.rfind("IOService:/AppleARMPE/arm-io@10F00000/", 0), 0u) << proxyPath;
+        EXPECT_EQ(proxyPath.substr(proxyPath.size() - 18), "/DCPAVServiceProxy");
+        paths.insert(proxyPath);
+
+        const auto [framebuffer, steps] = climbTo(registry, proxy, "AppleCLCD2");
+        ASSERT_EQ(framebuffer, machine.framebufferEntry(id));
+        EXPECT_EQ(steps, depth);
+        EXPECT_TRUE(registry.property(framebuffer, "IODisplayEDID")->bytes());
+        registry.release(framebuffer);
+    }
+    EXPECT_EQ(paths.size(), 5u) << "every connection has its own path";
+
+    // Above the framebuffer the tree ends in a root without a parent.
+    const auto [root, steps] = climbTo(registry, machine.framebufferEntry(2), "Root");
+    ASSERT_NE(root, 0u);
+    EXPECT_EQ(path(registry, root), "IOService:/");
+    IOObject none = 0;
+    EXPECT_NE(registry.parentEntry(root, kIOServicePlane, none), kSuccess);
+    registry.release(root);
+    EXPECT_TRUE(machine.ledger().balanced());
+}
+
+TEST(SimRegistryTree, PresentsMissingAndWronglyTypedProperties) {
+    auto missing = monitorSpec(2, "Missing", 1);
+    missing.proxyProperties = {{"Location", std::nullopt}};
+    missing.hasEDID = false;
+    auto wrong = monitorSpec(3, "Wrong", 2);
+    wrong.proxyProperties = {{"Location", PropertyValue{std::int64_t{3}}}};
+    wrong.framebufferProperties = {{"IODisplayEDID", PropertyValue{std::string("00ffff")}}};
+    auto given = monitorSpec(4, "Given", 3);
+    given.location = "Dock";
+    given.edid = std::vector<std::uint8_t>{1, 2, 3};
+    SimMachine machine(scenarioOf({missing, wrong, given}));
+    auto& registry = machine.registry();
+
+    EXPECT_EQ(locationOf(registry, machine.proxyEntry(2)), std::nullopt);
+    EXPECT_FALSE(registry.property(machine.framebufferEntry(2), "IODisplayEDID"));
+    EXPECT_EQ(locationOf(registry, machine.proxyEntry(3)), "<not a string>");
+    EXPECT_TRUE(registry.property(machine.framebufferEntry(3), "IODisplayEDID")->string());
+    EXPECT_EQ(locationOf(registry, machine.proxyEntry(4)), "Dock");
+    EXPECT_EQ(*registry.property(machine.framebufferEntry(4), "IODisplayEDID")->bytes(),
+              (platform::PropertyBytes{1, 2, 3}));
+
+    // Unknown handles and other planes answer with errors, never a crash.
+    IOObject parent = 0;
+    EXPECT_FALSE(registry.property(999999, "Location"));
+    EXPECT_EQ(name(registry, 999999), "?");
+    EXPECT_EQ(path(registry, 999999), "");
+    EXPECT_NE(registry.parentEntry(machine.proxyEntry(2), "IODeviceTree", parent), kSuccess);
+    EXPECT_EQ(registry.iteratorNext(999999), 0u);
+    EXPECT_TRUE(machine.ledger().balanced());
+}
+
+TEST(SimLedger, CountsEveryReferenceAndNamesWhatIsWrong) {
+    SimMachine machine(scenarioOf({builtinSpec(), monitorSpec(2, "Office", 1)}));
+    auto& registry = machine.registry();
+    EXPECT_TRUE(machine.ledger().balanced());
+
+    matching(registry, "DCPAVServiceProxy"); // iterator and two proxies, all released
+    auto ledger = machine.ledger();
+    EXPECT_EQ(ledger.retained, 3u);
+    EXPECT_EQ(ledger.released, 3u);
+    EXPECT_TRUE(ledger.balanced());
+
+    // A parent kept, a retain without its release, a release too many and an unknown one.
+    const auto proxy = machine.proxyEntry(2);
+    IOObject parent = 0;
+    ASSERT_EQ(registry.parentEntry(proxy, kIOServicePlane, parent), kSuccess);
+    registry.retain(proxy);
+    registry.retain(proxy);
+    registry.release(proxy);
+    registry.release(proxy);
+    registry.release(proxy);
+    registry.release(424242);
+    ledger = machine.ledger();
+    EXPECT_EQ(ledger.retained, 6u);
+    EXPECT_EQ(ledger.released, 5u);
+    EXPECT_FALSE(ledger.balanced());
+    ASSERT_EQ(ledger.leaked.size(), 1u);
+    EXPECT_NE(ledger.leaked[0].find("DCPAVDeviceProxy"), std::string::npos) << ledger.leaked[0];
+    ASSERT_EQ(ledger.overReleased.size(), 2u);
+    EXPECT_NE(ledger.overReleased[0].find("DCPAVServiceProxy"), std::string::npos);
+    EXPECT_NE(ledger.overReleased[1].find("424242"), std::string::npos);
+
+    registry.release(parent);
+    EXPECT_TRUE(machine.ledger().leaked.empty());
+
+    // A notification's iterator belongs to its registration, not to the program.
+    IOObject iterator = 0;
+    const auto port = registry.createNotificationPort();
+    ASSERT_EQ(registry.addMatchingNotification(
+                  port, platform::kFirstMatchNotification, "AppleCLCD2", [](IOObject) {}, iterator),
+              kSuccess);
+    EXPECT_EQ(drain(registry, iterator, false).size(), 2u);
+    EXPECT_TRUE(machine.ledger().leaked.empty());
+}
+
+// Sends a real Set VCP brightness request through a service, to see which monitor it reaches.
+std::int32_t setBrightness(platform::AVService& service, std::uint8_t value) {
+    std::uint8_t frame[] = {0x84, 0x03, 0x10, 0x00, value, 0};
+    std::uint8_t check = 0x6E ^ 0x51;
+    for (std::size_t i = 0; i + 1 < sizeof frame; ++i)
+        check ^= frame[i];
+    frame[5] = check;
+    return service.writeI2C(0x37, 0x51, frame, sizeof frame);
+}
+
+TEST(SimAVServices, EachCreationIsANewServiceOnItsOwnConnection) {
+    auto refusing = monitorSpec(4, "Dock", 3);
+    refusing.avServiceCreateFails = true;
+    SimMachine machine(scenarioOf(
+        {builtinSpec(), monitorSpec(2, "Left", 1), monitorSpec(3, "Right", 2), refusing}));
+    auto& factory = *machine.platform().avServices;
+
+    const auto first = factory.createWithService(machine.proxyEntry(2));
+    const auto again = factory.createWithService(machine.proxyEntry(2));
+    const auto right = factory.createWithService(machine.proxyEntry(3));
+    ASSERT_TRUE(first && again && right);
+    EXPECT_NE(first->hash(), again->hash());
+    EXPECT_NE(first->hash(), right->hash());
+    EXPECT_EQ(first->hash(), first->hash());
+
+    EXPECT_EQ(setBrightness(*right, 33), 0);
+    EXPECT_EQ(machine.monitor(3)->feature(0x10)->current, 33);
+    EXPECT_EQ(machine.monitor(2)->feature(0x10)->current, 50);
+    ASSERT_FALSE(machine.bus().transfers().empty());
+    EXPECT_EQ(machine.bus().transfers().back().endpoint, "display 3");
+
+    const auto panel = factory.createWithService(machine.proxyEntry(1));
+    ASSERT_TRUE(panel);
+    EXPECT_NE(setBrightness(*panel, 10), 0) << "a built-in panel has no DDC/CI";
+    EXPECT_EQ(machine.monitor(1), nullptr);
+
+    EXPECT_EQ(factory.createWithService(machine.proxyEntry(4)), nullptr);
+    EXPECT_EQ(factory.createWithService(machine.framebufferEntry(2)), nullptr);
+    EXPECT_EQ(factory.createWithService(0), nullptr);
+    EXPECT_EQ(machine.avServicesCreated(), 4u);
+}
+
+TEST(SimDisplays, AnswerIdentityNamesBrightnessAndScreens) {
+    auto apple = monitorSpec(3, "Studio Display");
+    apple.vendor = 1552;
+    apple.appleDisplay = true;
+    apple.monitor.reset();
+    auto anonymous = monitorSpec(4, "unused", 77);
+    anonymous.name.reset();
+    anonymous.productNames.clear();
+    anonymous.frame = {-800, 100, 800, 600};
+    auto odd = monitorSpec(5, "Odd");
+    odd.productNamesWrongType = true;
+    odd.screenName = "Screen Five";
+    SimMachine machine(
+        scenarioOf({builtinSpec(), monitorSpec(2, "Office", 12), apple, anonymous, odd}));
+    auto& displays = *machine.platform().displays;
+
+    EXPECT_EQ(displays.activeDisplayList(32), (std::vector<platform::DisplayID>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(displays.activeDisplayList(2), (std::vector<platform::DisplayID>{1, 2}));
+    EXPECT_TRUE(displays.isBuiltin(1));
+    EXPECT_FALSE(displays.isBuiltin(2));
+    EXPECT_EQ(displays.vendorNumber(99), 0u);
+
+    EXPECT_EQ(displays.productNames(2)->names,
+              (std::vector<std::pair<std::string, std::string>>{{"en_US", "Office"}}));
+    EXPECT_FALSE(displays.productNames(4));
+    EXPECT_TRUE(displays.productNames(5)->wrongType);
+    EXPECT_TRUE(displays.productNames(5)->names.empty());
+
+    float level = -1;
+    EXPECT_EQ(displays.displayServicesGetBrightness(1, level), 0);
+    EXPECT_EQ(displays.displayServicesGetBrightness(3, level), 0);
+    EXPECT_NE(displays.displayServicesGetBrightness(2, level), 0);
+    EXPECT_NE(displays.displayServicesGetBrightness(99, level), 0);
+
+    const auto screens = displays.screens();
+    ASSERT_EQ(screens.size(), 5u);
+    EXPECT_EQ(screens[0].number, 1u);
+    EXPECT_EQ(screens[0].localizedName, "Built-in Retina Display");
+    EXPECT_EQ(screens[3].localizedName, "");
+    EXPECT_EQ(screens[4].localizedName, "Screen Five");
+    // Screens without a frame of their own stand in a row; a given frame is kept.
+    EXPECT_EQ(screens[0].frame.x, 0.0);
+    EXPECT_EQ(screens[1].frame.x, screens[0].frame.width);
+    EXPECT_EQ(screens[2].frame.x, screens[1].frame.x + screens[1].frame.width);
+    EXPECT_EQ(screens[3].frame.x, -800.0);
+    EXPECT_EQ(screens[4].frame.x, screens[2].frame.x + screens[2].frame.width);
+}
+
+class SimHotPlug : public ::testing::Test {
+protected:
+    SimHotPlug() : machine(scenarioOf({builtinSpec(), monitorSpec(2, "Office", 1)})) {}
+
+    // Registers for one notification type on the framebuffer class; every call records the
+    // names the iterator yields, releasing each.
+    IOObject watch(std::string_view type, std::string_view className = "AppleCLCD2") {
+        IOObject iterator = 0;
+        EXPECT_EQ(registry().addMatchingNotification(
+                      port, type, className,
+                      [this, type](IOObject it) {
+                          EXPECT_TRUE(machine.manualMainQueue()->isMainThread());
+                          for (const auto object : drain(registry(), it, false))
+                              calls.push_back(std::string(type) + " " + std::to_string(object));
+                      },
+                      iterator),
+                  kSuccess);
+        return iterator;
+    }
+    platform::Registry& registry() { return *machine.platform().registry; }
+
+    SimMachine machine;
+    platform::NotificationPort port = machine.platform().registry->createNotificationPort();
+    std::vector<std::string> calls;
+};
+
+TEST_F(SimHotPlug, PlugAndUnplugAreReportedOnTheMainQueue) {
+    ASSERT_TRUE(registry().attachToMainRunLoop(port));
+    const auto added = watch(platform::kFirstMatchNotification);
+    const auto removed = watch(platform::kTerminateNotification);
+    // What is there already comes with the first match; nothing has terminated yet.
+    EXPECT_EQ(drain(registry(), added, false),
+              (std::vector<IOObject>{machine.framebufferEntry(1), machine.framebufferEntry(2)}));
+    EXPECT_TRUE(drain(registry(), removed, false).empty());
+
+    auto studio = monitorSpec(3, "Studio", 2);
+    ASSERT_TRUE(machine.plug(studio));
+    EXPECT_FALSE(machine.plug(studio)) << "already plugged in";
+    const auto framebuffer = machine.framebufferEntry(3);
+    EXPECT_TRUE(calls.empty()) << "delivered only when the main queue runs";
+    EXPECT_EQ(machine.platform().displays->activeDisplayList(8),
+              (std::vector<platform::DisplayID>{1, 2, 3}));
+    EXPECT_EQ(machine.platform().displays->screens().size(), 3u);
+    EXPECT_EQ(matching(registry(), "DCPAVServiceProxy").size(), 3u);
+    machine.manualMainQueue()->runPending();
+    EXPECT_EQ(calls,
+              (std::vector<std::string>{"IOServiceFirstMatch " + std::to_string(framebuffer)}));
+
+    calls.clear();
+    const auto monitor = machine.monitor(2);
+    const auto service = machine.platform().avServices->createWithService(machine.proxyEntry(2));
+    ASSERT_TRUE(machine.unplug(2));
+    EXPECT_FALSE(machine.unplug(2));
+    EXPECT_FALSE(monitor->attached());
+    EXPECT_NE(setBrightness(*service, 10), 0) << "the cable is out";
+    EXPECT_EQ(machine.monitor(2), nullptr);
+    EXPECT_EQ(machine.platform().displays->activeDisplayList(8),
+              (std::vector<platform::DisplayID>{1, 3}));
+    EXPECT_EQ(matching(registry(), "DCPAVServiceProxy").size(), 2u);
+    machine.manualMainQueue()->runPending();
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].rfind("IOServiceTerminate ", 0), 0u);
+
+    // Plugging the same display in again gives it new entries, never reused handles.
+    ASSERT_TRUE(machine.plug(monitorSpec(2, "Office", 1)));
+    EXPECT_GT(machine.framebufferEntry(2), framebuffer);
+    machine.manualMainQueue()->runPending();
+    EXPECT_EQ(calls.size(), 2u);
+    EXPECT_TRUE(machine.ledger().balanced());
+}
+
+TEST_F(SimHotPlug, OnlyArmedRegistrationsOnAttachedPortsAreCalled) {
+    const auto added = watch(platform::kFirstMatchNotification);
+    const auto display = watch(platform::kFirstMatchNotification, "IODisplay");
+    drain(registry(), added, false);
+    drain(registry(), display, false);
+
+    // The port is not on the main loop yet: the new framebuffer waits in the iterator.
+    machine.plug(monitorSpec(3, "Studio", 2));
+    machine.manualMainQueue()->runUntilIdle();
+    EXPECT_TRUE(calls.empty());
+    ASSERT_TRUE(registry().attachToMainRunLoop(port));
+    EXPECT_EQ(drain(registry(), added, false).size(), 1u);
+
+    // Armed again by that drain; a registration not drained after a call is not called twice.
+    const auto other = watch(platform::kFirstMatchNotification);
+    machine.plug(monitorSpec(4, "Four", 3));
+    machine.plug(monitorSpec(5, "Five", 4));
+    machine.manualMainQueue()->runUntilIdle();
+    EXPECT_EQ(calls.size(), 2u) << "one call, two objects, for the armed registration only";
+    EXPECT_EQ(drain(registry(), other, false).size(), 5u);
+
+    // A released registration is never called again, and its iterator is no leak.
+    registry().release(added);
+    machine.unplug(4);
+    machine.plug(monitorSpec(6, "Six", 5));
+    calls.clear();
+    machine.manualMainQueue()->runUntilIdle();
+    EXPECT_EQ(calls.size(), 1u) << "only the registration armed by its drain above";
+    EXPECT_TRUE(machine.ledger().balanced());
+}
+
+// The program walks the registry from worker threads while displays come and go on the
+// main thread (run under tsan for the data race); every walk must stay balanced.
+TEST_F(SimHotPlug, WalksFromAnotherThreadWhileDisplaysComeAndGo) {
+    ASSERT_TRUE(registry().attachToMainRunLoop(port));
+    drain(registry(), watch(platform::kTerminateNotification), false);
+    std::atomic<bool> done = false;
+    std::thread walker([&] {
+        while (!done) {
+            for (auto proxy : matching(registry(), "DCPAVServiceProxy")) {
+                registry().retain(proxy);
+                IOObject parent = 0;
+                while (registry().parentEntry(proxy, kIOServicePlane, parent) == kSuccess) {
+                    registry().release(proxy);
+                    proxy = parent;
+                }
+                registry().release(proxy);
+            }
+        }
+    });
+    for (platform::DisplayID id = 3; id < 40; ++id) {
+        machine.plug(monitorSpec(id, "Guest", id));
+        machine.unplug(id - 1);
+        machine.manualMainQueue()->runPending();
+    }
+    done = true;
+    walker.join();
+    EXPECT_EQ(calls.size(), 37u);
+    EXPECT_TRUE(machine.ledger().balanced()) << ::testing::PrintToString(machine.ledger().leaked);
+}
+
+TEST(SimMachineTime, ReportsAfterTheMachineIsGoneAreDropped) {
+    auto clock = std::make_shared<VirtualClock>();
+    auto queue = std::make_shared<ManualMainQueue>(*clock);
+    int calls = 0;
+    {
+        SimMachine machine(scenarioOf({monitorSpec(1, "Only", 1)}), clock, queue);
+        EXPECT_EQ(machine.virtualClock(), clock.get());
+        auto& registry = *machine.platform().registry;
+        const auto port = registry.createNotificationPort();
+        registry.attachToMainRunLoop(port);
+        IOObject iterator = 0;
+        registry.addMatchingNotification(
+            port, platform::kTerminateNotification, "AppleCLCD2", [&](IOObject) { ++calls; },
+            iterator);
+        drain(registry, iterator, false);
+        machine.unplug(1);
+        EXPECT_EQ(queue->pendingCount(), 1u);
+    }
+    queue->runUntilIdle();
+    EXPECT_EQ(calls, 0);
+}
+
+} // namespace
+} // namespace pw::sim
