@@ -1,1 +1,278 @@
-// (being written)
+#include "ddc/DDCManager.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "ddc/DDCManagerFixture.h"
+#include "ddc/DDCMessages.h"
+#include "platform/sim/BusLog.h"
+#include "platform/sim/SimAVService.h"
+#include "platform/sim/VirtualMonitor.h"
+#include "transport/AppleSiliconTransport.h"
+
+namespace pw {
+namespace {
+
+using namespace std::chrono_literals;
+using test::DDCManagerFixture;
+using test::replyBytes;
+using test::ScriptedTransport;
+using Us = std::vector<long long>;
+
+constexpr auto kGlobal = "com.panelwright.globalDDCQueue";
+
+class DDCManagerTest : public ::testing::Test, protected DDCManagerFixture {
+protected:
+    // Issues a write and runs the main queue until its completion arrives.
+    std::optional<bool> writeAndWait(const std::shared_ptr<I2CTransport>& t, VCPCode code,
+                                     std::uint16_t value) {
+        std::optional<bool> outcome;
+        bool onMain = false;
+        manager->write(t, code, value, [&](bool ok) {
+            outcome = ok;
+            onMain = main->isMainThread();
+        });
+        while (!outcome && main->waitAndRun() > 0) {
+        }
+        EXPECT_TRUE(onMain);
+        return outcome;
+    }
+};
+
+TEST_F(DDCManagerTest, AWriteThatLandsAtOnceSleepsOnceOnTheTransferQueueAndCachesTheValue) {
+    auto t = std::make_shared<ScriptedTransport>();
+    manager->storeInCache(*t, 0x10, {40, 200});
+
+    EXPECT_EQ(writeAndWait(t, VCPCode::brightness, 70), true);
+
+    ASSERT_EQ(t->writes.size(), 1u);
+    EXPECT_EQ(t->writes[0], (std::vector<std::uint8_t>{0x84, 0x03, 0x10, 0x00, 0x46, 0xEE}));
+    EXPECT_EQ(sleepsUs(), (Us{10000}));
+    EXPECT_EQ(clock->sleeps()[0].queueLabel, kGlobal);
+    // The fresh entry's maximum is kept; the monitor is not asked again.
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{70, 200}));
+    EXPECT_TRUE(t->reads.empty());
+    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::debug, "DDC write OK: Brightness = 70"));
+}
+
+TEST_F(DDCManagerTest, AWriteThatNeverLandsRunsEveryPassAndLeavesTheCacheAlone) {
+    auto t = std::make_shared<ScriptedTransport>();
+    t->writeDefault = false;
+    manager->storeInCache(*t, 0x62, {30, 100});
+
+    EXPECT_EQ(writeAndWait(t, VCPCode::volume, 55), false);
+    EXPECT_EQ(t->writes.size(), 6u);
+    EXPECT_EQ(sleepsUs(), (Us{10000, 10000, 20000, 10000, 10000, 20000, 10000, 10000}));
+    for (const auto& s : clock->sleeps()) EXPECT_EQ(s.queueLabel, kGlobal);
+    EXPECT_EQ(manager->cachedValue(*t, 0x62), (DDCReadResult{30, 100}));
+    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::error, "DDC write FAILED: Volume = 55"));
+
+    // One pass: two attempts and no pause between passes.
+    clock->clearSleeps();
+    t->writes.clear();
+    manager->setMaxRetries(1);
+    EXPECT_EQ(writeAndWait(t, VCPCode::volume, 55), false);
+    EXPECT_EQ(t->writes.size(), 2u);
+    EXPECT_EQ(sleepsUs(), (Us{10000, 10000}));
+
+    // Seven passes when asked for seven; success in the second attempt of pass 3 stops there.
+    clock->clearSleeps();
+    t->writes.clear();
+    manager->setMaxRetries(7);
+    t->writeOutcomes = {false, false, false, false, false, true};
+    EXPECT_EQ(writeAndWait(t, VCPCode::volume, 56), true);
+    EXPECT_EQ(t->writes.size(), 6u);
+    EXPECT_EQ(sleepsUs(), (Us{10000, 10000, 20000, 10000, 10000, 20000, 10000, 10000}));
+}
+
+TEST_F(DDCManagerTest, AWriteWithoutAFreshEntryAssumesAMaximumOfOneHundred) {
+    auto t = std::make_shared<ScriptedTransport>();
+    EXPECT_EQ(writeAndWait(t, VCPCode::contrast, 80), true);
+    EXPECT_EQ(manager->cachedValue(*t, 0x12), (DDCReadResult{80, 100}));
+
+    manager->storeInCache(*t, 0x10, {10, 400});
+    clock->advance(6s); // stale now
+    EXPECT_EQ(writeAndWait(t, VCPCode::brightness, 20), true);
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), (DDCReadResult{20, 100}));
+}
+
+TEST_F(DDCManagerTest, ReadsRetryRejectedRepliesWithPausesOnlyBetweenPasses) {
+    auto t = std::make_shared<ScriptedTransport>();
+    auto corrupt = replyBytes(0x10, 50, 100);
+    corrupt.back() ^= 0xFF;
+    t->defaultReply = corrupt;
+
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), std::nullopt);
+    EXPECT_EQ(t->reads.size(), 3u);
+    EXPECT_EQ(t->reads[0], (std::vector<std::uint8_t>{0x82, 0x01, 0x10, 0xAC}));
+    EXPECT_EQ(t->replyLengths[0], 11u);
+    EXPECT_EQ(sleepsUs(), (Us{20000, 20000}));
+    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::error, "DDC read FAILED: Brightness"));
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), std::nullopt);
+
+    // A send failure costs a pass too; the third pass answers.
+    clock->clearSleeps();
+    t->reads.clear();
+    t->replies = {std::nullopt, corrupt, replyBytes(0x10, 33, 90)};
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{33, 90}));
+    EXPECT_EQ(t->reads.size(), 3u);
+    EXPECT_EQ(sleepsUs(), (Us{20000, 20000}));
+    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::debug, "DDC read OK: Brightness = 33/90"));
+
+    // One pass: no pause at all.
+    clock->clearSleeps();
+    t->reads.clear();
+    manager->setMaxRetries(1);
+    EXPECT_EQ(manager->read(t, VCPCode::volume), std::nullopt);
+    EXPECT_EQ(t->reads.size(), 1u);
+    EXPECT_TRUE(clock->sleeps().empty());
+}
+
+TEST_F(DDCManagerTest, CachedValuesAreFreshUpToAndIncludingTheirLifetime) {
+    auto t = std::make_shared<ScriptedTransport>();
+    t->defaultReply = replyBytes(0x10, 40, 100);
+    ASSERT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{40, 100}));
+
+    t->defaultReply = replyBytes(0x10, 41, 100);
+    clock->advance(5s); // exactly the lifetime: still fresh
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{40, 100}));
+    EXPECT_EQ(t->reads.size(), 1u);
+
+    clock->advance(1ns); // just past it: back to the bus
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{41, 100}));
+    EXPECT_EQ(t->reads.size(), 2u);
+
+    manager->setCacheTTL(0.5);
+    clock->advance(501ms);
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), std::nullopt);
+}
+
+TEST_F(DDCManagerTest, EntriesBelongToEndpointsAndInvalidationDropsOnlyOne) {
+    auto a = std::make_shared<ScriptedTransport>(1);
+    auto sameAsA = std::make_shared<ScriptedTransport>(1);
+    auto b = std::make_shared<ScriptedTransport>(2);
+    manager->storeInCache(*a, 0x10, {10, 100});
+    manager->storeInCache(*a, 0x62, {20, 100});
+    manager->storeInCache(*b, 0x10, {30, 100});
+
+    EXPECT_EQ(manager->cachedValue(*sameAsA, 0x10), (DDCReadResult{10, 100}));
+    manager->invalidateCache(*sameAsA);
+    EXPECT_EQ(manager->cachedValue(*a, 0x10), std::nullopt);
+    EXPECT_EQ(manager->cachedValue(*a, 0x62), std::nullopt);
+    EXPECT_EQ(manager->cachedValue(*b, 0x10), (DDCReadResult{30, 100}));
+
+    // The next read of the invalidated endpoint goes to the bus even within the lifetime.
+    a->defaultReply = replyBytes(0x10, 11, 100);
+    EXPECT_EQ(manager->read(a, VCPCode::brightness), (DDCReadResult{11, 100}));
+    EXPECT_EQ(a->reads.size(), 1u);
+}
+
+// Reports how often it was written to when the last holder lets go of it.
+class WatchedTransport final : public I2CTransport {
+public:
+    explicit WatchedTransport(std::promise<int>& gone) : gone_(gone) {}
+    ~WatchedTransport() override { gone_.set_value(writes_); }
+    std::int64_t endpointKey() const override { return 9; }
+    bool write(std::span<const std::uint8_t>) override {
+        ++writes_;
+        return true;
+    }
+    std::optional<std::vector<std::uint8_t>> read(std::span<const std::uint8_t>,
+                                                  std::uint32_t) override {
+        return std::nullopt;
+    }
+
+private:
+    std::promise<int>& gone_;
+    int writes_ = 0;
+};
+
+TEST_F(DDCManagerTest, AQueuedWriteEndsWithoutEffectWhenTheManagerIsGone) {
+    std::promise<void> gate;
+    std::promise<int> transportGone;
+    auto writesWhenGone = transportGone.get_future();
+    auto gateOpen = gate.get_future().share();
+    // The last strong reference rides in a task ahead of the write, so the manager dies
+    // on its own queue with the write still waiting behind it.
+    manager->queue().async([keep = manager, gateOpen] { gateOpen.wait(); });
+    bool called = false;
+    manager->write(std::make_shared<WatchedTransport>(transportGone), VCPCode::brightness, 10,
+                   [&](bool) { called = true; });
+    manager.reset();
+    gate.set_value();
+
+    ASSERT_EQ(writesWhenGone.wait_for(20s), std::future_status::ready);
+    EXPECT_EQ(writesWhenGone.get(), 0);
+    main->runPending();
+    EXPECT_FALSE(called);
+}
+
+TEST_F(DDCManagerTest, AWriteWithoutCompletionStillRunsAndFailuresComplete) {
+    auto t = std::make_shared<ScriptedTransport>();
+    manager->write(t, VCPCode::mute, 1);
+    // Writes complete in the order issued; wait for a later one with a completion.
+    t->writeDefault = true;
+    EXPECT_EQ(writeAndWait(t, VCPCode::mute, 2), true);
+    ASSERT_EQ(t->writes.size(), 2u);
+    EXPECT_EQ(t->writes[0][4], 1);
+    EXPECT_EQ(t->writes[1][4], 2);
+}
+
+// Many threads reading and writing two monitors at once: the bus never carries two
+// transfers at the same time, and every write lands.
+TEST(DDCManagerBus, ConcurrentTrafficToTwoMonitorsNeverOverlapsOnTheBus) {
+    DDCManagerFixture f;
+    auto bus = std::make_shared<sim::BusLog>(*f.clock);
+    auto spec = sim::MonitorSpec::withDefaultFeatures();
+    auto left = std::make_shared<sim::VirtualMonitor>(spec, *f.clock);
+    auto right = std::make_shared<sim::VirtualMonitor>(spec, *f.clock);
+    auto leftT = std::make_shared<AppleSiliconTransport>(
+        std::make_shared<sim::SimAVService>(left, bus, "left", 101), f.clock);
+    auto rightT = std::make_shared<AppleSiliconTransport>(
+        std::make_shared<sim::SimAVService>(right, bus, "right", 202), f.clock);
+
+    struct Lane {
+        std::shared_ptr<AppleSiliconTransport> transport;
+        std::shared_ptr<sim::VirtualMonitor> monitor;
+        VCPCode code;
+    };
+    const std::vector<Lane> lanes = {{leftT, left, VCPCode::brightness},
+                                     {leftT, left, VCPCode::volume},
+                                     {rightT, right, VCPCode::brightness},
+                                     {rightT, right, VCPCode::contrast}};
+    constexpr int kWrites = 25;
+    std::atomic<int> completions{0}, failures{0}, readsOk{0};
+    std::vector<std::thread> threads;
+    for (const auto& lane : lanes) {
+        threads.emplace_back([&, lane] {
+            for (int i = 1; i <= kWrites; ++i) {
+                f.manager->write(lane.transport, lane.code, static_cast<std::uint16_t>(i),
+                                 [&](bool ok) {
+                                     if (!ok) ++failures;
+                                     ++completions;
+                                 });
+                f.manager->invalidateCache(*lane.transport); // force reads onto the bus
+                if (f.manager->read(lane.transport, lane.code)) ++readsOk;
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    while (completions < static_cast<int>(lanes.size()) * kWrites) {
+        if (f.main->waitAndRun() == 0) break;
+    }
+
+    EXPECT_EQ(completions, static_cast<int>(lanes.size()) * kWrites);
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(readsOk, static_cast<int>(lanes.size()) * kWrites);
+    for (const auto& lane : lanes)
+        EXPECT_EQ(lane.monitor->feature(rawValue(lane.code))->current, kWrites);
+    const auto transfers = bus->transfers();
+    EXPECT_GT(transfers.size(), 200u);
+    EXPECT_EQ(bus->overlapCount(), 0u);
+    for (const auto& t : transfers) EXPECT_EQ(t.queueLabel, kGlobal);
+}
+
+} // namespace
+} // namespace pw
