@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string_view>
 
 namespace pw::platform {
@@ -31,7 +32,12 @@ void log(std::string_view category, std::string_view message);
 // Where the file lives (shown in the banner).
 std::filesystem::path logFileURL();
 
-// Closes the file and forgets the state, so a test can start afresh. Not used by the program.
+// Closes the file, forgets the state and puts the default crash dispositions back, so a
+// test can start afresh. Not used by the program.
 void resetForTesting();
+
+// Runs `body` while holding the log lock exactly as `log` does (tests: a crash in the
+// middle of a line). Not used by the program.
+void withLockHeldForTesting(const std::function<void()>& body);
 
 } // namespace pw::DiagnosticLog

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/SystemLog.h"
+
 #include <string>
 #include <string_view>
-
-#include "platform/SystemLog.h"
 
 // The system-log identity every subsystem writes through: subsystem = the bundle
 // identifier, else "com.panelwright.app"; one logger per category ("App", "DDC",
@@ -31,7 +31,11 @@ const Logger& display();
 const Logger& keyboard();
 const Logger& osd();
 
-// The subsystem every message is filed under.
+// The subsystem every message is filed under. Settled at the first message sent while a
+// platform with host facts is installed, and kept for the rest of the run.
 std::string subsystem();
+
+// Forgets the settled subsystem, so a test can install another host. Not used by the program.
+void resetForTesting();
 
 } // namespace pw::SystemLog

@@ -37,6 +37,11 @@ public:
 
     // Symbols of the calling thread's stack, innermost first.
     virtual std::vector<std::string> currentStackSymbols() const = 0;
+    // The same symbols, one per line, written straight to an open file without taking
+    // locks or allocating: the fatal-signal handler uses it, since the crash may have
+    // happened inside the allocator. False when the platform cannot do that; the caller
+    // then falls back to `currentStackSymbols`.
+    virtual bool writeStackSymbols(int /*fd*/) const { return false; }
 };
 
 } // namespace pw::platform

@@ -1,1 +1,185 @@
-// (being written)
+#include "platform/linux/LinuxHostInfo.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cxxabi.h>
+#include <execinfo.h>
+#include <fstream>
+#include <memory>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+// Bundle facts fixed at build time; the build passes the real ones.
+#ifndef PW_VERSION
+#define PW_VERSION "0.0.0"
+#endif
+#ifndef PW_BUILD_NUMBER
+#define PW_BUILD_NUMBER "1"
+#endif
+
+namespace pw::platform {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// What the binary was compiled for, like the banner on a Mac: not what the kernel reports.
+// An architecture not named here is taken from the kernel.
+#if defined(__x86_64__)
+constexpr std::string_view kArchitecture = "x86_64";
+#elif defined(__aarch64__)
+constexpr std::string_view kArchitecture = "arm64";
+#elif defined(__i386__)
+constexpr std::string_view kArchitecture = "i386";
+#elif defined(__riscv) && __riscv_xlen == 64
+constexpr std::string_view kArchitecture = "riscv64";
+#else
+constexpr std::string_view kArchitecture = "";
+#endif
+
+constexpr int kMaxFrames = 128;
+
+fs::path passwordHome() {
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found &&
+        found->pw_dir && *found->pw_dir)
+        return found->pw_dir;
+    return ".";
+}
+
+const char* environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+// "./prog(_ZN2pw3fooEv+0x1a) [0x5555]" -> "./prog(pw::foo()+0x1a) [0x5555]".
+std::string readableSymbol(const char* raw) {
+    std::string symbol(raw);
+    const auto open = symbol.find('(');
+    const auto plus = symbol.find('+', open == std::string::npos ? 0 : open);
+    if (open == std::string::npos || plus == std::string::npos || plus == open + 1) return symbol;
+    const std::string mangled = symbol.substr(open + 1, plus - open - 1);
+    int status = 0;
+    std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(mangled.c_str(), nullptr, nullptr, &status), &std::free);
+    if (status != 0 || !name) return symbol;
+    return symbol.substr(0, open + 1) + name.get() + symbol.substr(plus);
+}
+
+} // namespace
+
+LinuxHostInfo::LinuxHostInfo(fs::path logPath) : logPath_(std::move(logPath)) {
+    bundle_.emplace("CFBundleShortVersionString", std::string(PW_VERSION));
+    bundle_.emplace("CFBundleVersion", std::string(PW_BUILD_NUMBER));
+    bundle_.emplace("CFBundleIdentifier", std::string("com.panelwright.app"));
+    // The first backtrace loads the unwinder, which allocates; do that now rather than
+    // in a signal handler.
+    void* frame[1];
+    ::backtrace(frame, 1);
+}
+
+LinuxHostInfo::LinuxHostInfo()
+    : LinuxHostInfo(logPathFor(environment("XDG_STATE_HOME"), environment("HOME"))) {}
+
+fs::path LinuxHostInfo::logPathFor(std::string_view xdgStateHome, std::string_view home) {
+    // A relative XDG_STATE_HOME is invalid by the base-directory rules and would put the
+    // log wherever the program happened to be started.
+    fs::path state(xdgStateHome);
+    if (xdgStateHome.empty() || !state.is_absolute())
+        state = (home.empty() ? passwordHome() : fs::path(home)) / ".local" / "state";
+    return state / "panelwright" / "Panelwright.log";
+}
+
+std::string LinuxHostInfo::kernelVersion(std::string_view release) {
+    std::string version;
+    std::size_t at = 0;
+    for (int part = 0; part < 3; ++part) {
+        const std::size_t begin = at;
+        while (at < release.size() && release[at] >= '0' && release[at] <= '9')
+            ++at;
+        if (at == begin) {
+            if (part == 0) return std::string(release);
+            version += ".0";
+            continue;
+        }
+        if (part > 0) version += '.';
+        version += release.substr(begin, at - begin);
+        // Only a dot followed by a digit continues the number ("6.8-rc1" stops at "8").
+        if (at + 1 < release.size() && release[at] == '.' && release[at + 1] >= '0' &&
+            release[at + 1] <= '9')
+            ++at;
+        else
+            at = release.size();
+    }
+    return version;
+}
+
+bool LinuxHostInfo::prepareDiagnosticLogFolder() const {
+    const fs::path folder = logPath_.parent_path();
+    if (folder.empty()) return true;
+    fs::path partial;
+    for (const fs::path& part : folder) {
+        partial /= part;
+        if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST) return false;
+    }
+    struct stat info {};
+    return ::stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+std::string LinuxHostInfo::operatingSystemLine() const {
+    utsname names{};
+    if (::uname(&names) != 0) return "Linux";
+    return "Linux " + kernelVersion(names.release);
+}
+
+std::string LinuxHostInfo::architectureLine() const {
+    std::string name(kArchitecture);
+    if (name.empty()) {
+        utsname names{};
+        name = ::uname(&names) == 0 ? names.machine : "unknown";
+    }
+    return "Architecture: " + name + " (Linux)";
+}
+
+std::string LinuxHostInfo::processName() const {
+    std::ifstream comm("/proc/self/comm");
+    std::string name;
+    if (std::getline(comm, name) && !name.empty()) return name;
+    return program_invocation_short_name;
+}
+
+std::int64_t LinuxHostInfo::processId() const {
+    return static_cast<std::int64_t>(::getpid());
+}
+
+std::optional<BundleValue> LinuxHostInfo::bundleInfo(const std::string& key) const {
+    const auto it = bundle_.find(key);
+    if (it == bundle_.end()) return std::nullopt;
+    return it->second;
+}
+
+std::vector<std::string> LinuxHostInfo::currentStackSymbols() const {
+    void* frames[kMaxFrames];
+    const int count = ::backtrace(frames, kMaxFrames);
+    std::unique_ptr<char*, decltype(&std::free)> symbols(::backtrace_symbols(frames, count),
+                                                         &std::free);
+    std::vector<std::string> out;
+    if (!symbols) return out;
+    // Frame 0 is this function: the caller wants its own stack.
+    for (int i = 1; i < count; ++i)
+        out.push_back(readableSymbol(symbols.get()[i]));
+    return out;
+}
+
+bool LinuxHostInfo::writeStackSymbols(int fd) const {
+    void* frames[kMaxFrames];
+    const int count = ::backtrace(frames, kMaxFrames);
+    if (count > 1) ::backtrace_symbols_fd(frames + 1, count - 1, fd);
+    return true;
+}
+
+} // namespace pw::platform

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/HostInfo.h"
+
+#include <map>
+#include <string_view>
+
+namespace pw::platform {
+
+// The running Linux process and machine. The log lives under the XDG state folder; the
+// bundle facts are fixed when the program is built.
+class LinuxHostInfo final : public HostInfo {
+public:
+    // Takes the log location from the environment once: it does not move during a run.
+    LinuxHostInfo();
+    explicit LinuxHostInfo(std::filesystem::path logPath);
+
+    // $XDG_STATE_HOME/panelwright/Panelwright.log. An unset, empty or relative
+    // XDG_STATE_HOME means $HOME/.local/state; an empty HOME means the home folder of the
+    // password database.
+    static std::filesystem::path logPathFor(std::string_view xdgStateHome, std::string_view home);
+    // The leading "major.minor.patch" of a kernel release ("6.1.0-18-amd64" -> "6.1.0"),
+    // missing parts as 0; the release as it is when it does not start with a number.
+    static std::string kernelVersion(std::string_view release);
+
+    std::filesystem::path diagnosticLogPath() const override { return logPath_; }
+    // Creates the missing folders with owner-only access, as the state folder should be.
+    bool prepareDiagnosticLogFolder() const override;
+    std::string operatingSystemLine() const override;
+    std::string architectureLine() const override;
+    std::string processName() const override;
+    std::int64_t processId() const override;
+    std::optional<BundleValue> bundleInfo(const std::string& key) const override;
+    std::vector<std::string> currentStackSymbols() const override;
+    bool writeStackSymbols(int fd) const override;
+
+private:
+    std::filesystem::path logPath_;
+    std::map<std::string, BundleValue, std::less<>> bundle_;
+};
+
+} // namespace pw::platform
