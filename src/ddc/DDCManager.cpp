@@ -1,12 +1,12 @@
 #include "ddc/DDCManager.h"
 
-#include <cstdio>
-#include <string>
-
 #include "app/SystemLog.h"
 #include "ddc/DDCMessages.h"
 #include "platform/Platform.h"
 #include "support/WeakOwner.h"
+
+#include <cmath>
+#include <string>
 
 namespace pw {
 
@@ -49,6 +49,16 @@ void DDCManager::sleepMicroseconds(std::uint32_t microseconds) {
     if (clock_) clock_->sleepFor(std::chrono::microseconds(microseconds));
 }
 
+platform::Clock::Duration DDCManager::lifetime() const {
+    using Seconds = std::chrono::duration<double>;
+    const double seconds = cacheTTL_.load();
+    if (std::isnan(seconds) || seconds < 0) return platform::Clock::Duration::min();
+    // Beyond what the tick count can hold: nothing ever gets that old.
+    if (seconds >= Seconds(platform::Clock::Duration::max()).count())
+        return platform::Clock::Duration::max();
+    return std::chrono::round<platform::Clock::Duration>(Seconds(seconds));
+}
+
 std::optional<DDCReadResult> DDCManager::cachedValue(const I2CTransport& transport,
                                                      std::uint8_t code) {
     const auto key = transport.endpointKey();
@@ -58,9 +68,9 @@ std::optional<DDCReadResult> DDCManager::cachedValue(const I2CTransport& transpo
     if (endpoint == cache_.end()) return std::nullopt;
     auto entry = endpoint->second.find(code);
     if (entry == endpoint->second.end()) return std::nullopt;
-    const std::chrono::duration<double> age = now - entry->second.storedAt;
-    // An entry exactly as old as the lifetime still counts as fresh.
-    if (age.count() <= cacheTTL_.load()) return entry->second.value;
+    // An entry exactly as old as the lifetime still counts as fresh, so the comparison is
+    // made in whole clock ticks rather than in floating-point seconds.
+    if (now - entry->second.storedAt <= lifetime()) return entry->second.value;
     return std::nullopt;
 }
 
@@ -103,9 +113,9 @@ void DDCManager::write(std::shared_ptr<I2CTransport> transport, VCPCode code, st
         const bool ok = manager.performWrite(transport, frame);
         if (ok) {
             const auto previous = manager.cachedValue(*transport, rawValue(code));
-            manager.storeInCache(*transport, rawValue(code),
-                                 DDCReadResult{value, previous ? previous->max
-                                                               : static_cast<std::uint16_t>(100)});
+            manager.storeInCache(
+                *transport, rawValue(code),
+                DDCReadResult{value, previous ? previous->max : static_cast<std::uint16_t>(100)});
             SystemLog::ddc().debug(formatWriteLine("OK", code, value));
         } else {
             SystemLog::ddc().error(formatWriteLine("FAILED", code, value));
@@ -137,8 +147,7 @@ std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport
     if (result) {
         storeInCache(*transport, rawValue(code), *result);
         SystemLog::ddc().debug("DDC read OK: " + std::string(displayName(code)) + " = " +
-                               std::to_string(result->current) + "/" +
-                               std::to_string(result->max));
+                               std::to_string(result->current) + "/" + std::to_string(result->max));
     } else {
         SystemLog::ddc().error("DDC read FAILED: " + std::string(displayName(code)));
     }

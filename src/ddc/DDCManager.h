@@ -1,5 +1,11 @@
 #pragma once
 
+#include "ddc/VCP.h"
+#include "platform/Clock.h"
+#include "platform/MainQueue.h"
+#include "support/SerialQueue.h"
+#include "transport/I2CTransport.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -8,12 +14,6 @@
 #include <mutex>
 #include <optional>
 #include <span>
-
-#include "ddc/VCP.h"
-#include "platform/Clock.h"
-#include "platform/MainQueue.h"
-#include "support/SerialQueue.h"
-#include "transport/I2CTransport.h"
 
 namespace pw {
 
@@ -70,6 +70,8 @@ private:
     };
 
     void sleepMicroseconds(std::uint32_t microseconds);
+    // cacheTTL in the clock's ticks.
+    platform::Clock::Duration lifetime() const;
 
     std::shared_ptr<platform::Clock> clock_;
     std::shared_ptr<platform::MainQueue> mainQueue_;

@@ -6,7 +6,9 @@ AppleSiliconTransport::AppleSiliconTransport(std::shared_ptr<platform::AVService
                                              std::shared_ptr<platform::Clock> clock)
     : service_(std::move(service)), clock_(std::move(clock)) {}
 
-std::int64_t AppleSiliconTransport::endpointKey() const { return service_->hash(); }
+std::int64_t AppleSiliconTransport::endpointKey() const {
+    return service_->hash();
+}
 
 bool AppleSiliconTransport::write(std::span<const std::uint8_t> frame) {
     return service_->writeI2C(kChipAddress, kDataAddress, frame.data(),

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "platform/AVService.h"
 #include "platform/Clock.h"
 #include "transport/I2CTransport.h"
+
+#include <memory>
 
 namespace pw {
 

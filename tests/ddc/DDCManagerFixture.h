@@ -1,16 +1,16 @@
 #pragma once
 
-#include <deque>
-#include <memory>
-#include <mutex>
-#include <vector>
-
 #include "common/TestSupport.h"
 #include "ddc/DDCManager.h"
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/VirtualClock.h"
 #include "transport/I2CTransport.h"
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <vector>
 
 namespace pw::test {
 
@@ -55,18 +55,13 @@ public:
 // A Get VCP reply as a monitor sends it.
 inline std::vector<std::uint8_t> replyBytes(std::uint8_t code, std::uint16_t current,
                                             std::uint16_t max) {
-    std::vector<std::uint8_t> r = {0x6E,
-                                   0x88,
-                                   0x02,
-                                   0x00,
-                                   code,
-                                   0x00,
-                                   static_cast<std::uint8_t>(max >> 8),
-                                   static_cast<std::uint8_t>(max & 0xFF),
-                                   static_cast<std::uint8_t>(current >> 8),
-                                   static_cast<std::uint8_t>(current & 0xFF)};
+    const auto hi = [](std::uint16_t v) { return static_cast<std::uint8_t>(v >> 8); };
+    const auto lo = [](std::uint16_t v) { return static_cast<std::uint8_t>(v & 0xFF); };
+    std::vector<std::uint8_t> r = {0x6E, 0x88,    0x02,    0x00,        code,
+                                   0x00, hi(max), lo(max), hi(current), lo(current)};
     std::uint8_t sum = 0x50;
-    for (auto b : r) sum = static_cast<std::uint8_t>(sum ^ b);
+    for (auto b : r)
+        sum = static_cast<std::uint8_t>(sum ^ b);
     r.push_back(sum);
     return r;
 }
@@ -87,7 +82,8 @@ struct DDCManagerFixture {
     // Sleeps taken so far, in microseconds, and the queues they ran on.
     std::vector<long long> sleepsUs() const {
         std::vector<long long> out;
-        for (const auto& s : clock->sleeps()) out.push_back(s.duration.count());
+        for (const auto& s : clock->sleeps())
+            out.push_back(s.duration.count());
         return out;
     }
 };

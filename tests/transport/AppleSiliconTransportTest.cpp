@@ -1,15 +1,11 @@
 #include "transport/AppleSiliconTransport.h"
 
-#include <gtest/gtest.h>
+#include "ddc/DDCMessages.h"
+#include "platform/sim/VirtualClock.h"
 
+#include <gtest/gtest.h>
 #include <memory>
 #include <vector>
-
-#include "ddc/DDCMessages.h"
-#include "platform/sim/BusLog.h"
-#include "platform/sim/SimAVService.h"
-#include "platform/sim/VirtualClock.h"
-#include "platform/sim/VirtualMonitor.h"
 
 namespace pw {
 namespace {
@@ -34,9 +30,11 @@ public:
     std::int32_t readI2C(std::uint32_t chip, std::uint32_t address, std::uint8_t* buffer,
                          std::uint32_t size) override {
         calls.push_back({'r', chip, address, size, clock_.now()});
-        for (std::uint32_t i = 0; i < size; ++i) EXPECT_EQ(buffer[i], 0) << "buffer not zeroed";
+        for (std::uint32_t i = 0; i < size; ++i)
+            EXPECT_EQ(buffer[i], 0) << "buffer not zeroed";
         if (readResult == 0)
-            for (std::uint32_t i = 0; i < size; ++i) buffer[i] = static_cast<std::uint8_t>(i + 1);
+            for (std::uint32_t i = 0; i < size; ++i)
+                buffer[i] = static_cast<std::uint8_t>(i + 1);
         return readResult;
     }
     std::int64_t hash() const override { return 0x5eed; }
@@ -104,22 +102,6 @@ TEST(AppleSiliconTransport, TheEndpointIsTheServiceAndTheServiceLivesAsLongAsThe
         EXPECT_FALSE(watch.expired());
     }
     EXPECT_TRUE(watch.expired());
-}
-
-TEST(AppleSiliconTransport, ReachesAVirtualMonitorEndToEnd) {
-    auto clock = std::make_shared<sim::VirtualClock>();
-    auto bus = std::make_shared<sim::BusLog>(*clock);
-    auto monitor =
-        std::make_shared<sim::VirtualMonitor>(sim::MonitorSpec::withDefaultFeatures(), *clock);
-    AppleSiliconTransport transport(std::make_shared<sim::SimAVService>(monitor, bus, "d2", 7),
-                                    clock);
-
-    EXPECT_TRUE(transport.write(ddc::makeSetVCPRequest(0x10, 65)));
-    auto reply = transport.read(ddc::makeGetVCPRequest(0x10), 11);
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(ddc::parseVCPReply(*reply), (DDCReadResult{65, 100}));
-    EXPECT_EQ(bus->transfers().size(), 3u);
-    EXPECT_EQ(bus->overlapCount(), 0u);
 }
 
 } // namespace
