@@ -1,1 +1,478 @@
-// (being written)
+#include "display/DisplayManager.h"
+
+#include "app/DiagnosticLog.h"
+#include "app/Preferences.h"
+#include "app/SystemLog.h"
+#include "ddc/DDCManager.h"
+#include "display/AppleSiliconDiscovery.h"
+#include "display/EdidName.h"
+#include "support/SerialQueue.h"
+#include "support/WeakOwner.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <tuple>
+
+namespace pw {
+
+namespace {
+
+constexpr std::uint32_t kMaxDisplays = 16;
+constexpr std::uint32_t kAppleVendor = 0x0610;
+constexpr std::string_view kRefreshQueueLabel = "com.panelwright.refresh";
+constexpr std::chrono::microseconds kIntelProbeGap{200'000};
+
+void logDisplay(std::string_view message) {
+    DiagnosticLog::log("Display", message);
+}
+void logDDC(std::string_view message) {
+    DiagnosticLog::log("DDC", message);
+}
+
+std::string hex4(std::uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%04x", value);
+    return text;
+}
+
+std::string num(std::uint64_t value) {
+    return std::to_string(value);
+}
+
+} // namespace
+
+DisplayManager::DisplayManager(platform::Platform platform, std::shared_ptr<DDCManager> ddcManager)
+    : platform_(std::move(platform)), ddcManager_(std::move(ddcManager)) {}
+
+DisplayManager::~DisplayManager() = default;
+
+std::shared_ptr<DisplayManager> DisplayManager::shared() {
+    static const std::shared_ptr<DisplayManager> instance =
+        std::make_shared<DisplayManager>(platform::current(), DDCManager::shared());
+    return instance;
+}
+
+// --- The published list ---------------------------------------------------------------
+
+std::vector<ExternalDisplay> DisplayManager::displays() const {
+    std::lock_guard lock(mutex_);
+    return displays_;
+}
+
+DisplayManager::ObserverToken DisplayManager::subscribe(Observer observer) {
+    std::lock_guard lock(mutex_);
+    const auto token = nextToken_++;
+    observers_.emplace(token, std::move(observer));
+    return token;
+}
+
+void DisplayManager::unsubscribe(ObserverToken token) {
+    std::lock_guard lock(mutex_);
+    observers_.erase(token);
+}
+
+template <typename Change> void DisplayManager::changeList(Change&& change) {
+    std::vector<ExternalDisplay> snapshot;
+    std::vector<Observer> observers;
+    {
+        std::lock_guard lock(mutex_);
+        if (!change(displays_)) return;
+        if (observers_.empty()) return;
+        snapshot = displays_;
+        for (const auto& entry : observers_)
+            observers.push_back(entry.second);
+    }
+    // Called without the lock, so an observer may read the list or unsubscribe.
+    for (const auto& observer : observers)
+        observer(snapshot);
+}
+
+void DisplayManager::publish(std::vector<ExternalDisplay> displays) {
+    const auto count = displays.size();
+    const auto withDDC = ddcCapableDisplays(displays).size();
+    changeList([&](std::vector<ExternalDisplay>& list) {
+        list = std::move(displays);
+        return true;
+    });
+    SystemLog::display().info("Found " + num(count) + " external display(s), " + num(withDDC) +
+                              " with DDC");
+}
+
+// --- Pairing channels with displays ---------------------------------------------------
+
+int DisplayManager::scoreTransport(const DisplayTransportMatch& candidate,
+                                   const DisplayIdentity& display) {
+    int score = 0;
+    if (candidate.vendorID != 0) {
+        const bool sameVendor = candidate.vendorID == display.vendor;
+        const bool sameModel = candidate.productID == display.model;
+        if (sameVendor && sameModel) {
+            score += 6;
+        } else if (sameVendor || sameModel) {
+            score += 3;
+        }
+        if (candidate.serialNumber != 0 && candidate.serialNumber == display.serial) score += 5;
+    }
+    const auto& edid = candidate.edidUUID;
+    if (edid.size() >= 4 && edid.compare(0, 4, hex4(display.vendor)) == 0) score += 2;
+    if (edid.size() >= 8 && edid.compare(4, 4, hex4(display.model)) == 0) score += 2;
+    return score;
+}
+
+bool DisplayManager::identityMatches(const DisplayTransportMatch& candidate,
+                                     const DisplayIdentity& display) {
+    if (candidate.vendorID == 0) return false;
+    if (candidate.vendorID != display.vendor || candidate.productID != display.model) return false;
+    // Both serials known and different: the same model, but another monitor.
+    return candidate.serialNumber == 0 || display.serial == 0 ||
+           candidate.serialNumber == display.serial;
+}
+
+std::vector<std::optional<std::size_t>>
+DisplayManager::pairTransports(const std::vector<DisplayIdentity>& displays,
+                               const std::vector<DisplayTransportMatch>& candidates) {
+    // Every plausible (display, candidate) pair, best first; among equals the earlier
+    // display and then the earlier candidate first, so identical twins pair up in order.
+    struct Pair {
+        int score;
+        std::size_t display;
+        std::size_t candidate;
+    };
+    std::vector<Pair> pairs;
+    for (std::size_t d = 0; d < displays.size(); ++d) {
+        for (std::size_t c = 0; c < candidates.size(); ++c) {
+            if (!identityMatches(candidates[c], displays[d])) continue;
+            pairs.push_back({scoreTransport(candidates[c], displays[d]), d, c});
+        }
+    }
+    std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) {
+        return std::tie(b.score, a.display, a.candidate) <
+               std::tie(a.score, b.display, b.candidate);
+    });
+
+    std::vector<std::optional<std::size_t>> chosen(displays.size());
+    std::vector<bool> taken(candidates.size(), false);
+    for (const auto& pair : pairs) {
+        if (chosen[pair.display] || taken[pair.candidate]) continue;
+        chosen[pair.display] = pair.candidate;
+        taken[pair.candidate] = true;
+    }
+    return chosen;
+}
+
+std::optional<DisplayManager::DisplayTransportMatch>
+DisplayManager::matchTransport(platform::DisplayID id,
+                               const std::vector<DisplayTransportMatch>& candidates) {
+    if (candidates.empty()) return std::nullopt;
+    if (candidates.size() == 1) return candidates.front();
+
+    auto& displays = *platform_.displays;
+    const DisplayIdentity identity{id, displays.vendorNumber(id), displays.modelNumber(id),
+                                   displays.serialNumber(id)};
+    int bestScore = -1;
+    const DisplayTransportMatch* best = nullptr;
+    for (const auto& candidate : candidates) {
+        const int score = scoreTransport(candidate, identity);
+        if (score > bestScore) {
+            bestScore = score;
+            best = &candidate;
+        }
+    }
+    return *best;
+}
+
+// --- Naming and filtering -------------------------------------------------------------
+
+std::optional<std::string> DisplayManager::resolveDisplayName(platform::DisplayID id) {
+    auto& displays = *platform_.displays;
+    if (auto map = displays.productNames(id); map && !map->wrongType) {
+        const auto& names = map->names;
+        const auto english = std::find_if(names.begin(), names.end(),
+                                          [](const auto& entry) { return entry.first == "en_US"; });
+        if (english != names.end()) {
+            if (!english->second.empty()) return english->second;
+        } else if (!names.empty() && !names.front().second.empty()) {
+            return names.front().second;
+        }
+    }
+    for (const auto& screen : displays.screens()) {
+        if (screen.number != id) continue;
+        if (!screen.localizedName.empty() && screen.localizedName != "Unknown") {
+            return screen.localizedName;
+        }
+    }
+    const auto vendor = displays.vendorNumber(id);
+    if (vendor == 0) return std::nullopt;
+    return "Display " + num(vendor) + "-" + num(displays.modelNumber(id));
+}
+
+std::optional<std::string> DisplayManager::nameFromEDID(std::string_view hex) {
+    return pw::nameFromEDID(hex);
+}
+
+bool DisplayManager::isAppleDisplay(platform::DisplayID id, std::uint32_t vendor) {
+    auto& displays = *platform_.displays;
+    if (displays.isBuiltin(id)) return true;
+    float brightness = 0;
+    if (displays.displayServicesGetBrightness(id, brightness) == 0) {
+        logDisplay("DisplayServicesGetBrightness OK for " + num(id) + " — Apple display");
+        return true;
+    }
+    return vendor == kAppleVendor;
+}
+
+// --- Enumeration ----------------------------------------------------------------------
+
+void DisplayManager::enumerateDisplays() {
+    const auto& systemLog = SystemLog::display();
+    logDisplay("enumerateDisplays() called");
+    systemLog.info("Enumerating displays...");
+
+    // Without display services there is nothing to list; the loops below then never run.
+    auto* const displays = platform_.displays.get();
+    auto ids =
+        displays ? displays->activeDisplayList(kMaxDisplays) : std::vector<platform::DisplayID>();
+    if (ids.size() > kMaxDisplays) ids.resize(kMaxDisplays);
+    logDisplay("CGGetActiveDisplayList returned " + num(ids.size()) + " display(s)");
+
+    std::vector<ExternalDisplay> result;
+    const bool appleSilicon = platform_.flavor == platform::Flavor::appleSilicon;
+    std::vector<DisplayTransportMatch> transports;
+    if (appleSilicon) {
+        logDisplay("Architecture: arm64, finding Apple Silicon transports");
+        if (platform_.registry && platform_.avServices) {
+            transports = findAppleSiliconTransports(*platform_.registry, *platform_.avServices,
+                                                    platform_.clock);
+        }
+        logDisplay("Found " + num(transports.size()) + " Apple Silicon transport(s)");
+    } else {
+        // Framebuffer discovery for this kind of machine is not built yet: every external
+        // display ends up without a transport and is left out with the usual lines.
+        logDisplay("Architecture: x86_64, will use Intel transport discovery");
+    }
+
+    // With several channels each external display claims its own, decided for all of them
+    // at once so that a better fit further down the list is not taken by an earlier display.
+    std::vector<DisplayIdentity> claimants;
+    std::vector<std::optional<std::size_t>> pairing;
+    if (transports.size() >= 2) {
+        for (const auto id : ids) {
+            if (displays->isBuiltin(id)) continue;
+            claimants.push_back({id, displays->vendorNumber(id), displays->modelNumber(id),
+                                 displays->serialNumber(id)});
+        }
+        pairing = pairTransports(claimants, transports);
+    }
+    const auto transportFor = [&](platform::DisplayID id) -> std::optional<DisplayTransportMatch> {
+        if (transports.size() < 2) return matchTransport(id, transports);
+        for (std::size_t k = 0; k < claimants.size(); ++k) {
+            if (claimants[k].id != id || !pairing[k]) continue;
+            const auto& match = transports[*pairing[k]];
+            logDisplay("Display " + num(id) + ": paired by EDID identity with service " +
+                       std::to_string(match.serviceLocation));
+            return match;
+        }
+        logDisplay("Display " + num(id) + ": none of the " + num(transports.size()) +
+                   " transports carries its EDID identity");
+        return std::nullopt;
+    };
+
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        const auto id = ids[i];
+        const bool builtin = displays->isBuiltin(id);
+        logDisplay("Display[" + num(i) + "]: id=" + num(id) +
+                   " builtin=" + (builtin ? "true" : "false"));
+        if (builtin) continue;
+
+        const auto vendor = displays->vendorNumber(id);
+        const auto product = displays->modelNumber(id);
+        logDisplay("Display[" + num(i) + "]: vendor=" + num(vendor) + " product=" + num(product));
+
+        if (isAppleDisplay(id, vendor)) {
+            logDisplay("Display[" + num(i) + "]: Apple display, skipping DDC");
+            systemLog.info("Skipping Apple display " + num(id) + " — DDC not supported");
+            continue;
+        }
+
+        const auto match = appleSilicon ? transportFor(id) : std::nullopt;
+        if (!match) {
+            logDisplay("No I2C transport for display " + num(id) + " — skipping");
+            systemLog.error("No I2C transport for display " + num(id));
+            continue;
+        }
+
+        auto resolved = resolveDisplayName(id);
+        if (!resolved && !match->edidUUID.empty()) resolved = nameFromEDID(match->edidUUID);
+        const std::string name = resolved.value_or("External Display");
+        logDisplay("Display name resolved: " + name);
+
+        if (!appleSilicon && !result.empty()) {
+            // Framebuffer I2C on these machines misbehaves when probes follow too closely.
+            logDDC("Waiting 200ms before probing next display...");
+            if (platform_.clock) platform_.clock->sleepFor(kIntelProbeGap);
+        }
+
+        ExternalDisplay display;
+        display.id = id;
+        display.name = name;
+        display.transport = match->transport;
+        display.vendorID = vendor;
+        display.productID = product;
+        display.ddcSupported = true;
+        display.forceSoftwareBrightness = false;
+        display.longerDelay = platform_.defaults ? Preferences::longerDelay(*platform_.defaults,
+                                                                            display.preferenceKey())
+                                                 : false;
+
+        logDDC("Reading DDC brightness for " + name + " (display " + num(id) + ")...");
+        if (auto brightness = ddcManager_->read(display.transport, VCPCode::brightness)) {
+            logDDC("DDC read OK: " + name + " brightness=" + num(brightness->current) + "/" +
+                   num(brightness->max));
+            systemLog.info("Found DDC display: " + name + " (brightness: " +
+                           num(brightness->current) + "/" + num(brightness->max) + ")");
+            display.ddcStatus = DDCStatus::verified;
+            display.brightness = brightness;
+        } else {
+            logDDC("DDC read failed for " + name +
+                   " — controls shown anyway (writes may still work)");
+            systemLog.info("Display " + name +
+                           ": DDC reads failed but controls enabled (writes may work)");
+            display.ddcStatus = DDCStatus::unverified;
+        }
+        result.push_back(std::move(display));
+    }
+
+    logDisplay("Enumeration complete: " + num(result.size()) + " external, " +
+               num(ddcCapableDisplays(result).size()) + " with DDC");
+
+    platform_.mainQueue->post([weak = weak_from_this(), list = std::move(result)]() mutable {
+        if (auto self = weak.lock()) self->publish(std::move(list));
+    });
+}
+
+// --- Hot-plug ---------------------------------------------------------------------------
+
+void DisplayManager::drain(platform::Registry& registry, platform::IOObject iterator) {
+    while (const auto object = registry.iteratorNext(iterator))
+        registry.release(object);
+}
+
+void DisplayManager::scheduleEnumeration() {
+    platform_.mainQueue->postAfter(kHotPlugDelay, [weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->enumerateDisplays();
+    });
+}
+
+void DisplayManager::startMonitoring() {
+    if (!platform_.registry || !platform_.mainQueue) return;
+    auto& registry = *platform_.registry;
+
+    notificationPort_ = registry.createNotificationPort();
+    if (notificationPort_ == 0) return; // no port: the list changes only on refresh and restart
+    if (!registry.attachToMainRunLoop(notificationPort_)) return;
+
+    const auto watched = platform_.flavor == platform::Flavor::appleSilicon
+                             ? kAppleSiliconWatchedClass
+                             : kIntelWatchedClass;
+    // Each report is answered by its own enumeration a second later: the registry is still
+    // settling when the notification arrives, and nothing merges reports, the last wins.
+    // The registry keeps the handler, so the handler must not keep the registry. Its
+    // objects are released even when the manager is gone, so none of them leaks.
+    const auto handler = [weak = weak_from_this(),
+                          weakRegistry =
+                              std::weak_ptr(platform_.registry)](platform::IOObject iterator) {
+        if (auto alive = weakRegistry.lock()) drain(*alive, iterator);
+        if (auto self = weak.lock()) self->scheduleEnumeration();
+    };
+
+    if (registry.addMatchingNotification(notificationPort_, platform::kFirstMatchNotification,
+                                         watched, handler, addedIterator_) != platform::kSuccess) {
+        SystemLog::display().error("Display monitoring could not be registered");
+        return;
+    }
+    drain(registry, addedIterator_); // arms the notification; what is already there is not news
+    if (registry.addMatchingNotification(notificationPort_, platform::kTerminateNotification,
+                                         watched, handler,
+                                         removedIterator_) != platform::kSuccess) {
+        SystemLog::display().error("Display monitoring could not be registered");
+        return;
+    }
+    drain(registry, removedIterator_);
+    SystemLog::display().info("Display monitoring started");
+}
+
+// --- Refresh ----------------------------------------------------------------------------
+
+void DisplayManager::refreshDisplays(Completion completion) {
+    // A queue per refresh: two refreshes may read at once, the DDC manager keeps their
+    // bus traffic apart. The work owns its queue; when the work item is done with, the
+    // queue goes with it and its worker ends by itself.
+    auto queue = std::make_shared<SerialQueue>(std::string(kRefreshQueueLabel));
+    auto mainQueue = platform_.mainQueue;
+    queue->async([weak = weak_from_this(), mainQueue, ownQueue = queue,
+                  completion = std::move(completion)]() mutable {
+        auto self = weak.lock();
+        if (!self) return;
+        std::size_t count = 0;
+        {
+            std::lock_guard lock(self->mutex_);
+            count = self->displays_.size();
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            // A whole copy of the record as it stands now; the main thread may have
+            // replaced the list since the refresh began, and a position that is gone
+            // ends the refresh.
+            std::optional<ExternalDisplay> record;
+            {
+                std::lock_guard lock(self->mutex_);
+                if (i < self->displays_.size()) record = self->displays_[i];
+            }
+            if (!record) break;
+            if (!record->ddcSupported) continue;
+
+            auto& ddc = *self->ddcManager_;
+            auto brightness = ddc.read(record->transport, VCPCode::brightness);
+            auto contrast = ddc.read(record->transport, VCPCode::contrast);
+            auto volume = ddc.read(record->transport, VCPCode::volume);
+            auto mute = ddc.read(record->transport, VCPCode::mute);
+            auto inputSource = ddc.read(record->transport, VCPCode::inputSource);
+            mainQueue->post(weakly(self, [=](DisplayManager& manager) {
+                manager.updateDisplay(i, brightness, contrast, volume, mute, inputSource);
+            }));
+        }
+        mainQueue->post([done = std::move(completion)] {
+            if (done) done();
+        });
+    });
+}
+
+void DisplayManager::updateDisplay(std::size_t position, std::optional<DDCReadResult> brightness,
+                                   std::optional<DDCReadResult> contrast,
+                                   std::optional<DDCReadResult> volume,
+                                   std::optional<DDCReadResult> mute,
+                                   std::optional<DDCReadResult> inputSource) {
+    using Field = std::optional<DDCReadResult> ExternalDisplay::*;
+    const std::pair<Field, const std::optional<DDCReadResult>*> values[] = {
+        {&ExternalDisplay::brightness, &brightness},   {&ExternalDisplay::contrast, &contrast},
+        {&ExternalDisplay::volume, &volume},           {&ExternalDisplay::mute, &mute},
+        {&ExternalDisplay::inputSource, &inputSource},
+    };
+    for (const auto& [field, value] : values) {
+        if (!*value) continue;
+        changeList([&](std::vector<ExternalDisplay>& list) {
+            if (position >= list.size()) return false;
+            list[position].*field = *value;
+            return true;
+        });
+    }
+    // The status follows the values the controls show; mute or input source alone leave it.
+    if (brightness || contrast || volume) {
+        changeList([&](std::vector<ExternalDisplay>& list) {
+            if (position >= list.size()) return false;
+            list[position].ddcStatus = DDCStatus::verified;
+            return true;
+        });
+    }
+}
+
+} // namespace pw
