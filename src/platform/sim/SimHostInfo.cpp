@@ -42,8 +42,17 @@ std::optional<platform::BundleValue> SimHostInfo::bundleInfo(const std::string& 
     return it->second;
 }
 
-std::vector<std::string> SimHostInfo::currentStackSymbols() const {
-    return {"0   Panelwright   simulated frame"};
+namespace {
+constexpr char kSimulatedFrame[] = "0   Panelwright   simulated frame";
+}
+
+std::vector<std::string> SimHostInfo::currentStackSymbols() const { return {kSimulatedFrame}; }
+
+bool SimHostInfo::writeStackSymbols(int fd) const {
+    // Called from a signal handler: no allocation, just the one fixed frame.
+    constexpr std::size_t length = sizeof kSimulatedFrame - 1;
+    return ::write(fd, kSimulatedFrame, length) == static_cast<ssize_t>(length) &&
+           ::write(fd, "\n", 1) == 1;
 }
 
 void SimHostInfo::setLogPath(std::filesystem::path path) {
