@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up a Debian 12 machine for Panelwright (installs the packages it lacks),
 # then configures, builds and runs the whole test suite.
-#   bash scripts/test.sh            # debug, then the asan and tsan presets
+#   bash scripts/test.sh            # debug, asan and tsan suites, then a short fuzz run
 #   bash scripts/test.sh debug      # any presets from CMakePresets.json
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 
 presets=("$@")
-[ ${#presets[@]} -eq 0 ] && presets=(debug asan tsan)
+[ ${#presets[@]} -eq 0 ] && presets=(debug asan tsan fuzz)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 for preset in "${presets[@]}"; do
@@ -17,6 +17,18 @@ for preset in "${presets[@]}"; do
   cmake --preset "${preset}" >/dev/null
   echo "== ${preset}: build"
   cmake --build --preset "${preset}" -j "${jobs}"
+  if [ "${preset}" = fuzz ]; then
+    # A short, seeded libFuzzer run of every target from its committed corpus: catches a
+    # parser that crashes on something near the known inputs, in a fixed number of runs.
+    for fuzzer in build/fuzz/fuzz/fuzz_*; do
+      name=$(basename "${fuzzer}"); name=${name#fuzz_}
+      scratch=$(mktemp -d)
+      echo "== fuzz: ${name}"
+      "${fuzzer}" -seed=1 -runs=5000 -print_final_stats=0 "${scratch}" "fuzz/corpus/${name}" 2>&1 | tail -n 1
+      rm -rf "${scratch}"
+    done
+    continue
+  fi
   echo "== ${preset}: test"
   ctest --preset "${preset}" -j "${jobs}"
 done

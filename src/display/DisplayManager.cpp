@@ -457,11 +457,13 @@ void DisplayManager::updateDisplay(std::size_t position, std::optional<DDCReadRe
         {&ExternalDisplay::volume, &volume},           {&ExternalDisplay::mute, &mute},
         {&ExternalDisplay::inputSource, &inputSource},
     };
-    for (const auto& [field, value] : values) {
-        if (!*value) continue;
+    for (const auto& entry : values) {
+        const Field field = entry.first;
+        const std::optional<DDCReadResult>& value = *entry.second;
+        if (!value) continue;
         changeList([&](std::vector<ExternalDisplay>& list) {
             if (position >= list.size()) return false;
-            list[position].*field = *value;
+            list[position].*field = value;
             return true;
         });
     }
