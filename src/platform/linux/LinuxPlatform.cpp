@@ -11,9 +11,15 @@ Platform makeLinuxPlatform() {
     Platform p;
     p.flavor = Flavor::appleSilicon;
     p.clock = std::make_shared<SystemClock>();
-    p.defaults = std::make_shared<JsonUserDefaults>();
     p.host = std::make_shared<LinuxHostInfo>();
     p.systemLog = makeSystemLog();
+    // A settings file that had to be moved aside is worth one line in the system log
+    // (the journal), where a user looking for lost settings will search.
+    auto defaults = std::make_shared<JsonUserDefaults>();
+    defaults->setReport([log = p.systemLog](const std::string& message) {
+        log->write("com.panelwright.app", "App", LogLevel::error, message);
+    });
+    p.defaults = std::move(defaults);
     return p;
 }
 
