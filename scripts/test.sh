@@ -11,6 +11,9 @@ bash scripts/setup.sh
 presets=("$@")
 [ ${#presets[@]} -eq 0 ] && presets=(debug asan tsan fuzz)
 jobs=$(nproc 2>/dev/null || echo 2)
+passed=0
+report=$(mktemp)
+trap 'rm -f "${report}"' EXIT
 
 for preset in "${presets[@]}"; do
   echo "== ${preset}: configure"
@@ -26,9 +29,15 @@ for preset in "${presets[@]}"; do
       echo "== fuzz: ${name}"
       "${fuzzer}" -seed=1 -runs=5000 -print_final_stats=0 "${scratch}" "fuzz/corpus/${name}" 2>&1 | tail -n 1
       rm -rf "${scratch}"
+      passed=$((passed + 1))
     done
     continue
   fi
   echo "== ${preset}: test"
-  ctest --preset "${preset}" -j "${jobs}"
+  ctest --preset "${preset}" -j "${jobs}" | tee "${report}"
+  count=$(sed -n 's/.* tests passed, 0 tests failed out of \([0-9]*\).*/\1/p' "${report}" | tail -n 1)
+  passed=$((passed + ${count:-0}))
 done
+
+# Every step above stops the script on a failure, so reaching here means nothing failed.
+echo "tests: ${passed} passed, 0 failed"
