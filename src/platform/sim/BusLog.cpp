@@ -32,14 +32,27 @@ std::size_t BusLog::begin(BusTransfer::Kind kind, std::string endpoint, std::uin
 
 void BusLog::finish(std::size_t index, std::vector<std::uint8_t> bytes, std::int32_t result) {
     const auto end = clock_.now();
+    std::function<void(const BusTransfer&)> observer;
+    BusTransfer finished;
+    {
+        std::lock_guard lock(mutex_);
+        const auto flying = std::find(inFlight_.begin(), inFlight_.end(), index);
+        if (flying == inFlight_.end()) return; // finished twice, or cleared meanwhile
+        inFlight_.erase(flying);
+        BusTransfer& transfer = transfers_[index - firstTicket_];
+        transfer.bytes = std::move(bytes);
+        transfer.result = result;
+        transfer.end = end;
+        if (!observer_) return;
+        observer = observer_;
+        finished = transfer;
+    }
+    observer(finished);
+}
+
+void BusLog::setObserver(std::function<void(const BusTransfer&)> observer) {
     std::lock_guard lock(mutex_);
-    const auto flying = std::find(inFlight_.begin(), inFlight_.end(), index);
-    if (flying == inFlight_.end()) return; // finished twice, or cleared meanwhile
-    inFlight_.erase(flying);
-    BusTransfer& transfer = transfers_[index - firstTicket_];
-    transfer.bytes = std::move(bytes);
-    transfer.result = result;
-    transfer.end = end;
+    observer_ = std::move(observer);
 }
 
 std::vector<BusTransfer> BusLog::transfers() const {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -43,6 +44,10 @@ public:
     std::size_t overlapCount() const;
     void clear();
 
+    // Called with every transfer as it finishes, on the thread that ran it and outside
+    // the log's lock (the command line's --trace prints the bus as it happens).
+    void setObserver(std::function<void(const BusTransfer&)> observer);
+
     platform::Clock& clock() { return clock_; }
 
 private:
@@ -51,6 +56,7 @@ private:
     std::vector<BusTransfer> transfers_;
     std::vector<std::size_t> inFlight_; // tickets
     std::size_t firstTicket_ = 0;       // ticket of transfers_[0]
+    std::function<void(const BusTransfer&)> observer_;
 };
 
 } // namespace pw::sim

@@ -1,0 +1,402 @@
+// panelwright-cli: the program's main job (find monitors, read and change their
+// features) and its settings, for scripts, tests and people without a tray.
+
+#include "app/Preferences.h"
+#include "cli/Arguments.h"
+#include "cli/SimulatedState.h"
+#include "ddc/DDCManager.h"
+#include "display/DisplayManager.h"
+#include "platform/linux/JsonUserDefaults.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "platform/posix/LoopMainQueue.h"
+#include "platform/posix/SystemClock.h"
+#include "platform/sim/SimMachine.h"
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#ifndef PW_VERSION
+#define PW_VERSION "0.0.0"
+#endif
+
+namespace pw::cli {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+// Exit status, the contract scripts rely on.
+constexpr int kOK = 0;
+constexpr int kNoAnswer = 1;
+constexpr int kUsage = 2;
+constexpr int kNoDisplay = 3;
+
+struct Options {
+    std::string scenario;
+    std::optional<std::uint32_t> displayID;
+    bool json = false;
+    bool trace = false;
+    std::vector<std::string> codes; // getvcp
+    std::string setCode, setValue;  // setvcp
+    std::string key, value;         // config
+};
+
+int fail(int status, const std::string& message) {
+    std::cerr << "panelwright-cli: " << message << "\n";
+    return status;
+}
+
+std::string hexBytes(const std::vector<std::uint8_t>& bytes) {
+    std::string out;
+    char byte[4];
+    for (std::uint8_t b : bytes) {
+        std::snprintf(byte, sizeof byte, out.empty() ? "%02X" : " %02X", b);
+        out += byte;
+    }
+    return out;
+}
+
+// One line per bus transfer: when it started (ms since the program started), how long it
+// took, which way, the chip and offset, the bytes and the bus's result when it failed.
+void traceTransfer(const sim::BusTransfer& t, platform::Clock::TimePoint processStart) {
+    using Ms = std::chrono::duration<double, std::milli>;
+    const double start = Ms(t.start - processStart).count();
+    const double took = Ms(t.end - t.start).count();
+    char head[160];
+    std::snprintf(head, sizeof head,
+                  "[%9.3f ms] %-5s %s chip 0x%02X offset 0x%02X (%.3f ms):", start,
+                  t.kind == sim::BusTransfer::Kind::write ? "write" : "read", t.endpoint.c_str(),
+                  t.chipAddress, t.dataAddress, took);
+    std::string line = std::string(head) + " " + hexBytes(t.bytes);
+    if (t.result != 0) {
+        char result[32];
+        std::snprintf(result, sizeof result, " [bus error 0x%08X]",
+                      static_cast<unsigned>(t.result));
+        line += result;
+    }
+    static std::mutex printing; // transfers may finish on different threads
+    std::lock_guard lock(printing);
+    std::cerr << line << "\n";
+}
+
+// The tuning settings the user may have stored; out-of-range values are ignored.
+void applyTuning(DDCManager& ddc) {
+    platform::JsonUserDefaults store;
+    if (store.object(Preferences::kDDCRetryCount)) {
+        const auto passes = Preferences::integer(store, Preferences::kDDCRetryCount);
+        if (passes >= 1) ddc.setMaxRetries(passes);
+    }
+    if (store.object(Preferences::kDDCCacheTTL)) {
+        const double ttl = Preferences::doubleValue(store, Preferences::kDDCCacheTTL);
+        if (ttl > 0) ddc.setCacheTTL(ttl);
+    }
+}
+
+json readingJSON(const std::optional<DDCReadResult>& value) {
+    if (!value) return nullptr;
+    return {{"current", value->current}, {"max", value->max}};
+}
+
+// --- Subcommands on a machine -------------------------------------------------------
+
+int detect(const std::vector<ExternalDisplay>& displays, const Options& options) {
+    if (options.json) {
+        json out = json::array();
+        for (const auto& d : displays)
+            out.push_back({{"id", d.id},
+                           {"name", d.displayTitle()},
+                           {"vendorID", d.vendorID},
+                           {"productID", d.productID},
+                           {"ddcStatus", std::string(rawValue(d.ddcStatus))},
+                           {"preferenceKey", d.preferenceKey()},
+                           {"brightness", readingJSON(d.brightness)}});
+        std::cout << out.dump(2) << "\n";
+        return kOK;
+    }
+    if (displays.empty()) std::cout << "No external displays found.\n";
+    for (const auto& d : displays) {
+        std::cout << "Display " << d.id << ": " << d.displayTitle() << "\n"
+                  << "  vendor " << d.vendorID << ", product " << d.productID << ", "
+                  << label(d.ddcStatus) << "\n";
+        if (d.brightness)
+            std::cout << "  brightness " << d.brightness->current << " of " << d.brightness->max
+                      << "\n";
+        std::cout << "  settings key: " << d.preferenceKey() << "\n";
+    }
+    return kOK;
+}
+
+int getvcp(DDCManager& ddc, const ExternalDisplay& display, const std::vector<std::uint8_t>& codes,
+           const Options& options) {
+    json out = json::array();
+    int status = kOK;
+    for (std::uint8_t code : codes) {
+        const auto value = ddc.read(display.transport, static_cast<VCPCode>(code));
+        if (!value) status = kNoAnswer;
+        if (options.json) {
+            json entry = {{"code", code},
+                          {"name", codeTitle(code)},
+                          {"current", value ? json(value->current) : json(nullptr)},
+                          {"max", value ? json(value->max) : json(nullptr)}};
+            if (!value) entry["error"] = "no valid reply from the monitor";
+            out.push_back(std::move(entry));
+            continue;
+        }
+        char head[64];
+        std::snprintf(head, sizeof head, "%s (0x%02X): ", codeTitle(code).c_str(), code);
+        if (!value) {
+            std::cout << head << "no valid reply from the monitor\n";
+            continue;
+        }
+        std::cout << head << value->current;
+        if (const auto name = valueLabel(code, value->current)) std::cout << " (" << *name << ")";
+        std::cout << " of " << value->max << "\n";
+    }
+    if (options.json) std::cout << out.dump(2) << "\n";
+    return status;
+}
+
+int setvcp(DDCManager& ddc, platform::LoopMainQueue& mainQueue, const ExternalDisplay& display,
+           std::uint8_t code, std::uint16_t value, const Options& options) {
+    bool ok = false;
+    ddc.write(display.transport, static_cast<VCPCode>(code), value, [&](bool succeeded) {
+        ok = succeeded;
+        mainQueue.stop();
+    });
+    mainQueue.run(); // until the write's outcome arrives on the main queue
+    if (options.json)
+        std::cout << json{{"code", code}, {"value", value}, {"ok", ok}}.dump() << "\n";
+    else if (ok)
+        std::cout << codeTitle(code) << " set to " << value << "\n";
+    else
+        std::cout << codeTitle(code) << ": the monitor did not accept " << value << "\n";
+    return ok ? kOK : kNoAnswer;
+}
+
+enum class Command { detect, getvcp, setvcp };
+
+int runOnMachine(Command command, const Options& options, platform::Clock::TimePoint processStart) {
+    if (options.scenario.empty()) {
+        // The real machine: usable once it can list displays and reach their I2C buses.
+        const auto real = platform::makeLinuxPlatform();
+        if (!real.registry || !real.displays || !real.avServices)
+            return fail(kNoDisplay, "this machine has no display backend yet; try --simulate "
+                                    "SCENARIO (e.g. --simulate scenarios/one-monitor.json)");
+        return fail(kNoDisplay, "the real display backend is not wired to the command line yet");
+    }
+
+    // Arguments first, so a typing mistake costs no bus traffic.
+    std::vector<std::uint8_t> codes;
+    for (const auto& text : options.codes) {
+        const auto code = parseCode(text);
+        if (!code) return fail(kUsage, "unknown feature code \"" + text + "\"");
+        codes.push_back(*code);
+    }
+    std::uint8_t setCode = 0;
+    std::uint16_t setValue = 0;
+    if (command == Command::setvcp) {
+        const auto code = parseCode(options.setCode);
+        if (!code) return fail(kUsage, "unknown feature code \"" + options.setCode + "\"");
+        const auto value = parseValue(*code, options.setValue);
+        if (!value)
+            return fail(kUsage, "\"" + options.setValue + "\" is not a value for " +
+                                    codeTitle(*code) + " (0..65535, decimal or 0x hex)");
+        setCode = *code;
+        setValue = *value;
+    }
+
+    auto loaded = sim::loadScenarioFile(options.scenario);
+    if (const auto* error = std::get_if<sim::ScenarioError>(&loaded))
+        return fail(kUsage, error->message());
+
+    auto clock = std::make_shared<platform::SystemClock>();
+    auto mainQueue = std::make_shared<platform::LoopMainQueue>();
+    sim::SimMachine machine(std::get<sim::Scenario>(std::move(loaded)), clock, mainQueue);
+    const auto stateFile = statePathFor(options.scenario);
+    restoreState(machine, stateFile);
+    if (options.trace)
+        machine.bus().setObserver(
+            [processStart](const sim::BusTransfer& t) { traceTransfer(t, processStart); });
+    platform::install(machine.platform());
+
+    int status = kOK;
+    {
+        auto ddc = std::make_shared<DDCManager>(clock, mainQueue);
+        applyTuning(*ddc);
+        auto displays = std::make_shared<DisplayManager>(machine.platform(), ddc);
+        displays->enumerateDisplays();
+        mainQueue->runPending(); // publishes the list
+        const auto list = displays->displays();
+
+        if (command == Command::detect) {
+            auto shown = list;
+            if (options.displayID)
+                std::erase_if(shown,
+                              [&](const ExternalDisplay& d) { return d.id != *options.displayID; });
+            status = shown.empty() && options.displayID
+                         ? fail(kNoDisplay,
+                                "no external display with id " + std::to_string(*options.displayID))
+                         : detect(shown, options);
+        } else {
+            std::optional<ExternalDisplay> target;
+            for (const auto& d : ddcCapableDisplays(list))
+                if (!options.displayID || d.id == *options.displayID) {
+                    target = d;
+                    break;
+                }
+            if (!target) {
+                status =
+                    options.displayID
+                        ? fail(kNoDisplay, "no external display with id " +
+                                               std::to_string(*options.displayID) + " (see detect)")
+                        : fail(kNoDisplay, "no external display with DDC/CI found");
+            } else if (command == Command::getvcp) {
+                status = getvcp(*ddc, *target, codes, options);
+                if (status == kNoAnswer) std::cerr << "panelwright-cli: a read got no answer\n";
+            } else {
+                status = setvcp(*ddc, *mainQueue, *target, setCode, setValue, options);
+            }
+        }
+        displays.reset();
+        ddc.reset(); // finishes queued work before the machine goes away
+    }
+    saveState(machine, stateFile);
+    machine.bus().setObserver({});
+    platform::install({});
+    return status;
+}
+
+// --- config ------------------------------------------------------------------------------
+
+int config(const std::string& action, const Options& options) {
+    platform::JsonUserDefaults store;
+    if (action == "list") {
+        json out = json::object();
+        for (const auto& key : store.keys()) {
+            const auto value = store.object(key);
+            if (!value) continue;
+            if (options.json)
+                std::visit([&](const auto& v) { out[key] = v; }, *value);
+            else
+                std::cout << key << " = " << settingText(*value) << "\n";
+        }
+        if (options.json) std::cout << out.dump(2) << "\n";
+        return kOK;
+    }
+    if (action == "get") {
+        const auto value = store.object(options.key);
+        if (!value) return fail(kNoAnswer, options.key + " is not set");
+        if (options.json)
+            std::visit([&](const auto& v) { std::cout << json(v).dump() << "\n"; }, *value);
+        else
+            std::cout << settingText(*value) << "\n";
+        return kOK;
+    }
+    if (action == "unset") {
+        store.remove(options.key);
+        return kOK;
+    }
+    std::string error;
+    const auto value = parseSetting(options.key, options.value, error);
+    if (!value) return fail(kUsage, error);
+    store.set(options.key, *value);
+    return kOK;
+}
+
+} // namespace
+} // namespace pw::cli
+
+int main(int argc, char** argv) {
+    using namespace pw::cli;
+    const auto processStart = pw::platform::SystemClock().now();
+
+    CLI::App app{"Reads and changes external monitors' settings over DDC/CI.", "panelwright-cli"};
+    app.set_version_flag("--version", std::string("panelwright-cli ") + PW_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough(); // global options may follow the subcommand too
+    app.footer(R"(Examples:
+  panelwright-cli --simulate scenarios/one-monitor.json detect
+  panelwright-cli --simulate scenarios/one-monitor.json getvcp brightness 0x12 contrast
+  panelwright-cli --simulate scenarios/one-monitor.json setvcp brightness 70
+  panelwright-cli --simulate scenarios/one-monitor.json --display 1 setvcp inputSource hdmi1
+  panelwright-cli config set ddcRetryCount 5
+
+Exit status: 0 success, 1 the monitor did not answer (or a config key is not set),
+2 usage error or malformed scenario, 3 no such display or no display backend.)");
+
+    Options options;
+    std::uint32_t displayID = 0;
+    app.add_option("--simulate", options.scenario, "Run on the simulated machine in SCENARIO")
+        ->option_text("SCENARIO");
+    auto* displayOption = app.add_option("--display", displayID,
+                                         "Display id from detect (default: the first with DDC/CI)")
+                              ->option_text("ID");
+    app.add_flag("--json", options.json, "Print JSON instead of text");
+    app.add_flag("--trace", options.trace, "Print every bus transfer on stderr");
+
+    auto* detectCmd = app.add_subcommand("detect", "List the external displays");
+    detectCmd->footer("Example: panelwright-cli --simulate scenarios/two-monitors-and-builtin.json "
+                      "detect --json");
+    auto* getCmd = app.add_subcommand("getvcp", "Read features by name, hex or decimal code");
+    getCmd
+        ->add_option("CODE", options.codes,
+                     "brightness, contrast, volume, mute, inputSource, "
+                     "0x10, 16, ...")
+        ->required();
+    getCmd->footer("Example: panelwright-cli --simulate scenarios/one-monitor.json getvcp "
+                   "brightness 0x62");
+    auto* setCmd = app.add_subcommand("setvcp", "Write one feature");
+    setCmd->add_option("CODE", options.setCode, "Feature name or code")->required();
+    setCmd
+        ->add_option("VALUE", options.setValue,
+                     "Decimal or 0x hex; input sources also by name (hdmi1, displayport1, usbc)")
+        ->required();
+    setCmd->footer("Example: panelwright-cli --simulate scenarios/one-monitor.json setvcp "
+                   "inputSource hdmi2");
+
+    auto* configCmd = app.add_subcommand("config", "Read and change the settings");
+    configCmd->require_subcommand(1);
+    configCmd->footer("Example: panelwright-cli config set ddcCacheTTL 0.5");
+    auto* cfgGet = configCmd->add_subcommand("get", "Print one setting");
+    cfgGet->add_option("KEY", options.key)->required();
+    auto* cfgSet = configCmd->add_subcommand("set", "Store one setting, typed by its key");
+    cfgSet->add_option("KEY", options.key)->required();
+    cfgSet->add_option("VALUE", options.value)->required();
+    auto* cfgUnset = configCmd->add_subcommand("unset", "Remove one setting");
+    cfgUnset->add_option("KEY", options.key)->required();
+    auto* cfgList = configCmd->add_subcommand("list", "Print every setting");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return kUsage;
+    }
+    if (displayOption->count() > 0) options.displayID = displayID;
+
+    if (*configCmd) {
+        if (*cfgGet) return config("get", options);
+        if (*cfgSet) return config("set", options);
+        if (*cfgUnset) return config("unset", options);
+        if (*cfgList) return config("list", options);
+        return kUsage;
+    }
+    const Command command = *detectCmd ? Command::detect
+                            : *getCmd  ? Command::getvcp
+                                       : Command::setvcp;
+    return runOnMachine(command, options, processStart);
+}
