@@ -5,6 +5,7 @@
 #include "cli/Arguments.h"
 #include "cli/SimulatedState.h"
 #include "ddc/DDCManager.h"
+#include "ddc/DDCMessages.h"
 #include "display/DisplayManager.h"
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxPlatform.h"
@@ -54,16 +55,6 @@ int fail(int status, const std::string& message) {
     return status;
 }
 
-std::string hexBytes(const std::vector<std::uint8_t>& bytes) {
-    std::string out;
-    char byte[4];
-    for (std::uint8_t b : bytes) {
-        std::snprintf(byte, sizeof byte, out.empty() ? "%02X" : " %02X", b);
-        out += byte;
-    }
-    return out;
-}
-
 // One line per bus transfer: when it started (ms since the program started), how long it
 // took, which way, the chip and offset, the bytes and the bus's result when it failed.
 void traceTransfer(const sim::BusTransfer& t, platform::Clock::TimePoint processStart) {
@@ -75,7 +66,7 @@ void traceTransfer(const sim::BusTransfer& t, platform::Clock::TimePoint process
                   "[%9.3f ms] %-5s %s chip 0x%02X offset 0x%02X (%.3f ms):", start,
                   t.kind == sim::BusTransfer::Kind::write ? "write" : "read", t.endpoint.c_str(),
                   t.chipAddress, t.dataAddress, took);
-    std::string line = std::string(head) + " " + hexBytes(t.bytes);
+    std::string line = std::string(head) + " " + ddc::hexDump(t.bytes);
     if (t.result != 0) {
         char result[32];
         std::snprintf(result, sizeof result, " [bus error 0x%08X]",
