@@ -18,19 +18,28 @@ struct ProductNameMap {
     bool wrongType = false;
 };
 
+struct Point {
+    double x = 0, y = 0;
+};
+
 struct Rect {
     double x = 0, y = 0, width = 0, height = 0;
     bool contains(double px, double py) const {
         return px >= x && px < x + width && py >= y && py < y + height;
     }
+    bool contains(Point p) const { return contains(p.x, p.y); }
+    double midX() const { return x + width / 2; }
 };
 
 // One screen of the window system ("NSScreen"): its display number ("NSScreenNumber",
-// absent when the device description lacks it), localized name and frame.
+// absent when the device description lacks it), localized name, frame and the part of
+// the frame not covered by panels and docks. Global coordinates, y growing upwards.
 struct Screen {
     std::optional<DisplayID> number;
     std::string localizedName;
     Rect frame;
+    std::optional<Rect> visibleFrameOverride;
+    Rect visibleFrame() const { return visibleFrameOverride.value_or(frame); }
 };
 
 // The window system's view of the displays: the active list and each display's identity.
@@ -55,6 +64,14 @@ public:
 
     // NSScreen.screens, in order.
     virtual std::vector<Screen> screens() = 0;
+    // NSScreen.mainScreen: the screen with the keyboard focus; the first one by default.
+    virtual std::optional<Screen> mainScreen() {
+        auto all = screens();
+        if (all.empty()) return std::nullopt;
+        return all.front();
+    }
+    // The mouse pointer's position in global screen coordinates (NSEvent.mouseLocation).
+    virtual Point pointerLocation() = 0;
 };
 
 } // namespace pw::platform

@@ -5,6 +5,11 @@
 #include "platform/AVService.h"
 #include "platform/Clock.h"
 #include "platform/DisplayServices.h"
+#include "platform/EventTap.h"
+#include "platform/FramebufferI2C.h"
+#include "platform/Gamma.h"
+#include "platform/OSD.h"
+#include "platform/Workspace.h"
 #include "platform/HostInfo.h"
 #include "platform/MainQueue.h"
 #include "platform/Registry.h"
@@ -31,6 +36,14 @@ struct Platform {
     std::shared_ptr<AVServiceFactory> avServices;
     std::shared_ptr<DisplayServices> displays;
     std::shared_ptr<UserDefaults> defaults;
+    // Intel only: framebuffer I2C buses and the window server's framebuffer lookup.
+    std::shared_ptr<FramebufferI2C> framebufferI2C;
+    std::shared_ptr<GammaTables> gamma;
+    std::shared_ptr<EventTaps> eventTaps;
+    std::shared_ptr<Workspace> workspace;
+    std::shared_ptr<DistributedNotifications> distributedNotifications;
+    std::shared_ptr<OSDFramework> osdFramework;
+    std::shared_ptr<LevelIndicators> levelIndicators;
 };
 
 // The process-wide platform that `shared()` services are built from. Installed

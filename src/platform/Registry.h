@@ -62,6 +62,8 @@ public:
 
     // IORegistryEntryCreateCFProperty: the property's value, or nothing when absent.
     virtual std::optional<PropertyValue> property(IOObject entry, std::string_view key) = 0;
+    // IORegistryEntryCreateCFProperties: all of an entry's properties; kSuccess or an error.
+    virtual KernReturn properties(IOObject entry, PropertyDictionary& out) = 0;
     // IORegistryEntryGetParentEntry: the parent in `plane`, retained for the caller.
     virtual KernReturn parentEntry(IOObject entry, std::string_view plane, IOObject& parent) = 0;
     // IORegistryEntryGetNameInPlane into a 128-byte buffer (zero-terminated).

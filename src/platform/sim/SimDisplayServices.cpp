@@ -86,9 +86,28 @@ std::vector<platform::Screen> SimDisplayServices::screens() {
     std::vector<platform::Screen> screens;
     for (const auto& d : displays_) {
         screens.push_back(
-            platform::Screen{d.id, d.screenName.value_or(d.name.value_or("")), d.frame});
+            platform::Screen{d.id, d.screenName.value_or(d.name.value_or("")), d.frame, std::nullopt});
     }
     return screens;
+}
+
+
+platform::Point SimDisplayServices::pointerLocation() {
+    std::lock_guard lock(mutex_);
+    return pointer_;
+}
+
+void SimDisplayServices::setPointer(platform::Point location) {
+    std::lock_guard lock(mutex_);
+    pointer_ = location;
+}
+
+bool SimDisplayServices::movePointerTo(platform::DisplayID id) {
+    std::lock_guard lock(mutex_);
+    const auto* display = find(id);
+    if (!display) return false;
+    pointer_ = {display->frame.midX(), display->frame.y + display->frame.height / 2};
+    return true;
 }
 
 } // namespace pw::sim

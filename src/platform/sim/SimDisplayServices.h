@@ -30,12 +30,19 @@ public:
     std::optional<platform::ProductNameMap> productNames(platform::DisplayID id) override;
     std::int32_t displayServicesGetBrightness(platform::DisplayID id, float& brightness) override;
     std::vector<platform::Screen> screens() override;
+    platform::Point pointerLocation() override;
+
+    // The pointer: placed anywhere, or at the centre of an active display's screen
+    // (false when the display is not active). It starts at the origin.
+    void setPointer(platform::Point location);
+    bool movePointerTo(platform::DisplayID id);
 
 private:
     const DisplaySpec* find(platform::DisplayID id) const;
 
     mutable std::mutex mutex_;
     std::vector<DisplaySpec> displays_;
+    platform::Point pointer_;
 };
 
 } // namespace pw::sim

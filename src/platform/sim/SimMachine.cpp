@@ -3,6 +3,11 @@
 #include "platform/sim/Edid.h"
 #include "platform/sim/SimAVService.h"
 #include "platform/sim/SimDisplayServices.h"
+#include "platform/sim/SimEventTaps.h"
+#include "platform/sim/SimFramebufferI2C.h"
+#include "platform/sim/SimGamma.h"
+#include "platform/sim/SimOSD.h"
+#include "platform/sim/SimWorkspace.h"
 
 #include <algorithm>
 #include <array>
@@ -106,6 +111,15 @@ struct Attachment {
     std::shared_ptr<VirtualMonitor> monitor;
 };
 
+// This program as the simulated workspace knows it.
+platform::RunningApplication selfApplication(const SimHostInfo& host) {
+    platform::RunningApplication app;
+    app.processId = host.processId();
+    if (const auto id = host.bundleInfo("CFBundleIdentifier"))
+        if (const auto* text = std::get_if<std::string>(&*id)) app.bundleIdentifier = *text;
+    return app;
+}
+
 } // namespace
 
 struct SimMachine::State {
@@ -121,6 +135,14 @@ struct SimMachine::State {
     std::shared_ptr<SimRegistry> registry;
     std::shared_ptr<SimDisplayServices> displays = std::make_shared<SimDisplayServices>();
     std::shared_ptr<SimAVServices> avServices;
+    std::shared_ptr<SimFramebufferI2C> framebufferI2C;
+    std::shared_ptr<SimGammaTables> gamma;
+    std::shared_ptr<SimEventTaps> eventTaps;
+    std::shared_ptr<SimWorkspace> workspace;
+    std::shared_ptr<DistributedBus> distributedBus;
+    std::shared_ptr<SimDistributedNotifications> distributed;
+    std::shared_ptr<SimOSDFramework> osdFramework;
+    std::shared_ptr<SimLevelIndicators> levelIndicators;
 
     mutable std::mutex mutex; // plug and unplug, and what they change below
     std::map<DisplayID, Attachment> attached;
@@ -141,6 +163,15 @@ void SimMachine::State::build(const Scenario& scenario) {
     bus = holdingClock<BusLog>(clock);
     registry = std::make_shared<SimRegistry>(mainQueue);
     avServices = std::make_shared<SimAVServices>(bus);
+    if (flavor == platform::Flavor::intel)
+        framebufferI2C = std::make_shared<SimFramebufferI2C>(registry, bus);
+    gamma = std::make_shared<SimGammaTables>(displays);
+    eventTaps = std::make_shared<SimEventTaps>();
+    workspace = std::make_shared<SimWorkspace>(mainQueue, selfApplication(*host));
+    distributedBus = makeDistributedBus();
+    distributed = std::make_shared<SimDistributedNotifications>(distributedBus, mainQueue);
+    osdFramework = std::make_shared<SimOSDFramework>();
+    levelIndicators = std::make_shared<SimLevelIndicators>(clock);
 
     if (flavor == platform::Flavor::appleSilicon) {
         const auto expert = registry->addEntry(registry->root(), "AppleARMPE", "AppleARMPE");
@@ -275,6 +306,13 @@ platform::Platform SimMachine::platform() const {
     p.avServices = state_->avServices;
     p.displays = state_->displays;
     p.defaults = state_->defaults;
+    p.framebufferI2C = state_->framebufferI2C;
+    p.gamma = state_->gamma;
+    p.eventTaps = state_->eventTaps;
+    p.workspace = state_->workspace;
+    p.distributedNotifications = state_->distributed;
+    p.osdFramework = state_->osdFramework;
+    p.levelIndicators = state_->levelIndicators;
     return p;
 }
 
@@ -301,6 +339,33 @@ RegistryLedger SimMachine::ledger() const {
 }
 SimRegistry& SimMachine::registry() const {
     return *state_->registry;
+}
+SimDisplayServices& SimMachine::displayServices() const {
+    return *state_->displays;
+}
+SimFramebufferI2C* SimMachine::framebufferI2C() const {
+    return state_->framebufferI2C.get();
+}
+SimGammaTables& SimMachine::gamma() const {
+    return *state_->gamma;
+}
+SimEventTaps& SimMachine::eventTaps() const {
+    return *state_->eventTaps;
+}
+SimWorkspace& SimMachine::workspace() const {
+    return *state_->workspace;
+}
+const std::shared_ptr<DistributedBus>& SimMachine::distributedBus() const {
+    return state_->distributedBus;
+}
+SimDistributedNotifications& SimMachine::distributedNotifications() const {
+    return *state_->distributed;
+}
+SimOSDFramework& SimMachine::osdFramework() const {
+    return *state_->osdFramework;
+}
+SimLevelIndicators& SimMachine::levelIndicators() const {
+    return *state_->levelIndicators;
 }
 
 std::shared_ptr<VirtualMonitor> SimMachine::monitor(DisplayID id) const {

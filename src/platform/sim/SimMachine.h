@@ -24,6 +24,16 @@ namespace pw::sim {
 // their framebuffer parents with EDIDs), virtual monitors behind AV services, a bus
 // log, a system log in memory and an in-memory user-defaults store. Monitors can be
 // plugged in and pulled out while the program runs.
+class SimDisplayServices;
+class SimFramebufferI2C;
+class SimGammaTables;
+class SimEventTaps;
+class SimWorkspace;
+class DistributedBus;
+class SimDistributedNotifications;
+class SimOSDFramework;
+class SimLevelIndicators;
+
 class SimMachine {
 public:
     // Virtual time and a manual main queue (tests).
@@ -59,6 +69,16 @@ public:
 
     // The machine's parts, for tests that look at the machine itself.
     SimRegistry& registry() const;
+    SimDisplayServices& displayServices() const; // identities, screens, the pointer
+    SimFramebufferI2C* framebufferI2C() const;   // null unless the machine is an Intel Mac
+    SimGammaTables& gamma() const;
+    SimEventTaps& eventTaps() const;             // the keyboard
+    SimWorkspace& workspace() const;             // applications
+    // The user session's distributed-notification bus, and this program's centre on it.
+    const std::shared_ptr<DistributedBus>& distributedBus() const;
+    SimDistributedNotifications& distributedNotifications() const;
+    SimOSDFramework& osdFramework() const;
+    SimLevelIndicators& levelIndicators() const;
     // The display's entries in the registry (0 when it has none or is unplugged): the
     // connection's AV service ("DCPAVServiceProxy") and its framebuffer ("AppleCLCD2").
     platform::IOObject proxyEntry(platform::DisplayID id) const;

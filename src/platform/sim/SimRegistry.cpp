@@ -222,6 +222,15 @@ std::optional<platform::PropertyValue> SimRegistry::property(IOObject entry, std
     return value->second;
 }
 
+platform::KernReturn SimRegistry::properties(IOObject entry, platform::PropertyDictionary& out) {
+    std::lock_guard lock(mutex_);
+    const auto found = entries_.find(entry);
+    if (found == entries_.end()) return kBadArgument;
+    out.clear();
+    for (const auto& [key, value] : found->second.properties) out.emplace(key, value);
+    return platform::kSuccess;
+}
+
 platform::KernReturn SimRegistry::parentEntry(IOObject entry, std::string_view plane,
                                               IOObject& parent) {
     std::lock_guard lock(mutex_);

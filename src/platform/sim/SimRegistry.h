@@ -66,6 +66,7 @@ public:
     KernReturn retain(IOObject object) override;
     KernReturn release(IOObject object) override;
     std::optional<PropertyValue> property(IOObject entry, std::string_view key) override;
+    KernReturn properties(IOObject entry, platform::PropertyDictionary& out) override;
     KernReturn parentEntry(IOObject entry, std::string_view plane, IOObject& parent) override;
     KernReturn nameInPlane(IOObject entry, std::string_view plane, char (&name)[128]) override;
     KernReturn path(IOObject entry, std::string_view plane, char (&path)[512]) override;

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "display/ExternalDisplay.h"
+#include "platform/Platform.h"
+#include "transport/IntelTransport.h"
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace pw {
+
+// Direct lookup: the framebuffer the window server says drives the display, as a
+// transport, or nothing when it knows none.
+std::shared_ptr<IntelTransport> intelTransportForDisplay(const platform::Platform& platform,
+                                                         platform::DisplayID id);
+
+// Every framebuffer of the machine with I2C buses, display information and a known
+// vendor, as candidates in registry order (serviceLocation = position from 1 among all
+// framebuffers, ioDisplayLocation = registry path). Each registry handle is released once.
+std::vector<DisplayTransportMatch> findIntelTransports(const platform::Platform& platform);
+
+} // namespace pw

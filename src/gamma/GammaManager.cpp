@@ -1,0 +1,1 @@
+#include "gamma/GammaManager.h"

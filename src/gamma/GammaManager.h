@@ -1,0 +1,52 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace pw {
+
+// A display's colour transfer table as captured: `sampleCount` samples per channel
+// (at most 256).
+struct GammaTable {
+    std::vector<float> red;
+    std::vector<float> green;
+    std::vector<float> blue;
+    std::uint32_t sampleCount = 0;
+};
+
+// Dims displays in software by scaling the transfer table each display had when it
+// was first dimmed. Every step starts from that captured table, so steps never
+// compound. Main thread only; no lock.
+class GammaManager {
+public:
+    static constexpr std::uint32_t kCapacity = 256;
+
+    GammaManager(std::shared_ptr<platform::GammaTables> tables);
+
+    // The process-wide instance, built on first use from the installed platform.
+    static std::shared_ptr<GammaManager> shared();
+
+    // 0 = black, 1 (or more) = the calibrated tables of every display. Not a number or
+    // not above 0 counts as 0.
+    void setBrightness(platform::DisplayID display, double factor);
+    // Reads the display's current table into `defaultTables`; failures are logged.
+    void captureDefaultTable(platform::DisplayID display);
+    // Forgets every factor and returns all displays to their calibrated tables.
+    void restoreAll();
+
+    const std::map<platform::DisplayID, GammaTable>& defaultTables() const { return defaultTables_; }
+    const std::map<platform::DisplayID, double>& currentBrightness() const {
+        return currentBrightness_;
+    }
+
+private:
+    std::shared_ptr<platform::GammaTables> tables_;
+    std::map<platform::DisplayID, GammaTable> defaultTables_;
+    std::map<platform::DisplayID, double> currentBrightness_;
+};
+
+} // namespace pw

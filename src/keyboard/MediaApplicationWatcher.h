@@ -1,0 +1,66 @@
+#pragma once
+
+#include "keyboard/MediaKey.h"
+#include "platform/Platform.h"
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pw {
+
+// What the watcher needs of the hook that owns it.
+class MediaApplicationWatcherDelegate {
+public:
+    virtual ~MediaApplicationWatcherDelegate() = default;
+    virtual void setInterceptMediaKeys(bool intercept) = 0;
+    virtual void restartTap() = 0;
+    virtual std::vector<MediaKey> keysToWatch() const = 0;
+};
+
+// Tracks which media application the user used last, so that playback keys are taken
+// only while this application is in front, and asks for the tap to move back to the
+// head of the list when a known media player starts. Main queue only.
+class MediaApplicationWatcher : public std::enable_shared_from_this<MediaApplicationWatcher> {
+public:
+    static constexpr std::string_view kDidStartNotification = "MediaKeyHookDidStart";
+    static constexpr std::string_view kReplyNotification = "MediaKeyHookReply";
+
+    // The 32 bundle identifiers of known media players, in order.
+    static const std::vector<std::string_view>& staticWhitelist();
+
+    // Workspace, distributed notifications and the host's bundle identifier come from
+    // `platform`.
+    explicit MediaApplicationWatcher(platform::Platform platform);
+    ~MediaApplicationWatcher();
+
+    void setDelegate(std::weak_ptr<MediaApplicationWatcherDelegate> delegate);
+
+    // Registers for workspace and distributed notifications and announces this application.
+    void start();
+    // Stops following the workspace (distributed observers stay for the life of the process).
+    void removeWorkspaceObservers();
+
+    void applicationLaunched(const std::optional<platform::RunningApplication>& app);
+    void applicationActivated(const std::optional<platform::RunningApplication>& app);
+    void applicationTerminated(const std::optional<platform::RunningApplication>& app);
+    void updateInterception();
+
+    // The static list plus this application's own identifier (when it has one).
+    std::set<std::string, std::less<>> whitelistInForce() const;
+
+    std::vector<platform::RunningApplication>& mediaApps() { return mediaApps_; }
+    const std::set<std::string, std::less<>>& dynamicWhitelist() const { return dynamicWhitelist_; }
+
+private:
+    platform::Platform platform_;
+    std::vector<platform::RunningApplication> mediaApps_;
+    std::weak_ptr<MediaApplicationWatcherDelegate> delegate_;
+    std::set<std::string, std::less<>> dynamicWhitelist_;
+    platform::ObserverToken workspaceToken_ = 0;
+};
+
+} // namespace pw

@@ -1,0 +1,1 @@
+#include "keyboard/MediaKeyHook.h"

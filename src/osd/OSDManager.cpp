@@ -1,0 +1,1 @@
+#include "osd/OSDManager.h"
