@@ -1,1 +1,98 @@
 #include "gamma/GammaManager.h"
+
+#include "app/SystemLog.h"
+
+#include <algorithm>
+#include <string>
+
+namespace pw {
+
+namespace {
+
+// What a capture reports when the machine has no gamma facility at all (CoreGraphics'
+// "not implemented"), so the failure reads like any other capture failure.
+constexpr std::int32_t kNoGammaFacility = 1006;
+
+std::vector<float> scaled(const std::vector<float>& samples, float factor) {
+    std::vector<float> out(samples.size());
+    std::transform(samples.begin(), samples.end(), out.begin(),
+                   [factor](float sample) { return sample * factor; });
+    return out;
+}
+
+} // namespace
+
+GammaManager::GammaManager(std::shared_ptr<platform::GammaTables> tables)
+    : tables_(std::move(tables)) {}
+
+std::shared_ptr<GammaManager> GammaManager::shared() {
+    static const std::shared_ptr<GammaManager> instance =
+        std::make_shared<GammaManager>(platform::current().gamma);
+    return instance;
+}
+
+void GammaManager::setBrightness(platform::DisplayID display, double factor) {
+    // Written so that NaN fails the first test and lands on 0.
+    if (!(factor > 0))
+        factor = 0;
+    else if (factor > 1)
+        factor = 1;
+
+    if (!defaultTables_.contains(display)) captureDefaultTable(display);
+    const auto found = defaultTables_.find(display);
+    if (found == defaultTables_.end()) {
+        SystemLog::display().error("No gamma table for display " + std::to_string(display));
+        return;
+    }
+    currentBrightness_[display] = factor;
+
+    if (factor >= 1.0) {
+        // The system can only put every display back at once; other displays' recorded
+        // factors stay as they were even though they are no longer dimmed.
+        if (tables_) tables_->restoreColorSyncSettings();
+        return;
+    }
+    if (!tables_) return;
+
+    // Always scaled from the captured table, never from what is installed now, so
+    // repeated steps do not compound.
+    const GammaTable& captured = found->second;
+    const auto f = static_cast<float>(factor);
+    const auto red = scaled(captured.red, f);
+    const auto green = scaled(captured.green, f);
+    const auto blue = scaled(captured.blue, f);
+    tables_->setTransferByTable(display, captured.sampleCount, red.data(), green.data(),
+                                blue.data());
+}
+
+void GammaManager::captureDefaultTable(platform::DisplayID display) {
+    std::vector<float> red(kCapacity, 0.0f), green(kCapacity, 0.0f), blue(kCapacity, 0.0f);
+    std::uint32_t count = 0;
+    const std::int32_t error = tables_
+                                   ? tables_->getTransferByTable(display, kCapacity, red.data(),
+                                                                 green.data(), blue.data(), count)
+                                   : kNoGammaFacility;
+    if (error != 0) {
+        SystemLog::display().error("Failed to capture gamma table for display " +
+                                   std::to_string(display) + ": " + std::to_string(error));
+        return;
+    }
+
+    // A platform that reports more samples than the buffers hold has still written at
+    // most the capacity; the table keeps what was written, so its arrays always hold
+    // exactly `sampleCount` samples and installing it never reads past them.
+    const std::uint32_t kept = std::min(count, kCapacity);
+    red.resize(kept);
+    green.resize(kept);
+    blue.resize(kept);
+    defaultTables_[display] = GammaTable{std::move(red), std::move(green), std::move(blue), kept};
+    SystemLog::display().info("Captured gamma table for display " + std::to_string(display) + " (" +
+                              std::to_string(count) + " samples)");
+}
+
+void GammaManager::restoreAll() {
+    currentBrightness_.clear();
+    if (tables_) tables_->restoreColorSyncSettings();
+}
+
+} // namespace pw

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,10 @@ public:
     static constexpr std::int64_t kTotalSegments = 16;
     static constexpr std::chrono::milliseconds kHideDelay{1500};
     static constexpr double kTrackWidth = 132;
+    // Symbols of the fallback indicator.
+    static constexpr std::string_view kBrightnessSymbol = "sun.max.fill";
+    static constexpr std::string_view kVolumeSymbol = "speaker.wave.2.fill";
+    static constexpr std::string_view kMuteSymbol = "speaker.slash.fill";
 
     // Loads the native indicator at once (`loadNativeOSD`). The platform's OSD framework,
     // level-indicator windows, screens and main queue are taken from `platform`.
@@ -48,12 +53,17 @@ public:
 private:
     explicit OSDManager(const platform::Platform& platform);
     void loadNativeOSD();
+    // The fallback's work on the main queue: window, content, placement, hide timer.
+    void presentCustomOSD(const std::string& symbol, float level, platform::DisplayID display);
+    std::optional<platform::Point> indicatorOrigin(platform::DisplayID display) const;
 
     platform::Platform platform_;
     ShowOSDFunc showOSDFunc_;
     bool useNativeOSD_ = false;
     std::shared_ptr<platform::LevelIndicatorWindow> customOSDWindow_; // main queue only
     std::uint64_t hideTimer_ = 0; // generation of the pending hide; 0 = none (main queue only)
+    std::uint64_t hideGenerations_ = 0; // last generation handed out (main queue only)
+    bool reportedNoWindow_ = false;     // main queue only
 };
 
 } // namespace pw

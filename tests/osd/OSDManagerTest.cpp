@@ -1,0 +1,257 @@
+#include "osd/OSDManager.h"
+
+#include "common/TestSupport.h"
+#include "platform/sim/SimMachine.h"
+#include "platform/sim/SimOSD.h"
+
+#include <chrono>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+#include <thread>
+
+namespace pw::test {
+namespace {
+
+using namespace std::chrono_literals;
+using sim::SimOSDFramework;
+using Fault = SimOSDFramework::Fault;
+
+sim::DisplaySpec screenDisplay(platform::DisplayID id, platform::Rect frame) {
+    sim::DisplaySpec d;
+    d.id = id;
+    d.name = "Monitor " + std::to_string(id);
+    d.frame = frame;
+    return d;
+}
+
+// Display 2 is the first (main) screen, display 3 sits to its right.
+sim::Scenario twoScreens() {
+    sim::Scenario s;
+    s.displays = {screenDisplay(2, {0, 0, 1920, 1080}), screenDisplay(3, {1920, 0, 2560, 1440})};
+    return s;
+}
+
+class OSDTestBed {
+public:
+    explicit OSDTestBed(sim::Scenario scenario = twoScreens(), Fault fault = Fault::none)
+        : machine(std::move(scenario)) {
+        machine.osdFramework().setFault(fault);
+    }
+
+    std::shared_ptr<OSDManager> create() { return OSDManager::create(machine.platform()); }
+    sim::ManualMainQueue& queue() { return *machine.manualMainQueue(); }
+    sim::SimLevelIndicators& windows() { return machine.levelIndicators(); }
+    std::vector<std::string> osdLines() const { return machine.systemLog().messages("OSD"); }
+    platform::Clock::TimePoint now() const { return machine.virtualClock()->now(); }
+
+    sim::SimMachine machine;
+    ScopedPlatform scoped{machine.platform()};
+};
+
+TEST(OSDSegments, RoundInSinglePrecisionWithHalvesAwayFromZero) {
+    EXPECT_EQ(OSDManager::filledSegments(0.5f), 8);
+    EXPECT_EQ(OSDManager::filledSegments(1.0f / 3.0f), 5);
+    EXPECT_EQ(OSDManager::filledSegments(1.0f), 16);
+    EXPECT_EQ(OSDManager::filledSegments(0.0f), 0);
+    // Exact halves (x.5 segments) go up, where rounding to even would not.
+    EXPECT_EQ(OSDManager::filledSegments(8.5f / 16), 9);
+    EXPECT_EQ(OSDManager::filledSegments(2.5f / 16), 3);
+    EXPECT_EQ(OSDManager::filledSegments(0.5f / 16), 1);
+    EXPECT_EQ(OSDManager::filledSegments(-0.5f / 16), -1);
+    EXPECT_EQ(OSDManager::filledSegments(std::numeric_limits<float>::quiet_NaN()), 0);
+}
+
+TEST(OSDNative, LoadsStepByStepAndShowsThroughTheSystemIndicator) {
+    OSDTestBed bed;
+    const auto osd = bed.create();
+    ASSERT_TRUE(osd->useNativeOSD());
+    ASSERT_TRUE(osd->showOSDFunc());
+    EXPECT_EQ(bed.osdLines(), std::vector<std::string>{"Native OSD loaded successfully"});
+    EXPECT_EQ(bed.machine.osdFramework().requests(),
+              (std::vector<std::string>{
+                  "createBundle /System/Library/PrivateFrameworks/OSD.framework", "loadExecutable",
+                  "hasObjectClass OSDManager", "sendClassSelector OSDManager sharedManager",
+                  "respondsToSelector showImage:onDisplayID:priority:msecUntilFade:"
+                  "filledChiclets:totalChiclets:locked:"}));
+
+    osd->showBrightness(0.5f, 3);
+    osd->showVolume(1.0f / 3.0f, 2);
+    osd->showOSDFunc()(OSDManager::kMuteImage, 2, 0, OSDManager::kTotalSegments);
+    osd->showVolume(-0.2f, 2); // a stray level never wraps into a huge count
+    osd->showBrightness(1.3f, 3);
+    using Call = SimOSDFramework::ShowImageCall;
+    EXPECT_EQ(bed.machine.osdFramework().showImageCalls(),
+              (std::vector<Call>{{1, 3, 500, 1000, 8, 16, false},
+                                 {3, 2, 500, 1000, 5, 16, false},
+                                 {4, 2, 500, 1000, 0, 16, false},
+                                 {3, 2, 500, 1000, 0, 16, false},
+                                 {1, 3, 500, 1000, 16, 16, false}}));
+
+    EXPECT_EQ(bed.queue().runUntilIdle(), 0u) << "the system indicator needs no work of ours";
+    EXPECT_EQ(bed.windows().windowsCreated(), 0u);
+}
+
+TEST(OSDNative, EachFailingLoadingStepLogsItsLineAndFallsBackToTheWindow) {
+    const std::pair<Fault, std::string> steps[] = {
+        {Fault::noBundle, "OSD.framework not found, using custom OSD"},
+        {Fault::loadFails, "Failed to load OSD.framework, using custom OSD"},
+        {Fault::classMissing, "OSDManager class not found, using custom OSD"},
+        {Fault::noSharedObject, "Failed to get OSDManager.sharedManager, using custom OSD"},
+        {Fault::doesNotRespond, "OSDManager doesn't respond to showImage, using custom OSD"},
+    };
+    for (const auto& [fault, line] : steps) {
+        SCOPED_TRACE(line);
+        OSDTestBed bed(twoScreens(), fault);
+        const auto osd = bed.create();
+        EXPECT_FALSE(osd->useNativeOSD());
+        EXPECT_FALSE(osd->showOSDFunc());
+        EXPECT_EQ(bed.osdLines(), std::vector<std::string>{line});
+
+        osd->showBrightness(0.5f, 2);
+        bed.queue().runPending();
+        EXPECT_TRUE(bed.machine.osdFramework().showImageCalls().empty());
+        ASSERT_EQ(bed.windows().shows().size(), 1u);
+        EXPECT_EQ(bed.windows().lastShown()->symbol, "sun.max.fill");
+    }
+
+    // A machine without the framework facility at all reduces to the first failure.
+    OSDTestBed bed;
+    auto platform = bed.machine.platform();
+    platform.osdFramework = nullptr;
+    EXPECT_FALSE(OSDManager::create(platform)->useNativeOSD());
+    EXPECT_EQ(bed.osdLines(),
+              std::vector<std::string>{"OSD.framework not found, using custom OSD"});
+}
+
+TEST(OSDFallback, MakesOneWindowAndShowsEachLevelThroughTheMainQueue) {
+    OSDTestBed bed(twoScreens(), Fault::noBundle);
+    const auto osd = bed.create();
+
+    osd->showBrightness(0.5f, 2);
+    EXPECT_EQ(bed.windows().windowsCreated(), 0u) << "even the main thread goes through the queue";
+    bed.queue().runPending();
+    ASSERT_EQ(bed.windows().windowsCreated(), 1u);
+    auto shown = *bed.windows().lastShown();
+    EXPECT_EQ(shown.symbol, "sun.max.fill");
+    EXPECT_EQ(shown.level, 0.5f);
+    EXPECT_EQ(shown.fillWidth, 66.0);
+    EXPECT_TRUE(bed.windows().visible());
+
+    osd->showVolume(1.0f, 3);
+    bed.queue().runPending();
+    shown = *bed.windows().lastShown();
+    EXPECT_EQ(shown.symbol, "speaker.wave.2.fill");
+    EXPECT_EQ(shown.fillWidth, 132.0);
+
+    osd->showCustomOSD(std::string(OSDManager::kMuteSymbol), 0.0f, 3);
+    bed.queue().runPending();
+    shown = *bed.windows().lastShown();
+    EXPECT_EQ(shown.symbol, "speaker.slash.fill");
+    EXPECT_EQ(shown.fillWidth, 0.0);
+
+    EXPECT_EQ(bed.windows().windowsCreated(), 1u) << "the first window is reused";
+    for (const auto& show : bed.windows().shows())
+        EXPECT_EQ(show.window, 0u);
+
+    // From another thread the work still lands on the main queue.
+    std::thread other([&] { osd->showVolume(0.25f, 2); });
+    other.join();
+    bed.queue().waitAndRun();
+    EXPECT_EQ(bed.windows().lastShown()->fillWidth, 33.0);
+}
+
+TEST(OSDFallback, HidesOneAndAHalfSecondsAfterTheLastShow) {
+    OSDTestBed bed(twoScreens(), Fault::noBundle);
+    const auto osd = bed.create();
+    const auto start = bed.now();
+
+    osd->showBrightness(0.2f, 2);
+    bed.queue().runPending();
+    bed.queue().advance(1000ms);
+    osd->showBrightness(0.3f, 2);
+    bed.queue().runPending();
+    bed.queue().advance(1499ms);
+    EXPECT_TRUE(bed.windows().visible()) << "the first show's hide must not apply";
+    EXPECT_TRUE(bed.windows().hides().empty());
+    bed.queue().advance(1ms);
+    EXPECT_FALSE(bed.windows().visible());
+    ASSERT_EQ(bed.windows().hides().size(), 1u);
+    EXPECT_EQ(bed.windows().hides()[0].at - start, 2500ms);
+}
+
+// Screens as a test arranges them: a main screen that is not the first, visible frames
+// smaller than the frames.
+class ArrangedScreens final : public platform::DisplayServices {
+public:
+    std::vector<platform::DisplayID> activeDisplayList(std::uint32_t) override { return {}; }
+    bool isBuiltin(platform::DisplayID) override { return false; }
+    std::uint32_t vendorNumber(platform::DisplayID) override { return 0; }
+    std::uint32_t modelNumber(platform::DisplayID) override { return 0; }
+    std::uint32_t serialNumber(platform::DisplayID) override { return 0; }
+    std::optional<platform::ProductNameMap> productNames(platform::DisplayID) override {
+        return std::nullopt;
+    }
+    std::int32_t displayServicesGetBrightness(platform::DisplayID, float&) override { return 1; }
+    std::vector<platform::Screen> screens() override { return list; }
+    std::optional<platform::Screen> mainScreen() override { return list.at(1); }
+    platform::Point pointerLocation() override { return {}; }
+
+    std::vector<platform::Screen> list{
+        {std::nullopt, "Projector", {-1024, 0, 1024, 768}, std::nullopt},
+        {5, "Desk", {0, 0, 1920, 1080}, platform::Rect{0, 80, 1920, 975}},
+        {7, "Side", {1920, 200, 1200, 1920}, platform::Rect{1920, 230, 1200, 1890}},
+    };
+};
+
+TEST(OSDFallback, PlacesTheWindowOnTheDisplaysScreenElseTheMainScreen) {
+    auto origin = [](OSDTestBed& bed, const platform::Platform& platform,
+                     platform::DisplayID display) {
+        const auto osd = OSDManager::create(platform);
+        osd->showBrightness(0.5f, display);
+        bed.queue().runPending();
+        return bed.windows().lastShown()->origin;
+    };
+    auto expectAt = [](std::optional<platform::Point> p, double x, double y) {
+        ASSERT_TRUE(p);
+        EXPECT_EQ(p->x, x);
+        EXPECT_EQ(p->y, y);
+    };
+
+    OSDTestBed bed(twoScreens(), Fault::noBundle);
+    expectAt(origin(bed, bed.machine.platform(), 3), 1920 + 1280 - 100, 100);
+    expectAt(origin(bed, bed.machine.platform(), 42), 960 - 100, 100);
+
+    auto arranged = bed.machine.platform();
+    arranged.displays = std::make_shared<ArrangedScreens>();
+    expectAt(origin(bed, arranged, 7), 1920 + 600 - 100, 230 + 100);
+    expectAt(origin(bed, arranged, 9), 960 - 100, 80 + 100);
+    expectAt(origin(bed, arranged, 0), 960 - 100, 80 + 100); // a screen without a number
+
+    OSDTestBed headless(sim::Scenario{}, Fault::noBundle);
+    EXPECT_FALSE(origin(headless, headless.machine.platform(), 2));
+    EXPECT_EQ(headless.windows().shows().size(), 1u) << "still shown, where it was";
+}
+
+TEST(OSDFallback, OutlivedWorkAndAMissingWindowFacilityDoNothing) {
+    OSDTestBed bed(twoScreens(), Fault::noBundle);
+    auto osd = bed.create();
+    osd->showBrightness(0.5f, 2);
+    osd.reset();
+    bed.queue().runUntilIdle();
+    EXPECT_EQ(bed.windows().windowsCreated(), 0u);
+
+    auto platform = bed.machine.platform();
+    platform.levelIndicators = nullptr;
+    osd = OSDManager::create(platform);
+    osd->showBrightness(0.5f, 2);
+    osd->showVolume(0.5f, 2);
+    bed.queue().runUntilIdle();
+    const auto lines = bed.osdLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         "No window for the level indicator, levels are not shown"),
+              1);
+}
+
+} // namespace
+} // namespace pw::test
