@@ -304,6 +304,114 @@ platform::Rect readFrame(const Json& value, const std::string& path) {
     return {numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
+constexpr std::uint32_t kMaxBuses = 16;
+
+// Bus indices of a display with `buses` buses, each at most once.
+std::vector<std::uint32_t> readBusList(const Json& value, const std::string& path,
+                                       std::uint32_t buses) {
+    const std::string expected = buses == 0
+                                     ? std::string("an empty array (the display has no I2C buses)")
+                                     : "an array of bus indices 0.." + std::to_string(buses - 1);
+    if (!value.is_array()) fail(path, expected);
+    std::vector<std::uint32_t> list;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const auto itemPath = element(path, i);
+        if (buses == 0) fail(itemPath, "no bus index (the display has no I2C buses)");
+        const auto bus = static_cast<std::uint32_t>(readInteger(value[i], itemPath, 0, buses - 1));
+        if (std::find(list.begin(), list.end(), bus) != list.end()) {
+            fail(itemPath, "each bus once (" + std::to_string(bus) + " is given twice)");
+        }
+        list.push_back(bus);
+    }
+    return list;
+}
+
+std::optional<std::uint64_t> readMask(const Json& value, const std::string& path) {
+    constexpr const char* kExpected =
+        "a transaction-type mask 0..4294967295, or null for a bus without the property";
+    if (value.is_null()) return std::nullopt;
+    if (!value.is_number_unsigned() || value.get<std::uint64_t>() > 0xFFFFFFFFu) {
+        fail(path, kExpected);
+    }
+    return value.get<std::uint64_t>();
+}
+
+DisplaySpec::Intel readIntel(const Json& json, const std::string& path) {
+    if (!json.is_object()) fail(path, "an object (the display's framebuffer on an Intel Mac)");
+    onlyFields(json, path,
+               {"buses", "monitorBuses", "transactionTypes", "lookupFails", "countFails",
+                "copyFails", "openFails", "infoDictionary", "replyWaitMs"},
+               "an intel field");
+
+    DisplaySpec::Intel intel;
+    // The bus count bounds every index below, whatever order the fields come in.
+    if (const auto* v = field(json, "buses")) {
+        intel.buses =
+            static_cast<std::uint32_t>(readInteger(*v, child(path, "buses"), 0, kMaxBuses));
+    }
+    if (intel.buses == 0) intel.monitorBuses.clear();
+    if (const auto* v = field(json, "monitorBuses")) {
+        intel.monitorBuses = readBusList(*v, child(path, "monitorBuses"), intel.buses);
+    }
+    if (const auto* v = field(json, "transactionTypes")) {
+        const auto typesPath = child(path, "transactionTypes");
+        if (v->is_array()) {
+            if (v->size() != intel.buses) {
+                fail(typesPath, "one mask per bus (" + std::to_string(intel.buses) +
+                                    "), or a single mask for all of them");
+            }
+            for (std::size_t i = 0; i < v->size(); ++i) {
+                intel.busTransactionTypes.push_back(readMask((*v)[i], element(typesPath, i)));
+            }
+        } else {
+            intel.transactionTypes = readMask(*v, typesPath);
+        }
+    }
+    if (const auto* v = field(json, "lookupFails"))
+        intel.lookupFails = readBool(*v, child(path, "lookupFails"));
+    if (const auto* v = field(json, "countFails"))
+        intel.countFails = readBool(*v, child(path, "countFails"));
+    if (const auto* v = field(json, "copyFails"))
+        intel.copyFails = readBusList(*v, child(path, "copyFails"), intel.buses);
+    if (const auto* v = field(json, "openFails"))
+        intel.openFails = readBusList(*v, child(path, "openFails"), intel.buses);
+    if (const auto* v = field(json, "infoDictionary")) {
+        const auto infoPath = child(path, "infoDictionary");
+        if (v->is_boolean()) {
+            intel.hasInfoDictionary = v->get<bool>();
+        } else if (v->is_object()) {
+            intel.infoDictionary = readOverrides(*v, infoPath);
+        } else {
+            fail(infoPath, "true, false or an object of entries forced onto the display "
+                           "information");
+        }
+    }
+    if (const auto* v = field(json, "replyWaitMs")) {
+        intel.replyWait = std::chrono::milliseconds(
+            readInteger(*v, child(path, "replyWaitMs"), 0, 60000, "milliseconds"));
+    }
+    return intel;
+}
+
+// Fields that describe a part only one kind of Mac has.
+const std::vector<std::string_view> kAppleSiliconOnlyFields = {
+    "location", "edidParentDepth", "avServiceCreateFails", "proxyProperties"};
+
+void checkFlavorFields(const Json& json, const std::string& path, platform::Flavor flavor) {
+    if (flavor == platform::Flavor::intel) {
+        for (const auto key : kAppleSiliconOnlyFields) {
+            if (field(json, key)) {
+                fail(child(path, key), "no " + std::string(key) +
+                                           " on an Intel Mac (its displays have no AV-service "
+                                           "connection; use \"intel\")");
+            }
+        }
+    } else if (field(json, "intel")) {
+        fail(child(path, "intel"), "no intel object on an Apple Silicon Mac (set \"flavor\": "
+                                   "\"intel\" for a framebuffer with I2C buses)");
+    }
+}
+
 const std::vector<std::string_view> kDisplayFields = {
     "id",
     "builtin",
@@ -324,11 +432,14 @@ const std::vector<std::string_view> kDisplayFields = {
     "avServiceCreateFails",
     "proxyProperties",
     "framebufferProperties",
+    "intel",
 };
 
-DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t position) {
+DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t position,
+                        platform::Flavor flavor) {
     if (!json.is_object()) fail(path, "an object describing one display");
     onlyFields(json, path, kDisplayFields, "a display field");
+    checkFlavorFields(json, path, flavor);
 
     DisplaySpec display;
     display.id = static_cast<platform::DisplayID>(position + 1);
@@ -413,6 +524,7 @@ DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t p
     if (const auto* v = field(json, "framebufferProperties")) {
         display.framebufferProperties = readOverrides(*v, child(path, "framebufferProperties"));
     }
+    if (const auto* v = field(json, "intel")) display.intel = readIntel(*v, child(path, "intel"));
     return display;
 }
 
@@ -439,7 +551,7 @@ Scenario readScenario(const Json& json) {
         std::map<platform::DisplayID, std::size_t> owners;
         for (std::size_t i = 0; i < displays->size(); ++i) {
             const auto path = element("displays", i);
-            auto display = readDisplay((*displays)[i], path, i);
+            auto display = readDisplay((*displays)[i], path, i, scenario.flavor);
             if (const auto [at, fresh] = owners.emplace(display.id, i); !fresh) {
                 const bool explicitId = field((*displays)[i], "id") != nullptr;
                 fail(explicitId ? child(path, "id") : path,

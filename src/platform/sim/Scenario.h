@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -50,6 +51,29 @@ struct DisplaySpec {
         std::vector<std::pair<std::string, std::optional<platform::PropertyValue>>>;
     PropertyOverrides proxyProperties;
     PropertyOverrides framebufferProperties;
+
+    // What an Intel Mac's framebuffer offers for this display: its I2C buses, which of
+    // them reach the monitor, and the window-server and display-information lookups.
+    struct Intel {
+        std::uint32_t buses = 1;
+        // Buses wired to the monitor; the others lead nowhere (indices >= buses are ignored).
+        std::vector<std::uint32_t> monitorBuses = {0};
+        // "IOI2CTransactionTypes" of every bus (bit n = transaction type n supported;
+        // 6 = simple and DDC/CI reply); nothing = the property is absent and the bus
+        // accepts any type. `busTransactionTypes[i]`, when given, replaces it for bus i.
+        std::optional<std::uint64_t> transactionTypes = 6;
+        std::vector<std::optional<std::uint64_t>> busTransactionTypes;
+        bool lookupFails = false; // the window server knows no framebuffer for the display
+        bool countFails = false;  // asking for the bus count fails
+        std::vector<std::uint32_t> copyFails; // buses whose interface cannot be had
+        std::vector<std::uint32_t> openFails; // buses whose interface cannot be opened
+        bool hasInfoDictionary = true;        // the display information call gives something
+        PropertyOverrides infoDictionary;     // forced onto that dictionary; nothing removes
+        // The driver's own pause between sending a request and reading its reply; a request
+        // asking for a longer minimum gets that instead.
+        std::chrono::milliseconds replyWait{50};
+    };
+    Intel intel;
 };
 
 struct Scenario {

@@ -31,6 +31,7 @@ constexpr std::array<const char*, 12> kDeepLinks = {
     "DCPDPServiceProxy",      "dcpav-port-epic",  "AppleDCPAVPort",         "DCPAVPortProxy",
 };
 constexpr unsigned kMaxParentDepth = 16;
+constexpr std::uint32_t kMaxIntelBuses = 16; // what the loader allows; code can ask for more
 
 std::vector<std::string> linksBelowFramebuffer(unsigned depth, bool builtin) {
     const std::array<const char*, 3> nearest = {builtin ? "DCPAVController" : "DCPEXTAVController",
@@ -253,19 +254,38 @@ void SimMachine::State::attachAppleSilicon(const DisplaySpec& display, Attachmen
         PropertyValue{display.builtin ? std::string("Embedded") : display.location});
 }
 
-// Only the shape hot-plug needs so far: a framebuffer with the monitor's EDID and the
-// display entry under it that the system announces.
+// A framebuffer per display (built-in panels too) with the monitor's EDID, one I2C
+// interface per bus below it, and the display entry the system announces on hot-plug.
 void SimMachine::State::attachIntel(const DisplaySpec& display, Attachment& attachment) {
     const auto index = nextExternal++;
     attachment.framebuffer =
         registry->addEntry(bus0, "IOFramebuffer", "AppleIntelFramebuffer", std::to_string(index));
+    attachment.entries.push_back(attachment.framebuffer);
     if (display.hasEDID) {
         registry->setProperty(attachment.framebuffer, "IODisplayEDID",
                               PropertyValue{display.edid.value_or(buildEdid(display))});
     }
+    std::vector<IOObject> interfaces;
+    const auto& intel = display.intel;
+    for (std::uint32_t n = 0; n < std::min(intel.buses, kMaxIntelBuses); ++n) {
+        const auto interface =
+            registry->addEntry(attachment.framebuffer, "IOFramebufferI2CInterface",
+                               "IOFramebufferI2CInterface", std::to_string(n));
+        const auto mask = n < intel.busTransactionTypes.size() ? intel.busTransactionTypes[n]
+                                                               : intel.transactionTypes;
+        if (mask) {
+            registry->setProperty(interface, "IOI2CTransactionTypes",
+                                  PropertyValue{static_cast<std::int64_t>(*mask)});
+        }
+        interfaces.push_back(interface);
+        attachment.entries.push_back(interface);
+    }
     const auto connect = registry->addEntry(attachment.framebuffer, "IODisplayConnect", "display0");
     const auto monitor = registry->addEntry(connect, "IODisplay", "AppleDisplay");
-    attachment.entries = {attachment.framebuffer, connect, monitor};
+    attachment.entries.push_back(connect);
+    attachment.entries.push_back(monitor);
+    framebufferI2C->attach(attachment.framebuffer, display, std::move(interfaces),
+                           attachment.monitor);
 }
 
 SimMachine::SimMachine(Scenario scenario) : state_(std::make_unique<State>()) {
@@ -426,6 +446,7 @@ bool SimMachine::unplug(DisplayID id) {
     // The cable is out: services the program still holds reach nothing any more.
     if (gone.monitor) gone.monitor->setAttached(false);
     if (gone.proxy != 0) state_->avServices->disconnect(gone.proxy);
+    if (state_->framebufferI2C) state_->framebufferI2C->detach(gone.framebuffer);
     state_->registry->terminate(gone.entries);
     return true;
 }

@@ -63,7 +63,7 @@ TEST(ScenarioLoader, FillsDefaultsFromPositionAndName) {
 
 TEST(ScenarioLoader, ReadsEveryFieldAndFeatureSpelling) {
     const auto scenario = parsed(R"({
-      "flavor": "intel", "description": "all of it",
+      "flavor": "appleSilicon", "description": "all of it",
       "displays": [{
         "id": 7, "vendor": 65535, "model": 41000, "serial": 4294967295, "name": "Office 27",
         "appleDisplay": true,
@@ -84,7 +84,7 @@ TEST(ScenarioLoader, ReadsEveryFieldAndFeatureSpelling) {
                      "silent": 4294967295}
         }
       }]})");
-    EXPECT_EQ(scenario.flavor, platform::Flavor::intel);
+    EXPECT_EQ(scenario.flavor, platform::Flavor::appleSilicon);
     EXPECT_EQ(scenario.description, "all of it");
     ASSERT_EQ(scenario.displays.size(), 1u);
     const auto& d = scenario.displays[0];
@@ -222,6 +222,67 @@ TEST(ScenarioLoader, RefusesBadInputNamingPathAndExpectation) {
         "0 <= current, max <= 65535");
     EXPECT_EQ(refused("[]").message(),
               "bad.json: expected an object with the fields flavor, displays, description");
+}
+
+TEST(ScenarioLoader, ReadsIntelFramebufferFields) {
+    const auto scenario = parsed(R"({"displays": [{"monitor": {}, "intel": {"buses": 0}},
+      {"intel": {"openFails": [2], "transactionTypes": [6, null, 1], "monitorBuses": [2, 1],
+                 "buses": 3, "copyFails": [0], "lookupFails": true, "countFails": true,
+                 "infoDictionary": {"DisplayVendorID": "1e6d"}, "replyWaitMs": 0}},
+      {"intel": {"transactionTypes": null, "infoDictionary": false}}], "flavor": "intel"})");
+    ASSERT_EQ(scenario.displays.size(), 3u);
+    // No buses means no bus can reach the monitor either.
+    EXPECT_TRUE(scenario.displays[0].intel.monitorBuses.empty());
+    // The bus count bounds the indices even when it comes after them.
+    const auto& full = scenario.displays[1].intel;
+    EXPECT_EQ(full.monitorBuses, (std::vector<std::uint32_t>{2, 1}));
+    EXPECT_EQ(full.busTransactionTypes,
+              (std::vector<std::optional<std::uint64_t>>{6, std::nullopt, 1}));
+    EXPECT_EQ(full.copyFails, std::vector<std::uint32_t>{0});
+    EXPECT_EQ(full.openFails, std::vector<std::uint32_t>{2});
+    EXPECT_TRUE(full.lookupFails && full.countFails && full.hasInfoDictionary);
+    EXPECT_EQ(*full.infoDictionary.at(0).second->string(), "1e6d");
+    EXPECT_EQ(full.replyWait, std::chrono::milliseconds(0));
+    EXPECT_FALSE(scenario.displays[2].intel.transactionTypes);
+    EXPECT_FALSE(scenario.displays[2].intel.hasInfoDictionary);
+}
+
+TEST(ScenarioLoader, RefusesBadIntelFieldsAndPartsOfTheOtherMac) {
+    const struct {
+        const char* json;
+        const char* path;
+        const char* expected;
+    } cases[] = {
+        {R"({"displays": [{"intel": {}}]})", "displays[0].intel", "no intel object on an Apple"},
+        {R"({"displays": [{"location": "External"}], "flavor": "intel"})", "displays[0].location",
+         "no location on an Intel Mac"},
+        {R"({"flavor": "intel", "displays": [{"proxyProperties": {}}]})",
+         "displays[0].proxyProperties", "no proxyProperties on an Intel Mac"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"bus": 1}}]})", "displays[0].intel.bus",
+         "an intel field (buses, monitorBuses"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"buses": 17}}]})",
+         "displays[0].intel.buses", "an integer 0..16"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"buses": 0, "openFails": [0]}}]})",
+         "displays[0].intel.openFails[0]", "no bus index (the display has no I2C buses)"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"buses": 2, "copyFails": [1, 1]}}]})",
+         "displays[0].intel.copyFails[1]", "each bus once"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"transactionTypes": [6, 6]}}]})",
+         "displays[0].intel.transactionTypes", "one mask per bus (1)"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"transactionTypes": "6"}}]})",
+         "displays[0].intel.transactionTypes", "a transaction-type mask 0..4294967295"},
+        {R"({"flavor": "intel", "displays": [{"intel": {"infoDictionary": null}}]})",
+         "displays[0].intel.infoDictionary", "true, false or an object"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
+        const auto error = refused(c.json);
+        EXPECT_EQ(error.path, c.path);
+        EXPECT_EQ(error.expected.rfind(c.expected, 0), 0u) << error.expected;
+    }
+    EXPECT_EQ(refused(R"({"flavor": "intel", "displays": [{"intel": {"buses": 2,
+                         "monitorBuses": [2]}}]})")
+                  .message(),
+              "bad.json: displays[0].intel.monitorBuses[0]: expected an integer 0..1");
 }
 
 TEST(ScenarioLoader, MalformedJsonNamesWhereItBroke) {
