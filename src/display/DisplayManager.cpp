@@ -4,8 +4,8 @@
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
-#include "display/AppleSiliconDiscovery.h"
 #include "display/EdidName.h"
+#include "display/TransportDiscovery.h"
 #include "support/SerialQueue.h"
 #include "support/WeakOwner.h"
 
@@ -20,7 +20,6 @@ namespace {
 constexpr std::uint32_t kMaxDisplays = 16;
 constexpr std::uint32_t kAppleVendor = 0x0610;
 constexpr std::string_view kRefreshQueueLabel = "com.panelwright.refresh";
-constexpr std::chrono::microseconds kIntelProbeGap{200'000};
 
 void logDisplay(std::string_view message) {
     DiagnosticLog::log("Display", message);
@@ -42,7 +41,13 @@ std::string num(std::uint64_t value) {
 } // namespace
 
 DisplayManager::DisplayManager(platform::Platform platform, std::shared_ptr<DDCManager> ddcManager)
-    : platform_(std::move(platform)), ddcManager_(std::move(ddcManager)) {}
+    : platform_(std::move(platform)), ddcManager_(std::move(ddcManager)),
+      // The strategy lives exactly as long as the manager, so it may call back into it.
+      discovery_(makeTransportDiscovery(
+          platform_,
+          [this](platform::DisplayID id, const std::vector<DisplayTransportMatch>& candidates) {
+              return matchTransport(id, candidates);
+          })) {}
 
 DisplayManager::~DisplayManager() = default;
 
@@ -236,46 +241,8 @@ void DisplayManager::enumerateDisplays() {
     logDisplay("CGGetActiveDisplayList returned " + num(ids.size()) + " display(s)");
 
     std::vector<ExternalDisplay> result;
-    const bool appleSilicon = platform_.flavor == platform::Flavor::appleSilicon;
-    std::vector<DisplayTransportMatch> transports;
-    if (appleSilicon) {
-        logDisplay("Architecture: arm64, finding Apple Silicon transports");
-        if (platform_.registry && platform_.avServices) {
-            transports = findAppleSiliconTransports(*platform_.registry, *platform_.avServices,
-                                                    platform_.clock);
-        }
-        logDisplay("Found " + num(transports.size()) + " Apple Silicon transport(s)");
-    } else {
-        // Framebuffer discovery for this kind of machine is not built yet: every external
-        // display ends up without a transport and is left out with the usual lines.
-        logDisplay("Architecture: x86_64, will use Intel transport discovery");
-    }
-
-    // With several channels each external display claims its own, decided for all of them
-    // at once so that a better fit further down the list is not taken by an earlier display.
-    std::vector<DisplayIdentity> claimants;
-    std::vector<std::optional<std::size_t>> pairing;
-    if (transports.size() >= 2) {
-        for (const auto id : ids) {
-            if (displays->isBuiltin(id)) continue;
-            claimants.push_back({id, displays->vendorNumber(id), displays->modelNumber(id),
-                                 displays->serialNumber(id)});
-        }
-        pairing = pairTransports(claimants, transports);
-    }
-    const auto transportFor = [&](platform::DisplayID id) -> std::optional<DisplayTransportMatch> {
-        if (transports.size() < 2) return matchTransport(id, transports);
-        for (std::size_t k = 0; k < claimants.size(); ++k) {
-            if (claimants[k].id != id || !pairing[k]) continue;
-            const auto& match = transports[*pairing[k]];
-            logDisplay("Display " + num(id) + ": paired by EDID identity with service " +
-                       std::to_string(match.serviceLocation));
-            return match;
-        }
-        logDisplay("Display " + num(id) + ": none of the " + num(transports.size()) +
-                   " transports carries its EDID identity");
-        return std::nullopt;
-    };
+    logDisplay(discovery_->architectureLine());
+    const auto channels = discovery_->begin(ids);
 
     for (std::size_t i = 0; i < ids.size(); ++i) {
         const auto id = ids[i];
@@ -294,7 +261,7 @@ void DisplayManager::enumerateDisplays() {
             continue;
         }
 
-        const auto match = appleSilicon ? transportFor(id) : std::nullopt;
+        const auto match = channels->transportFor(id);
         if (!match) {
             logDisplay("No I2C transport for display " + num(id) + " — skipping");
             systemLog.error("No I2C transport for display " + num(id));
@@ -306,11 +273,7 @@ void DisplayManager::enumerateDisplays() {
         const std::string name = resolved.value_or("External Display");
         logDisplay("Display name resolved: " + name);
 
-        if (!appleSilicon && !result.empty()) {
-            // Framebuffer I2C on these machines misbehaves when probes follow too closely.
-            logDDC("Waiting 200ms before probing next display...");
-            if (platform_.clock) platform_.clock->sleepFor(kIntelProbeGap);
-        }
+        if (!result.empty()) discovery_->waitBeforeProbe();
 
         ExternalDisplay display;
         display.id = id;
@@ -371,9 +334,7 @@ void DisplayManager::startMonitoring() {
     if (notificationPort_ == 0) return; // no port: the list changes only on refresh and restart
     if (!registry.attachToMainRunLoop(notificationPort_)) return;
 
-    const auto watched = platform_.flavor == platform::Flavor::appleSilicon
-                             ? kAppleSiliconWatchedClass
-                             : kIntelWatchedClass;
+    const auto watched = discovery_->watchedClass();
     // Each report is answered by its own enumeration a second later: the registry is still
     // settling when the notification arrives, and nothing merges reports, the last wins.
     // The registry keeps the handler, so the handler must not keep the registry. Its

@@ -17,6 +17,7 @@
 namespace pw {
 
 class DDCManager;
+class TransportDiscovery;
 
 // Owns the published list of external monitors: builds it by enumeration (filter,
 // find each monitor's I2C channel, name it, probe it with one DDC read), rebuilds it
@@ -61,8 +62,9 @@ public:
 
     // The single rule for one display and a candidate list: none for no candidates, the
     // only one for a single candidate (whatever the display), else the best score with
-    // ties to the earliest. It knows nothing of other displays; enumeration pairs several
-    // channels with `pairTransports`.
+    // ties to the earliest. It knows nothing of other displays. On Apple Silicon enumeration
+    // pairs several channels with `pairTransports`; on Intel the fallback uses this rule,
+    // since those channels carry their monitors' real identity numbers.
     std::optional<DisplayTransportMatch>
     matchTransport(platform::DisplayID id, const std::vector<DisplayTransportMatch>& candidates);
 
@@ -129,6 +131,8 @@ private:
 
     platform::Platform platform_;
     std::shared_ptr<DDCManager> ddcManager_;
+    // How this kind of machine finds each display's channel; chosen once, from the flavour.
+    std::unique_ptr<TransportDiscovery> discovery_;
     platform::NotificationPort notificationPort_ = 0;
     platform::IOObject addedIterator_ = 0;
     platform::IOObject removedIterator_ = 0;
