@@ -137,7 +137,12 @@ std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport
     const auto result = globalDDCQueue().syncResult([&]() -> std::optional<DDCReadResult> {
         for (std::int64_t pass = 1; pass <= passes; ++pass) {
             if (auto reply = transport->read(request, ddc::kReplyLength)) {
-                if (auto value = ddc::parseVCPReply(*reply)) return value;
+                if (auto value = ddc::parseVCPReply(*reply)) {
+                    // Stored while still holding the bus: a write queued behind this read
+                    // then always caches its value after ours, never before it.
+                    storeInCache(*transport, rawValue(code), *value);
+                    return value;
+                }
             }
             if (pass < passes) sleepMicroseconds(retrySleep_.load());
         }
@@ -145,7 +150,6 @@ std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport
     });
 
     if (result) {
-        storeInCache(*transport, rawValue(code), *result);
         SystemLog::ddc().debug("DDC read OK: " + std::string(displayName(code)) + " = " +
                                std::to_string(result->current) + "/" + std::to_string(result->max));
     } else {
