@@ -49,6 +49,14 @@ public:
     void applicationTerminated(const std::optional<platform::RunningApplication>& app);
     void updateInterception();
 
+    // Distributed-notification handlers: another application announced itself, or
+    // answered our announcement.
+    void handleAnnouncement(const std::optional<std::string>& object);
+    void handleReply(const std::optional<std::string>& object);
+
+    // This application's bundle identifier ("CFBundleIdentifier"), when it has one.
+    std::optional<std::string> ownBundleIdentifier() const;
+
     // The static list plus this application's own identifier (when it has one).
     std::set<std::string, std::less<>> whitelistInForce() const;
 
@@ -56,7 +64,13 @@ public:
     const std::set<std::string, std::less<>>& dynamicWhitelist() const { return dynamicWhitelist_; }
 
 private:
+    bool isThisApplication(const platform::RunningApplication& app) const;
+    void postToDistributed(std::string_view name);
+
+    // Everything but the distributed centre: its observers hold this watcher strongly,
+    // so holding the centre strongly here would make a cycle that outlives the machine.
     platform::Platform platform_;
+    std::weak_ptr<platform::DistributedNotifications> distributed_;
     std::vector<platform::RunningApplication> mediaApps_;
     std::weak_ptr<MediaApplicationWatcherDelegate> delegate_;
     std::set<std::string, std::less<>> dynamicWhitelist_;

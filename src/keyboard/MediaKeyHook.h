@@ -7,6 +7,8 @@
 #include "support/SerialQueue.h"
 
 #include <atomic>
+#include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -66,15 +68,39 @@ public:
     // The tap callback bound to these internals (held weakly), for `start` and restarts.
     static platform::TapCallback makeCallback(const std::weak_ptr<MediaKeyHookInternals>& self);
 
+    const platform::TapCallback& callback() const { return callback_; }
+    const std::shared_ptr<SerialQueue>& runLoopQueue() const { return runLoopQueue_; }
+
 private:
+    // What the tap's thread shares with the main thread. It outlives the internals, so a
+    // callback still waiting for the main thread when they go can wake up and finish.
+    struct TapThreadShared {
+        std::mutex mutex;
+        std::condition_variable hopDone;
+        // Bumped by every teardown: callbacks and run-loop work of an older tap see it
+        // changed and end instead of waiting on a main thread that is tearing them down.
+        std::uint64_t generation = 0;
+        std::shared_ptr<platform::EventTap> tap; // keyEventPort_, for the tap's thread
+        std::shared_ptr<RunLoop> runLoop;        // set on the run-loop thread
+    };
+
+    // The decision reached from the tap's thread: inline when that is the main thread,
+    // else posted to the main queue and awaited (or abandoned when the tap is torn down).
+    static std::optional<platform::InputEvent>
+    decideOnMain(const std::weak_ptr<MediaKeyHookInternals>& weak,
+                 const std::shared_ptr<TapThreadShared>& shared, std::uint64_t generation,
+                 std::int32_t type, const platform::InputEvent& event);
+    std::optional<platform::InputEvent> systemDefinedDecision(const platform::InputEvent& event,
+                                                              std::int32_t type);
+    std::optional<platform::InputEvent> keyDownDecision(const platform::InputEvent& event);
+
     platform::Platform platform_;
     std::weak_ptr<MediaKeyHook> delegate_;
     std::shared_ptr<platform::EventTap> keyEventPort_;
     std::shared_ptr<platform::TapRunLoopSource> runLoopSource_;
     platform::TapCallback callback_;
     std::shared_ptr<SerialQueue> runLoopQueue_;
-    mutable std::mutex runLoopMutex_; // runLoop_ is set on the run-loop thread
-    std::shared_ptr<RunLoop> runLoop_;
+    std::shared_ptr<TapThreadShared> shared_ = std::make_shared<TapThreadShared>();
 };
 
 // Captures the keyboard's media keys before the system acts on them and hands the

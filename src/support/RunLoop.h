@@ -12,9 +12,13 @@ namespace pw {
 // on that thread, until `stop`. Sources (an event tap's, for one) deliver their work
 // through `perform`. Every thread has at most one, made on first use by `current`.
 //
-// `perform`, `wakeUp` and `stop` may be called from any thread. A block performed after
-// `stop` is dropped. A stopped run loop may be run again; `stop` before `run` makes the
-// next `run` return at once.
+// `perform`, `wakeUp` and `stop` may be called from any thread. `stop` drops the blocks
+// not yet performed, and so is every block handed over until the run it ends has
+// returned. A stopped run loop may be run again; `stop` before `run` makes the next `run`
+// return at once.
+//
+// Dropping a block destroys it outside the run loop's lock, so a block whose destructor
+// does work of its own (hands an event on, say) may call back into this run loop.
 class RunLoop : public std::enable_shared_from_this<RunLoop> {
 public:
     using Block = std::function<void()>;
@@ -32,12 +36,15 @@ public:
     void wakeUp();             // CFRunLoopWakeUp
     bool isRunning() const;
 
+    // True when the calling thread is the one this run loop belongs to.
+    bool isCurrent() const;
+
 private:
     mutable std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<Block> blocks_;
     bool running_ = false;
-    bool stopRequested_ = false;
+    bool stopRequested_ = false; // the current (or next) run returns; blocks are dropped
 };
 
 } // namespace pw

@@ -3,20 +3,38 @@
 #include "platform/MainQueue.h"
 #include "platform/Workspace.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace pw::sim {
 
 // The simulated workspace: applications launch, activate and terminate; observers hear
-// of it on the main queue.
+// of it on the main queue (each observer that is still registered when the task runs).
+// Thread-safe.
 class SimWorkspace final : public platform::Workspace {
 public:
-    SimWorkspace(std::shared_ptr<platform::MainQueue> mainQueue,
-                 platform::RunningApplication self);
+    SimWorkspace(std::shared_ptr<platform::MainQueue> mainQueue, platform::RunningApplication self);
     ~SimWorkspace() override;
     platform::ObserverToken addObserver(Observer observer) override;
     void removeObserver(platform::ObserverToken token) override;
     platform::RunningApplication currentApplication() override;
+
+    // A new application (with a process id of its own) starts: "launched".
+    platform::RunningApplication launch(std::optional<std::string> bundleIdentifier);
+    // It comes to the front: "activated". This program itself may be activated too.
+    void activate(const platform::RunningApplication& app);
+    // It quits: "terminated", and it leaves the running list.
+    void terminate(const platform::RunningApplication& app);
+    // A notification as it stands, application absent included (for odd senders).
+    void notify(platform::WorkspaceEvent event,
+                const std::optional<platform::RunningApplication>& app);
+
+    std::vector<platform::RunningApplication> runningApplications() const;
+    std::optional<platform::RunningApplication> frontmostApplication() const;
+    std::size_t observerCount() const;
 
 private:
     struct State;
@@ -25,7 +43,37 @@ private:
 
 // One distributed-notification bus of a simulated user session; every application of
 // the session (several in one test) posts and observes through its own centre on it.
-class DistributedBus;
+// A post reaches every observer of its name on the bus, the poster's own included, each
+// on the main queue of the centre it registered with. Every post is recorded.
+class DistributedBus {
+public:
+    struct Post {
+        std::string name;
+        std::optional<std::string> object;
+        std::uint64_t poster = 0; // the posting centre's id()
+    };
+
+    DistributedBus();
+    ~DistributedBus();
+    DistributedBus(const DistributedBus&) = delete;
+    DistributedBus& operator=(const DistributedBus&) = delete;
+
+    std::vector<Post> posts() const;
+    std::vector<Post> posts(std::string_view name) const;
+    std::size_t observerCount(std::string_view name) const;
+
+    // Centre side.
+    struct Registration;
+    std::uint64_t newCentreId();
+    platform::ObserverToken add(std::shared_ptr<Registration> registration);
+    void remove(platform::ObserverToken token);
+    void post(std::uint64_t poster, std::string_view name,
+              const std::optional<std::string>& object);
+
+private:
+    struct State;
+    std::shared_ptr<State> state_;
+};
 
 class SimDistributedNotifications final : public platform::DistributedNotifications {
 public:
@@ -35,6 +83,10 @@ public:
     void post(std::string_view name, const std::optional<std::string>& object) override;
     platform::ObserverToken addObserver(std::string_view name, Handler handler) override;
     void removeObserver(platform::ObserverToken token) override;
+
+    std::uint64_t id() const;
+    // What this centre posted, in order.
+    std::vector<DistributedBus::Post> posted() const;
 
 private:
     struct State;
