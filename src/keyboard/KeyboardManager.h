@@ -6,7 +6,12 @@
 #include "platform/Platform.h"
 
 #include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace pw {
@@ -54,11 +59,39 @@ public:
     const std::shared_ptr<MediaKeyHook>& mediaKeyHook() const { return mediaKeyHook_; }
 
     // The new value of one step: s = trunc(max x step) (at least 1), up limited to max,
-    // down floored at 0.
+    // down floored at 0. A product of 65535 or more is clamped to 65535, a step as wide as
+    // any 16-bit range: up then reaches max and down reaches 0.
     static std::uint16_t stepValue(std::uint16_t current, std::uint16_t max, Direction direction,
                                    float step);
 
+    // Presses scheduled whose work has not ended yet. A press counts as ended once it has
+    // released everything it held (display record, transport, its queue); an indicator it
+    // posted may still be waiting on the main queue.
+    std::size_t pressesInFlight() const;
+    // Blocks until no press is in flight (the work of presses scheduled meanwhile included).
+    void waitForPresses() const;
+
 private:
+    // Counts presses in flight; shared with the press work, which may outlive the manager.
+    struct PressTracker {
+        mutable std::mutex mutex;
+        mutable std::condition_variable idle;
+        std::size_t inFlight = 0;
+    };
+
+    // Runs `work` on a new key-press queue that lives exactly as long as its one task.
+    void schedulePress(std::function<void()> work);
+    void runAdjustment(const ExternalDisplay& display, VCPCode code, Direction direction,
+                       float step);
+    void runMuteToggle(const ExternalDisplay& display);
+    // The cache entry a successful key write leaves: the value, with the fresh cached
+    // maximum or 100.
+    void storeWritten(const I2CTransport& transport, std::uint8_t code, std::uint16_t value);
+    // Posts `show` to the main queue, to run there only if the manager still exists and the
+    // user wants indicators.
+    void postIndicator(std::function<void(KeyboardManager&)> show);
+    bool indicatorsWanted() const;
+
     platform::Platform platform_;
     std::shared_ptr<MediaKeyHook> mediaKeyHook_;
     std::shared_ptr<DisplayManager> displayManager_;
@@ -66,6 +99,7 @@ private:
     std::shared_ptr<OSDManager> osdManager_;
     std::atomic<float> brightnessStep_{kDefaultStep};
     std::atomic<float> volumeStep_{kDefaultStep};
+    std::shared_ptr<PressTracker> presses_ = std::make_shared<PressTracker>();
 };
 
 } // namespace pw
