@@ -2,6 +2,7 @@
 // real time: monitors answer 40 ms after a request, as typical hardware does, and each
 // probe is one brightness read with the DDC manager's pacing and retries. A monitor that
 // never answers costs every retry. Prints the figures; asserts nothing.
+#include "BenchMachines.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 #include "platform/posix/LoopMainQueue.h"
@@ -25,14 +26,7 @@ enum class Death { silent, nullReply };
 
 pw::sim::Scenario machine(int healthy, int dead, Death death) {
     pw::sim::Scenario scenario;
-    pw::sim::DisplaySpec builtin;
-    builtin.id = 1;
-    builtin.builtin = true;
-    builtin.vendor = 1552;
-    builtin.model = 41216;
-    builtin.name = "Built-in Display";
-    builtin.location = "Embedded";
-    scenario.displays.push_back(builtin);
+    scenario.displays.push_back(pw::bench::builtinPanel());
     for (int i = 0; i < healthy + dead; ++i) {
         pw::sim::DisplaySpec display;
         display.id = static_cast<pw::platform::DisplayID>(i + 2);

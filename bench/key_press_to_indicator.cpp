@@ -6,6 +6,7 @@
 // on the simulated keyboard, which also crosses the tap's thread and the hop to the main
 // thread) to the moment the system indicator is called on the main thread. Prints the
 // figures; asserts nothing.
+#include "BenchMachines.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 #include "keyboard/KeyboardManager.h"
@@ -34,14 +35,7 @@ constexpr pw::platform::DisplayID kMonitor = 2;
 
 pw::sim::Scenario machine() {
     pw::sim::Scenario scenario;
-    pw::sim::DisplaySpec builtin;
-    builtin.id = 1;
-    builtin.builtin = true;
-    builtin.vendor = 1552;
-    builtin.model = 41216;
-    builtin.name = "Built-in Display";
-    builtin.location = "Embedded";
-    scenario.displays.push_back(builtin);
+    scenario.displays.push_back(pw::bench::builtinPanel());
 
     pw::sim::DisplaySpec display;
     display.id = kMonitor;

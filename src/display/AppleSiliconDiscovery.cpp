@@ -2,6 +2,7 @@
 
 #include "app/SystemLog.h"
 #include "display/EdidName.h"
+#include "display/RegistryText.h"
 #include "transport/AppleSiliconTransport.h"
 
 #include <cstring>
@@ -58,28 +59,11 @@ std::optional<platform::PropertyBytes> findEDID(platform::Registry& registry,
     return *edid->bytes();
 }
 
-std::string hexString(const platform::PropertyBytes& bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const std::uint8_t byte : bytes) {
-        text.push_back(kDigits[byte >> 4]);
-        text.push_back(kDigits[byte & 0x0F]);
-    }
-    return text;
-}
-
-std::string registryPath(platform::Registry& registry, platform::IOObject entry) {
-    char path[512] = {};
-    if (registry.path(entry, platform::kIOServicePlane, path) != platform::kSuccess) return {};
-    return bufferText(path);
-}
-
 } // namespace
 
 std::string edidHexString(platform::Registry& registry, platform::IOObject service) {
     const auto edid = findEDID(registry, service);
-    return edid ? hexString(*edid) : std::string();
+    return edid ? lowercaseHex(*edid) : std::string();
 }
 
 std::vector<DisplayTransportMatch>
@@ -116,7 +100,7 @@ findAppleSiliconTransports(platform::Registry& registry, platform::AVServiceFact
 
         DisplayTransportMatch match;
         if (auto edid = findEDID(registry, service)) {
-            match.edidUUID = hexString(*edid);
+            match.edidUUID = lowercaseHex(*edid);
             // The monitor's own identity lets enumeration tell several monitors apart;
             // an EDID that fails its checks says nothing reliable, so it stays unknown.
             if (auto identity = edidIdentity(*edid)) {

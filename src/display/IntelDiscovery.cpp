@@ -2,6 +2,7 @@
 
 #include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
+#include "display/RegistryText.h"
 
 #include <cstring>
 #include <string>
@@ -28,23 +29,11 @@ std::uint32_t infoNumber(const platform::PropertyDictionary& info, const std::st
     return static_cast<std::uint32_t>(*found->second.number());
 }
 
+// The framebuffer's own EDID as hex, or "" when it has none that is a byte block.
 std::string edidHex(platform::Registry& registry, platform::IOObject framebuffer) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     const auto edid = registry.property(framebuffer, "IODisplayEDID");
     if (!edid || !edid->bytes()) return {};
-    std::string text;
-    text.reserve(edid->bytes()->size() * 2);
-    for (const std::uint8_t byte : *edid->bytes()) {
-        text.push_back(kDigits[byte >> 4]);
-        text.push_back(kDigits[byte & 0x0F]);
-    }
-    return text;
-}
-
-std::string registryPath(platform::Registry& registry, platform::IOObject entry) {
-    char path[512] = {};
-    if (registry.path(entry, platform::kIOServicePlane, path) != platform::kSuccess) return {};
-    return std::string(path, strnlen(path, sizeof path));
+    return lowercaseHex(*edid->bytes());
 }
 
 } // namespace
