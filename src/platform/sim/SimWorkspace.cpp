@@ -174,7 +174,9 @@ void DistributedBus::post(std::uint64_t poster, std::string_view name,
     }
     // The bus is held weakly by the delivery: a session that ended delivers nothing more.
     std::weak_ptr<State> weakState = state_;
-    for (auto& [token, registration] : targets) {
+    for (auto& target : targets) {
+        const auto token = target.first;
+        auto& registration = target.second;
         auto queue = registration->mainQueue.lock();
         if (!queue) continue;
         // Weak too: a delivery still queued when the session ends must not keep the
@@ -182,13 +184,13 @@ void DistributedBus::post(std::uint64_t poster, std::string_view name,
         std::weak_ptr<Registration> weakRegistration = registration;
         queue->post([weakState, token, weakRegistration, object] {
             auto state = weakState.lock();
-            auto target = weakRegistration.lock();
-            if (!state || !target) return;
+            auto observer = weakRegistration.lock();
+            if (!state || !observer) return;
             {
                 std::lock_guard lock(state->mutex);
                 if (!state->registrations.contains(token)) return; // removed meanwhile
             }
-            (*target->handler)(object);
+            (*observer->handler)(object);
         });
     }
 }
