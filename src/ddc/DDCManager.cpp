@@ -88,6 +88,13 @@ void DDCManager::invalidateCache(const I2CTransport& transport) {
     cache_.erase(key);
 }
 
+void DDCManager::storeWritten(const I2CTransport& transport, std::uint8_t code,
+                              std::uint16_t value) {
+    const auto previous = cachedValue(transport, code);
+    storeInCache(transport, code,
+                 DDCReadResult{value, previous ? previous->max : static_cast<std::uint16_t>(100)});
+}
+
 bool DDCManager::performWrite(const std::shared_ptr<I2CTransport>& transport,
                               std::span<const std::uint8_t> frame) {
     const std::int64_t passes = maxRetries_.load();
@@ -112,10 +119,7 @@ void DDCManager::write(std::shared_ptr<I2CTransport> transport, VCPCode code, st
         const auto frame = ddc::makeSetVCPRequest(rawValue(code), value);
         const bool ok = manager.performWrite(transport, frame);
         if (ok) {
-            const auto previous = manager.cachedValue(*transport, rawValue(code));
-            manager.storeInCache(
-                *transport, rawValue(code),
-                DDCReadResult{value, previous ? previous->max : static_cast<std::uint16_t>(100)});
+            manager.storeWritten(*transport, rawValue(code), value);
             SystemLog::ddc().debug(formatWriteLine("OK", code, value));
         } else {
             SystemLog::ddc().error(formatWriteLine("FAILED", code, value));

@@ -47,6 +47,8 @@ public:
 
     std::optional<DDCReadResult> cachedValue(const I2CTransport& transport, std::uint8_t code);
     void storeInCache(const I2CTransport& transport, std::uint8_t code, DDCReadResult value);
+    // Caches a value the bus just accepted, under the maximum a fresh entry knows (else 100).
+    void storeWritten(const I2CTransport& transport, std::uint8_t code, std::uint16_t value);
     void invalidateCache(const I2CTransport& transport);
 
     std::uint32_t writeSleep() const { return writeSleep_; }

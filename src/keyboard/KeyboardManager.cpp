@@ -15,8 +15,6 @@ namespace pw {
 
 namespace {
 
-// What a key write leaves as the maximum when no fresh entry tells the real one.
-constexpr std::uint16_t kAssumedMax = 100;
 // The widest step a 16-bit feature can take.
 constexpr std::uint32_t kWidestStep = 65535;
 
@@ -183,13 +181,6 @@ void KeyboardManager::waitForPresses() const {
     presses_->idle.wait(lock, [&] { return presses_->inFlight == 0; });
 }
 
-void KeyboardManager::storeWritten(const I2CTransport& transport, std::uint8_t code,
-                                   std::uint16_t value) {
-    const auto previous = ddcManager_->cachedValue(transport, code);
-    ddcManager_->storeInCache(transport, code,
-                              DDCReadResult{value, previous ? previous->max : kAssumedMax});
-}
-
 // The read, the step, the write, the cache update and the posting of the indicator of one
 // press run as one unit on the transfer queue (the DDC manager's own transfers nest inline
 // there). Presses have queues of their own and are not ordered among themselves; without
@@ -211,7 +202,7 @@ void KeyboardManager::runAdjustment(const ExternalDisplay& display, VCPCode code
         if (next == value->current) return; // at an end already: nothing written or shown
         const auto frame = ddc::makeSetVCPRequest(rawValue(code), next);
         if (!ddc.performWrite(display.transport, frame)) return; // silently
-        storeWritten(*display.transport, rawValue(code), next);
+        ddc.storeWritten(*display.transport, rawValue(code), next);
 
         const float level = fraction(next, value->max);
         if (code == VCPCode::brightness)
@@ -238,7 +229,7 @@ void KeyboardManager::runMuteToggle(const ExternalDisplay& display) {
         const std::uint16_t next = value->current == 1 ? 2 : 1;
         const auto frame = ddc::makeSetVCPRequest(code, next);
         if (!ddc.performWrite(display.transport, frame)) return; // silently
-        storeWritten(*display.transport, code, next);
+        ddc.storeWritten(*display.transport, code, next);
 
         if (next == 1) {
             postIndicator([id](KeyboardManager& m) {

@@ -84,9 +84,6 @@ private:
     void runAdjustment(const ExternalDisplay& display, VCPCode code, Direction direction,
                        float step);
     void runMuteToggle(const ExternalDisplay& display);
-    // The cache entry a successful key write leaves: the value, with the fresh cached
-    // maximum or 100.
-    void storeWritten(const I2CTransport& transport, std::uint8_t code, std::uint16_t value);
     // Posts `show` to the main queue, to run there only if the manager still exists and the
     // user wants indicators.
     void postIndicator(std::function<void(KeyboardManager&)> show);
