@@ -6,6 +6,7 @@
 
 #include "platform/AVService.h"
 #include "platform/sim/BusLog.h"
+#include "platform/sim/BusWire.h"
 #include "platform/sim/VirtualMonitor.h"
 
 namespace pw::sim {
@@ -19,9 +20,9 @@ namespace pw::sim {
 class SimAVService final : public platform::AVService {
 public:
     // What the calls return on a connection with no DDC/CI endpoint (IOKit's "no device").
-    static constexpr std::int32_t kNoDevice = static_cast<std::int32_t>(0xE00002C0u);
+    static constexpr std::int32_t kNoDevice = kBusNoDevice;
     // One byte on a 100 kHz I2C bus: eight data bits and the acknowledge bit.
-    static constexpr std::chrono::microseconds kByteTime{90};
+    static constexpr std::chrono::microseconds kByteTime = kBusByteTime;
 
     SimAVService(std::shared_ptr<VirtualMonitor> monitor, std::shared_ptr<BusLog> bus,
                  std::string endpoint, std::int64_t hash);
@@ -39,8 +40,6 @@ private:
     std::shared_ptr<BusLog> bus_;
     std::string endpoint_;
     std::int64_t hash_;
-
-    void spendBusTime(std::size_t bytesOnWire);
 };
 
 } // namespace pw::sim

@@ -72,16 +72,6 @@ struct SimFramebufferI2C::State {
     std::map<I2CConnection, std::pair<IOObject, std::uint32_t>> connections;
     I2CConnection nextConnection = 0x7E0001;
 
-    // Time on the bus or in the driver: virtual time is pushed along, a real clock is
-    // waited on only where the monitor needs the time to pass (the reply pause).
-    void spend(std::chrono::microseconds duration, bool waitOnRealClock) {
-        if (auto* virtualClock = dynamic_cast<VirtualClock*>(&bus->clock())) {
-            virtualClock->advance(duration);
-        } else if (waitOnRealClock) {
-            bus->clock().sleepFor(duration);
-        }
-    }
-
     KernReturn transfer(const Route& route, BusTransfer::Kind kind, std::uint32_t address,
                         std::uint32_t dataAddress, std::span<const std::uint8_t> sent,
                         std::span<std::uint8_t> received);
@@ -186,28 +176,14 @@ KernReturn SimFramebufferI2C::State::transfer(const Route& route, BusTransfer::K
                                               std::span<const std::uint8_t> sent,
                                               std::span<std::uint8_t> received) {
     const bool reading = kind == BusTransfer::Kind::read;
-    const auto ticket = bus->begin(kind, route.endpoint, chipOf(address), dataAddress);
     // Nothing acknowledges on a bus without the monitor, nor an address whose direction
     // bit says the opposite of what the phase does.
-    const bool answerable =
-        route.reachesMonitor && route.monitor && isReadAddress(address) == reading;
-    KernReturn result = kNoDevice;
-    if (!reading) {
-        // Address byte, data address and the frame; the monitor acts on the last byte.
-        spend(kByteTime * static_cast<std::int64_t>(sent.size() + 2), false);
-        if (answerable) result = route.monitor->receive(chipOf(address), dataAddress, sent);
-        bus->finish(ticket, std::vector<std::uint8_t>(sent.begin(), sent.end()), result);
-        return result;
-    }
-    // Whether the reply is ready is decided when the read starts, as on the wire.
+    VirtualMonitor* const monitor =
+        route.reachesMonitor && isReadAddress(address) == reading ? route.monitor.get() : nullptr;
+    if (!reading)
+        return writePhase(*bus, route.endpoint, monitor, chipOf(address), dataAddress, sent);
     std::fill(received.begin(), received.end(), std::uint8_t{0});
-    if (answerable) result = route.monitor->respond(chipOf(address), dataAddress, received);
-    // Address and sub-address written, repeated start with the address, then the data.
-    spend(kByteTime * static_cast<std::int64_t>(received.size() + 3), false);
-    std::vector<std::uint8_t> seen;
-    if (result == platform::kSuccess) seen.assign(received.begin(), received.end());
-    bus->finish(ticket, std::move(seen), result);
-    return result;
+    return readPhase(*bus, route.endpoint, monitor, chipOf(address), dataAddress, received);
 }
 
 KernReturn SimFramebufferI2C::sendRequest(I2CConnection connection, std::uint32_t options,
@@ -265,7 +241,7 @@ KernReturn SimFramebufferI2C::sendRequest(I2CConnection connection, std::uint32_
     if (request.replyTransactionType != platform::kI2CNoTransactionType) {
         if (sends) {
             const auto asked = std::chrono::milliseconds(request.minReplyDelay);
-            state_->spend(std::max(route.replyWait, asked), true);
+            spendOnBus(*state_->bus, std::max(route.replyWait, asked), true);
         }
         const std::span<std::uint8_t> reply(request.replyBuffer,
                                             request.replyBuffer ? request.replyBytes : 0);

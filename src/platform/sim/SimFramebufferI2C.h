@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/FramebufferI2C.h"
+#include "platform/sim/BusWire.h"
 #include "platform/sim/Scenario.h"
 
 #include <chrono>
@@ -27,8 +28,7 @@ class VirtualMonitor;
 class SimFramebufferI2C final : public platform::FramebufferI2C {
 public:
     // IOKit's codes for what the simulated driver refuses.
-    static constexpr platform::KernReturn kNoDevice =
-        static_cast<platform::KernReturn>(0xE00002C0u);
+    static constexpr platform::KernReturn kNoDevice = kBusNoDevice;
     static constexpr platform::KernReturn kBadArgument =
         static_cast<platform::KernReturn>(0xE00002C2u);
     static constexpr platform::KernReturn kExclusiveAccess =
@@ -39,7 +39,7 @@ public:
     static constexpr platform::KernReturn kNotFound =
         static_cast<platform::KernReturn>(0xE00002F0u);
     // One byte on a 100 kHz I2C bus, as on the AV-service connections.
-    static constexpr std::chrono::microseconds kByteTime{90};
+    static constexpr std::chrono::microseconds kByteTime = kBusByteTime;
 
     SimFramebufferI2C(std::shared_ptr<SimRegistry> registry, std::shared_ptr<BusLog> bus);
     ~SimFramebufferI2C() override;
