@@ -5,6 +5,7 @@
 #include "platform/Platform.h"
 
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include <cxxabi.h>
 #include <exception>
 #include <fcntl.h>
+#include <signal.h>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,22 +32,32 @@ using platform::HostInfo;
 
 constexpr int kCrashSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
-// How long a crash handler waits for a lock that another thread holds: a line takes
-// microseconds to write, so a lock still held after this is stuck (its holder is wedged
-// in the file system or crashed too) and the crash lines go out without it.
-constexpr int kCrashLockAttempts = 250;
-constexpr long kCrashLockPauseNs = 2'000'000;
+// How long a second crashing thread waits for the first to finish its lines and end the
+// process before it ends the process itself.
+constexpr int kSecondCrashPauses = 500;
+constexpr long kSecondCrashPauseNs = 2'000'000;
+
+// The signal handler's own stack, so that a stack overflow can still be logged. Static:
+// the handler cannot allocate, and the stack must outlive every crash.
+constexpr std::size_t kCrashStackSize = 64 * 1024;
+alignas(16) char gCrashStack[kCrashStackSize];
 
 struct State {
-    // Guards the descriptor's replacement and every line's write and sync.
+    // Orders the lines of `log` and guards the descriptor's replacement. The crash paths
+    // never take it: each of their lines goes out in one write, which an append-mode
+    // file never interleaves with another line.
     std::mutex mutex;
     // Read without the lock by the crash handlers and by `log`'s early exit.
     std::atomic<int> fd{-1};
     std::atomic<const HostInfo*> host{nullptr};
     std::atomic<Clock*> clock{nullptr};
+    // Asked from the host when the log starts, so the signal handler makes no virtual call.
+    std::atomic<HostInfo::StackWriter> stackWriter{nullptr};
     // Seconds east of UTC at the latest line: the signal handler cannot consult the time
     // zone database, so it stamps its lines with the offset the log last saw.
     std::atomic<long> utcOffset{0};
+    // Lines pushed to the disk (fsync) since the start: only crash lines are.
+    std::atomic<int> diskSyncs{0};
     // Under the lock.
     fs::path path;
     std::shared_ptr<const HostInfo> ownedHost; // keeps the installed platform's objects alive
@@ -61,55 +73,11 @@ State& state() {
     return *instance;
 }
 
-// Whether this thread holds the log lock. A crash handler running on the holder must not
-// wait for the lock: it would never come.
-thread_local volatile std::sig_atomic_t tHoldsLock = 0;
-
-class Hold {
-public:
-    explicit Hold(State& s) : s_(s) {
-        s_.mutex.lock();
-        tHoldsLock = 1;
-    }
-    ~Hold() {
-        tHoldsLock = 0;
-        s_.mutex.unlock();
-    }
-    Hold(const Hold&) = delete;
-    Hold& operator=(const Hold&) = delete;
-
-private:
-    State& s_;
-};
-
-// The lock for a crash handler, if it can be had within a bounded wait; else the crash
-// lines are written without it (at worst they interleave with a line of another thread).
-class CrashHold {
-public:
-    explicit CrashHold(State& s) : s_(s) {
-        if (tHoldsLock) return;
-        for (int attempt = 0; attempt < kCrashLockAttempts; ++attempt) {
-            if (s_.mutex.try_lock()) {
-                locked_ = true;
-                tHoldsLock = 1;
-                return;
-            }
-            timespec pause{0, kCrashLockPauseNs};
-            ::nanosleep(&pause, nullptr);
-        }
-    }
-    ~CrashHold() {
-        if (!locked_) return;
-        tHoldsLock = 0;
-        s_.mutex.unlock();
-    }
-    CrashHold(const CrashHold&) = delete;
-    CrashHold& operator=(const CrashHold&) = delete;
-
-private:
-    State& s_;
-    bool locked_ = false;
-};
+// Set by the first thread that enters the signal handler, for good.
+std::atomic<bool> gCrashing{false};
+// Whether this thread is the one writing the crash lines: a second fault inside the
+// handler must end the process at once rather than wait for itself.
+thread_local volatile std::sig_atomic_t tCrashing = 0;
 
 // Text built in a fixed buffer, dropping what does not fit: no allocation, so the signal
 // handler can use it.
@@ -238,11 +206,16 @@ void writeAll(int fd, std::string_view bytes) {
     }
 }
 
-// Every line reaches the disk before `log` returns, so the last lines before a crash or
-// a power cut are there to read.
-void writeLineLocked(int fd, std::string_view line) {
-    writeAll(fd, line);
+// One line in one write: the kernel has the bytes when `log` returns, so they survive the
+// process crashing. No fsync: a line may be written while the process-wide transfer queue
+// holds the bus, and waiting for the disk there would stall every monitor.
+void writeLine(int fd, std::string_view line) { writeAll(fd, line); }
+
+// Crash lines are the last the process writes: they are pushed to the disk as well.
+void writeCrashLines(int fd, std::string_view lines) {
+    writeAll(fd, lines);
     ::fsync(fd);
+    state().diskSyncs.fetch_add(1, std::memory_order_relaxed);
 }
 
 // Empties or creates the file and opens it for appending; -1 when that is not possible.
@@ -276,51 +249,68 @@ std::string_view signalName(int signal) {
     }
 }
 
-// Runs on the crashing thread in signal context: no allocation and no lock that could
-// already be held by this thread. The symbols come from the platform's allocation-free
-// writer when it has one; otherwise through the ordinary call, which is fine unless the
-// crash was inside the allocator.
+// The real time, for the signal handler: clock_gettime is safe there, a Clock's virtual
+// `now` is not. On a real machine the log's clock is this same clock.
+Clock::TimePoint crashTime() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return Clock::TimePoint(std::chrono::duration_cast<Clock::Duration>(
+        std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec)));
+}
+
+void endBy(int signal) {
+    struct sigaction fallback {};
+    fallback.sa_handler = SIG_DFL;
+    sigemptyset(&fallback.sa_mask);
+    ::sigaction(signal, &fallback, nullptr);
+    // Blocked while this handler runs; delivered, with the default action, as it returns.
+    ::raise(signal);
+}
+
+// Runs on the crashing thread in signal context, on its own stack: no allocation, no
+// lock, no virtual call. Only the first crashing thread writes; a fault in the handler
+// itself, or a crash on another thread meanwhile, ends the process without more lines.
 void onFatalSignal(int signal) {
     const int savedErrno = errno;
-    State& s = state();
-    {
-        CrashHold hold(s);
-        const int fd = s.fd.load();
-        Clock* clock = s.clock.load();
-        if (fd >= 0 && clock) {
-            const long offset = s.utcOffset.load(std::memory_order_relaxed);
-            FixedText<128> first;
-            addPrefix(first, clock->now(), offset, "CRASH");
-            first.add("Received signal ");
-            first.addNumber(signal);
-            first.add(" (");
-            if (std::string_view name = signalName(signal); !name.empty()) {
-                first.add(name);
-            } else {
-                first.add("SIG");
-                first.addNumber(signal);
-            }
-            first.add(")\n");
-            writeAll(fd, first.view());
-
-            FixedText<64> second;
-            addPrefix(second, clock->now(), offset, "CRASH");
-            second.add("Stack trace:\n");
-            writeAll(fd, second.view());
-            const HostInfo* host = s.host.load();
-            if (host && !host->writeStackSymbols(fd)) {
-                for (const std::string& symbol : host->currentStackSymbols()) {
-                    writeAll(fd, symbol);
-                    writeAll(fd, "\n");
-                }
-            }
-            ::fsync(fd);
-        }
+    if (tCrashing) {
+        endBy(signal);
+        errno = savedErrno;
+        return;
     }
-    // With the default disposition back, the re-raised signal ends the process as the
-    // original one would have (it is delivered when this handler returns).
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
+    if (gCrashing.exchange(true)) {
+        for (int pause = 0; pause < kSecondCrashPauses; ++pause) {
+            timespec wait{0, kSecondCrashPauseNs};
+            ::nanosleep(&wait, nullptr);
+        }
+        endBy(signal);
+        errno = savedErrno;
+        return;
+    }
+    tCrashing = 1;
+    State& s = state();
+    const int fd = s.fd.load();
+    if (fd >= 0) {
+        const long offset = s.utcOffset.load(std::memory_order_relaxed);
+        FixedText<192> lines;
+        addPrefix(lines, crashTime(), offset, "CRASH");
+        lines.add("Received signal ");
+        lines.addNumber(signal);
+        lines.add(" (");
+        if (std::string_view name = signalName(signal); !name.empty()) {
+            lines.add(name);
+        } else {
+            lines.add("SIG");
+            lines.addNumber(signal);
+        }
+        lines.add(")\n");
+        addPrefix(lines, crashTime(), offset, "CRASH");
+        lines.add("Stack trace:\n");
+        writeAll(fd, lines.view());
+        if (HostInfo::StackWriter writeStack = s.stackWriter.load()) writeStack(fd);
+        ::fsync(fd);
+        s.diskSyncs.fetch_add(1, std::memory_order_relaxed);
+    }
+    endBy(signal);
     errno = savedErrno;
 }
 
@@ -345,6 +335,7 @@ void logUncaughtException(State& s) {
         }
     }
     std::string trace = "Stack trace:";
+    // Not in signal context: the ordinary symbol list will do.
     if (const HostInfo* host = s.host.load()) {
         for (const std::string& symbol : host->currentStackSymbols())
             trace += "\n" + symbol;
@@ -354,9 +345,8 @@ void logUncaughtException(State& s) {
     const std::string lines = formatLine(clock->now(), "CRASH", "Uncaught exception: " + name) +
                               formatLine(clock->now(), "CRASH", "Reason: " + reason) +
                               formatLine(clock->now(), "CRASH", trace);
-    CrashHold hold(s);
     const int fd = s.fd.load();
-    if (fd >= 0) writeLineLocked(fd, lines);
+    if (fd >= 0) writeCrashLines(fd, lines);
 }
 
 // The uncaught-exception handler. It logs, then hands over to the handler that was there
@@ -378,17 +368,32 @@ void logUncaughtException(State& s) {
 void installHandlersLocked(State& s) {
     const std::terminate_handler previous = std::set_terminate(onTerminate);
     if (previous != onTerminate) s.previousTerminate = previous;
+    // The handler runs on its own stack, so a thread that overflowed its stack can still
+    // log. The alternate stack belongs to the thread that starts the log (the main thread).
+    stack_t crashStack{};
+    crashStack.ss_sp = gCrashStack;
+    crashStack.ss_size = kCrashStackSize;
+    ::sigaltstack(&crashStack, nullptr);
+    struct sigaction action {};
+    action.sa_handler = onFatalSignal;
+    action.sa_flags = SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    // Another fatal signal while the lines are written waits for them.
     for (int signal : kCrashSignals)
-        std::signal(signal, onFatalSignal);
+        sigaddset(&action.sa_mask, signal);
+    for (int signal : kCrashSignals)
+        ::sigaction(signal, &action, nullptr);
     s.handlersInstalled = true;
 }
 
 void startWith(const fs::path& file, const HostInfo* host, Clock* clock,
                std::shared_ptr<const HostInfo> ownedHost, std::shared_ptr<Clock> ownedClock) {
     State& s = state();
-    Hold hold(s);
+    std::lock_guard hold(s.mutex);
     s.host.store(host);
     s.clock.store(clock);
+    s.stackWriter.store(host ? host->stackWriter() : nullptr);
+    s.diskSyncs.store(0);
     s.ownedHost = std::move(ownedHost);
     s.ownedClock = std::move(ownedClock);
     s.path = file;
@@ -409,9 +414,9 @@ std::string bundleString(const HostInfo* host, const std::string& key) {
 } // namespace
 
 void start() {
-    const platform::Platform& installed = platform::current();
-    std::shared_ptr<const HostInfo> host = installed.host;
-    std::shared_ptr<Clock> clock = installed.clock;
+    const auto installed = platform::snapshot();
+    std::shared_ptr<const HostInfo> host = installed->host;
+    std::shared_ptr<Clock> clock = installed->clock;
     fs::path file;
     if (host) {
         host->prepareDiagnosticLogFolder();
@@ -446,24 +451,24 @@ void log(std::string_view category, std::string_view message) {
     // Stamped before the lock: lines written at nearly the same moment may land slightly
     // out of time order, but no thread waits on the clock while holding the lock.
     const std::string line = formatLine(clock->now(), category, message);
-    Hold hold(s);
+    std::lock_guard hold(s.mutex);
     const int fd = s.fd.load();
-    if (fd >= 0) writeLineLocked(fd, line);
+    if (fd >= 0) writeLine(fd, line);
 }
 
 fs::path logFileURL() {
     {
         State& s = state();
-        Hold hold(s);
+        std::lock_guard hold(s.mutex);
         if (!s.path.empty()) return s.path;
     }
-    const auto host = platform::current().host;
+    const auto host = platform::snapshot()->host;
     return host ? host->diagnosticLogPath() : fs::path();
 }
 
 void resetForTesting() {
     State& s = state();
-    Hold hold(s);
+    std::lock_guard hold(s.mutex);
     const int fd = s.fd.exchange(-1);
     if (fd >= 0) ::close(fd);
     s.host.store(nullptr);
@@ -479,9 +484,11 @@ void resetForTesting() {
     }
 }
 
+int diskSyncsForTesting() { return state().diskSyncs.load(); }
+
 void withLockHeldForTesting(const std::function<void()>& body) {
     State& s = state();
-    Hold hold(s);
+    std::lock_guard hold(s.mutex);
     body();
 }
 

@@ -10,8 +10,9 @@ class Clock;
 } // namespace pw::platform
 
 // The plain-text diagnostic log: one timestamped, categorised line per message,
-// emptied at every start, each line flushed to disk before `log` returns, crash
-// lines written from the fatal-signal and uncaught-exception handlers.
+// emptied at every start, each line handed to the file in one write before `log` returns
+// (so it survives the process crashing; only crash lines are also synced to the disk),
+// crash lines written from the fatal-signal and uncaught-exception handlers.
 // Process-wide state behind free functions; callable from any thread.
 namespace pw::DiagnosticLog {
 
@@ -35,6 +36,10 @@ std::filesystem::path logFileURL();
 // Closes the file, forgets the state and puts the default crash dispositions back, so a
 // test can start afresh. Not used by the program.
 void resetForTesting();
+
+// How many times the file was synced to the disk since the last start (only crash lines
+// are). Not used by the program.
+int diskSyncsForTesting();
 
 // Runs `body` while holding the log lock exactly as `log` does (tests: a crash in the
 // middle of a line). Not used by the program.

@@ -17,7 +17,7 @@ using platform::DefaultsValue;
 // The installed store, looked up on every call rather than cached: the platform is
 // installed once by main(), but tests swap it, and a stale cached store would outlive it.
 std::shared_ptr<platform::UserDefaults> installedStore() {
-    return platform::current().defaults;
+    return platform::snapshot()->defaults;
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -27,7 +27,7 @@ Identity& identity() {
 } // namespace
 
 void Logger::write(platform::LogLevel level, std::string_view message) const {
-    if (auto sink = platform::current().systemLog)
+    if (auto sink = platform::snapshot()->systemLog)
         sink->write(subsystem(), category_, level, message);
 }
 
@@ -57,7 +57,7 @@ std::string subsystem() {
     Identity& id = identity();
     std::lock_guard lock(id.mutex);
     if (id.subsystem) return *id.subsystem;
-    const auto host = platform::current().host;
+    const auto host = platform::snapshot()->host;
     // Without host facts nothing is settled yet: a message logged before the platform is
     // installed must not fix the identity for the whole run.
     if (!host) return std::string(kFallbackSubsystem);

@@ -33,8 +33,8 @@ DDCManager::~DDCManager() = default;
 
 std::shared_ptr<DDCManager> DDCManager::shared() {
     static const std::shared_ptr<DDCManager> instance = [] {
-        const auto& p = platform::current();
-        return std::make_shared<DDCManager>(p.clock, p.mainQueue);
+        const auto p = platform::snapshot();
+        return std::make_shared<DDCManager>(p->clock, p->mainQueue);
     }();
     return instance;
 }

@@ -37,11 +37,13 @@ public:
 
     // Symbols of the calling thread's stack, innermost first.
     virtual std::vector<std::string> currentStackSymbols() const = 0;
-    // The same symbols, one per line, written straight to an open file without taking
-    // locks or allocating: the fatal-signal handler uses it, since the crash may have
-    // happened inside the allocator. False when the platform cannot do that; the caller
-    // then falls back to `currentStackSymbols`.
-    virtual bool writeStackSymbols(int /*fd*/) const { return false; }
+    // Writes the calling thread's symbols, one per line, straight to an open file.
+    // The fatal-signal handler calls it, so it must not lock, allocate or depend on the
+    // object that handed it out (the handler may run while that object is being torn down).
+    using StackWriter = void (*)(int fd);
+    // The platform's writer, asked once when crash handling is set up; null when the
+    // platform has none (the crash lines then carry no symbols).
+    virtual StackWriter stackWriter() const { return nullptr; }
 };
 
 } // namespace pw::platform

@@ -48,7 +48,15 @@ struct Platform {
 
 // The process-wide platform that `shared()` services are built from. Installed
 // once by main() (or by a test fixture) before any service is used.
+//
+// What is installed is an immutable snapshot: `install` swaps in a new one, and a caller
+// keeps the snapshot it got alive for as long as it holds it, so a worker thread logging
+// through the platform never sees it change or die under it while a test installs
+// another. Never null; before any install it is an empty Platform.
 void install(Platform platform);
-const Platform& current();
+std::shared_ptr<const Platform> snapshot();
+// A copy of the installed platform (a handful of shared pointers): convenient where a
+// caller wants one or two members or keeps the whole record.
+Platform current();
 
 } // namespace pw::platform

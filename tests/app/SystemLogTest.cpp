@@ -4,7 +4,10 @@
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/SimHostInfo.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 namespace pw {
 namespace {
@@ -43,6 +46,41 @@ TEST(SystemLog, MessagesCarryTheBundleIdentifierOrTheDefaultSubsystem) {
                         fallback + " DDC 2 rejected", fallback + " OSD 0 shown",
                         fallback + " DDC 2 rejected", fallback + " OSD 0 shown",
                         fallback + " DDC 2 rejected", fallback + " OSD 0 shown"}));
+}
+
+// Worker threads log through the installed platform while the main thread swaps machines,
+// as a test fixture or a hot restart does: each message reaches one of the sinks that were
+// installed, and no thread reads a platform record while it is being replaced.
+TEST(SystemLog, LoggingWhileAnotherPlatformIsInstalledIsSafe) {
+    std::vector<std::shared_ptr<sim::MemorySystemLog>> sinks;
+    std::atomic<bool> done{false};
+    std::atomic<int> sent{0};
+    std::vector<std::thread> workers;
+    {
+        test::ScopedPlatform scoped(platform::Platform{});
+        for (int t = 0; t < 3; ++t)
+            workers.emplace_back([&] {
+                while (!done.load()) {
+                    SystemLog::app().info("busy");
+                    sent.fetch_add(1);
+                }
+            });
+        for (int round = 0; round < 300; ++round) {
+            platform::Platform machine;
+            sinks.push_back(std::make_shared<sim::MemorySystemLog>());
+            machine.systemLog = sinks.back();
+            machine.host = std::make_shared<sim::SimHostInfo>(platform::Flavor::appleSilicon);
+            platform::install(std::move(machine));
+        }
+        done = true;
+        for (auto& worker : workers)
+            worker.join();
+    }
+    std::size_t received = 0;
+    for (const auto& sink : sinks)
+        received += sink->entries().size();
+    EXPECT_LE(received, static_cast<std::size_t>(sent.load()));
+    EXPECT_TRUE(platform::snapshot() != nullptr);
 }
 
 } // namespace

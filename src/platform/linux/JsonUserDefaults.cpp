@@ -1,5 +1,7 @@
 #include "platform/linux/JsonUserDefaults.h"
 
+#include "platform/posix/BaseDirectories.h"
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -8,7 +10,6 @@
 #include <fcntl.h>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <type_traits>
@@ -178,30 +179,11 @@ JsonUserDefaults::JsonUserDefaults(fs::path file, Report report)
 JsonUserDefaults::JsonUserDefaults() : JsonUserDefaults(defaultPath()) {}
 
 fs::path JsonUserDefaults::defaultPath() {
-    const char* xdg = std::getenv("XDG_CONFIG_HOME");
-    const char* home = std::getenv("HOME");
-    return pathFor(xdg ? xdg : "", home ? home : "");
+    return xdg::configHome() / "panelwright" / "settings.json";
 }
 
 fs::path JsonUserDefaults::pathFor(std::string_view xdgConfigHome, std::string_view home) {
-    // A relative XDG_CONFIG_HOME is invalid by the base-directory rules and would put
-    // the settings wherever the program happened to be started.
-    fs::path config(xdgConfigHome);
-    if (xdgConfigHome.empty() || !config.is_absolute()) {
-        fs::path base(home);
-        if (home.empty()) {
-            std::vector<char> buffer(16384);
-            passwd entry{};
-            passwd* found = nullptr;
-            if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
-                found && found->pw_dir)
-                base = found->pw_dir;
-            else
-                base = ".";
-        }
-        config = base / ".config";
-    }
-    return config / "panelwright" / "settings.json";
+    return xdg::baseDirectory(xdgConfigHome, home, ".config") / "panelwright" / "settings.json";
 }
 
 void JsonUserDefaults::setReport(Report report) {

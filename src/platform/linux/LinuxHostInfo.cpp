@@ -1,12 +1,13 @@
 #include "platform/linux/LinuxHostInfo.h"
 
+#include "platform/posix/BaseDirectories.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <execinfo.h>
 #include <fstream>
 #include <memory>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -41,21 +42,6 @@ constexpr std::string_view kArchitecture = "";
 
 constexpr int kMaxFrames = 128;
 
-fs::path passwordHome() {
-    std::vector<char> buffer(16384);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found &&
-        found->pw_dir && *found->pw_dir)
-        return found->pw_dir;
-    return ".";
-}
-
-const char* environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
 // "./prog(_ZN2pw3fooEv+0x1a) [0x5555]" -> "./prog(pw::foo()+0x1a) [0x5555]".
 std::string readableSymbol(const char* raw) {
     std::string symbol(raw);
@@ -82,16 +68,11 @@ LinuxHostInfo::LinuxHostInfo(fs::path logPath) : logPath_(std::move(logPath)) {
     ::backtrace(frame, 1);
 }
 
-LinuxHostInfo::LinuxHostInfo()
-    : LinuxHostInfo(logPathFor(environment("XDG_STATE_HOME"), environment("HOME"))) {}
+LinuxHostInfo::LinuxHostInfo() : LinuxHostInfo(xdg::stateHome() / "panelwright" / "Panelwright.log") {}
 
 fs::path LinuxHostInfo::logPathFor(std::string_view xdgStateHome, std::string_view home) {
-    // A relative XDG_STATE_HOME is invalid by the base-directory rules and would put the
-    // log wherever the program happened to be started.
-    fs::path state(xdgStateHome);
-    if (xdgStateHome.empty() || !state.is_absolute())
-        state = (home.empty() ? passwordHome() : fs::path(home)) / ".local" / "state";
-    return state / "panelwright" / "Panelwright.log";
+    return xdg::baseDirectory(xdgStateHome, home, fs::path(".local") / "state") / "panelwright" /
+           "Panelwright.log";
 }
 
 std::string LinuxHostInfo::kernelVersion(std::string_view release) {
@@ -175,11 +156,14 @@ std::vector<std::string> LinuxHostInfo::currentStackSymbols() const {
     return out;
 }
 
-bool LinuxHostInfo::writeStackSymbols(int fd) const {
-    void* frames[kMaxFrames];
-    const int count = ::backtrace(frames, kMaxFrames);
-    if (count > 1) ::backtrace_symbols_fd(frames + 1, count - 1, fd);
-    return true;
+HostInfo::StackWriter LinuxHostInfo::stackWriter() const {
+    // backtrace_symbols_fd formats into the file without allocating; the unwinder it
+    // needs was loaded by the constructor.
+    return [](int fd) {
+        void* frames[kMaxFrames];
+        const int count = ::backtrace(frames, kMaxFrames);
+        if (count > 1) ::backtrace_symbols_fd(frames + 1, count - 1, fd);
+    };
 }
 
 } // namespace pw::platform

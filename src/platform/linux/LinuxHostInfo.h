@@ -32,7 +32,7 @@ public:
     std::int64_t processId() const override;
     std::optional<BundleValue> bundleInfo(const std::string& key) const override;
     std::vector<std::string> currentStackSymbols() const override;
-    bool writeStackSymbols(int fd) const override;
+    StackWriter stackWriter() const override;
 
 private:
     std::filesystem::path logPath_;

@@ -48,11 +48,13 @@ constexpr char kSimulatedFrame[] = "0   Panelwright   simulated frame";
 
 std::vector<std::string> SimHostInfo::currentStackSymbols() const { return {kSimulatedFrame}; }
 
-bool SimHostInfo::writeStackSymbols(int fd) const {
+platform::HostInfo::StackWriter SimHostInfo::stackWriter() const {
     // Called from a signal handler: no allocation, just the one fixed frame.
-    constexpr std::size_t length = sizeof kSimulatedFrame - 1;
-    return ::write(fd, kSimulatedFrame, length) == static_cast<ssize_t>(length) &&
-           ::write(fd, "\n", 1) == 1;
+    return [](int fd) {
+        constexpr std::size_t length = sizeof kSimulatedFrame - 1;
+        if (::write(fd, kSimulatedFrame, length) == static_cast<ssize_t>(length))
+            (void)::write(fd, "\n", 1);
+    };
 }
 
 void SimHostInfo::setLogPath(std::filesystem::path path) {

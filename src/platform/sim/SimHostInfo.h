@@ -23,7 +23,7 @@ public:
     std::int64_t processId() const override;
     std::optional<platform::BundleValue> bundleInfo(const std::string& key) const override;
     std::vector<std::string> currentStackSymbols() const override;
-    bool writeStackSymbols(int fd) const override;
+    StackWriter stackWriter() const override;
 
     void setLogPath(std::filesystem::path path);
     // Replaces or (with nothing) removes one entry of the bundle's information.

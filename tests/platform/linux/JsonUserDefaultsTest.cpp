@@ -1,11 +1,14 @@
 #include "platform/linux/JsonUserDefaults.h"
 
 #include "common/TestSupport.h"
+#include "platform/posix/BaseDirectories.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
-#include <thread>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
 
 namespace pw::platform {
 namespace {
@@ -187,16 +190,29 @@ TEST_F(JsonUserDefaultsStore, ASymbolicLinkIsWrittenThroughNotReplaced) {
     EXPECT_EQ(JsonUserDefaults(real).keys(), (std::vector<std::string>{"added", "kept"}));
 }
 
-TEST_F(JsonUserDefaultsStore, ConcurrentWritersFromTwoThreadsLoseNothing) {
-    auto writer = [this](const std::string& prefix) {
-        for (int i = 0; i < 10; ++i)
-            store.set(prefix + std::to_string(i), std::int64_t{i});
-    };
-    std::thread first(writer, "a");
-    std::thread second(writer, "b");
-    first.join();
-    second.join();
-    EXPECT_EQ(JsonUserDefaults(file).keys().size(), 20u);
+// Each process has its own store object, so only the lock on the settings folder keeps
+// one's read-change-write from overwriting the other's.
+TEST_F(JsonUserDefaultsStore, ConcurrentWritersInSeparateProcessesLoseNothing) {
+    fs::create_directories(folder);
+    constexpr int kWriters = 3;
+    constexpr int kKeys = 15;
+    std::vector<pid_t> writers;
+    for (int w = 0; w < kWriters; ++w) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            JsonUserDefaults own(file, [](const std::string&) {});
+            for (int i = 0; i < kKeys; ++i)
+                own.set("w" + std::to_string(w) + "." + std::to_string(i), std::int64_t{i});
+            ::_exit(0);
+        }
+        writers.push_back(child);
+    }
+    for (pid_t child : writers) {
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    EXPECT_EQ(JsonUserDefaults(file).keys().size(), std::size_t{kWriters * kKeys});
     EXPECT_TRUE(otherEntries().empty());
 }
 
@@ -206,6 +222,14 @@ TEST(JsonUserDefaultsPath, FollowsTheBaseDirectoryRules) {
               "/home/u/.config/panelwright/settings.json");
     EXPECT_EQ(JsonUserDefaults::pathFor("relative/cfg", "/home/u"),
               "/home/u/.config/panelwright/settings.json");
+}
+
+TEST(BaseDirectories, OneRuleForEveryFolder) {
+    EXPECT_EQ(xdg::baseDirectory("/x/state", "/home/u", ".local/state"), "/x/state");
+    EXPECT_EQ(xdg::baseDirectory("", "/home/u", ".local/state"), "/home/u/.local/state");
+    EXPECT_EQ(xdg::baseDirectory("x/state", "/home/u", ".config"), "/home/u/.config");
+    // Without HOME, the password database's home: never the folder the program started in.
+    EXPECT_TRUE(xdg::baseDirectory("", "", ".config").is_absolute());
 }
 
 } // namespace
