@@ -2,6 +2,7 @@
 
 #include "app/Preferences.h"
 #include "ddc/VCP.h"
+#include "support/Hex.h"
 
 #include <algorithm>
 #include <array>
@@ -57,6 +58,26 @@ constexpr std::array<std::pair<std::string_view, InputSource>, 15> kSourceNames 
 
 enum class Kind { integer, real, boolean, text };
 
+bool allDigits(std::string_view text) {
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// A display's preference key: name "+" vendor "+" product "@" display number, the three
+// numbers in decimal. The name may itself hold '+', '@' and '.', so the numbers are
+// found from the end.
+bool isPreferenceKey(std::string_view key) {
+    const auto at = key.rfind('@');
+    if (at == std::string_view::npos || !allDigits(key.substr(at + 1))) return false;
+    const auto product = key.rfind('+', at);
+    if (product == std::string_view::npos || !allDigits(key.substr(product + 1, at - product - 1)))
+        return false;
+    if (product == 0) return false;
+    const auto vendor = key.rfind('+', product - 1);
+    return vendor != std::string_view::npos &&
+           allDigits(key.substr(vendor + 1, product - vendor - 1));
+}
+
 std::optional<Kind> knownKind(std::string_view key) {
     namespace P = Preferences;
     for (std::string_view k :
@@ -65,9 +86,13 @@ std::optional<Kind> knownKind(std::string_view key) {
     if (key == P::kDDCCacheTTL) return Kind::real;
     if (key == P::kLaunchAtLogin || key == P::kShowOSD) return Kind::boolean;
     // Per-display options: "display.<preference key>.<option>"; the preference key may
-    // itself contain dots, so only the last part decides.
-    if (key.starts_with("display.")) {
-        const auto option = key.substr(key.rfind('.') + 1);
+    // itself contain dots, so only the last part is the option.
+    constexpr std::string_view kPrefix = "display.";
+    if (key.starts_with(kPrefix)) {
+        const auto dot = key.rfind('.');
+        const auto option = key.substr(dot + 1);
+        if (dot < kPrefix.size() || !isPreferenceKey(key.substr(kPrefix.size(), dot - kPrefix.size())))
+            return std::nullopt;
         if (option == P::kFriendlyName) return Kind::text;
         if (option == P::kForceSoftwareBrightness || option == P::kLongerDelay)
             return Kind::boolean;
@@ -112,8 +137,7 @@ std::optional<std::uint8_t> parseCode(std::string_view text) {
 
 std::string codeTitle(std::uint8_t code) {
     if (const auto known = vcpCodeFromRaw(code)) return std::string(displayName(*known));
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    return std::string("VCP 0x") + kHex[code >> 4] + kHex[code & 0xF];
+    return "VCP 0x" + hex(code, 2);
 }
 
 std::optional<std::uint16_t> parseValue(std::uint8_t code, std::string_view text) {
@@ -138,11 +162,12 @@ std::optional<platform::DefaultsValue> parseSetting(std::string_view key, std::s
                                                     std::string& error) {
     const auto kind = knownKind(key);
     if (!kind) {
-        if (auto i = parseInteger(text)) return *i;
-        if (auto d = parseReal(text)) return *d;
-        const std::string t = lower(text);
-        if (t == "true" || t == "false") return t == "true";
-        return std::string(text);
+        error = "unknown setting \"" + std::string(key) + "\"; the settings are " +
+                "app.startupAction, app.launchAtLogin, app.showOSD, ddcRetryCount, ddcCacheTTL, " +
+                "brightnessStepPercent, volumeStepPercent and display.NAME+VENDOR+PRODUCT@ID." +
+                "(longerDelay|forceSoftwareBrightness|friendlyName) with NAME+VENDOR+PRODUCT@ID " +
+                "as detect prints it";
+        return std::nullopt;
     }
     switch (*kind) {
     case Kind::integer:

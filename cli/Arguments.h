@@ -21,9 +21,10 @@ std::optional<std::uint16_t> parseValue(std::uint8_t code, std::string_view text
 // The input source's label ("HDMI 1") for a value of code 0x60, else nothing.
 std::optional<std::string> valueLabel(std::uint8_t code, std::uint16_t value);
 
-// A settings value from text. Keys the program knows keep their kind (an integer key
-// takes only integers); other keys are inferred: integer, then double, then true/false,
-// else the text as a string. Nothing, with `error` set, when the text does not fit.
+// A settings value from text, typed by its key (an integer key takes only integers).
+// Nothing, with `error` set, for a key the program does not read (a typing mistake would
+// otherwise be stored and silently ignored) or text that does not fit the key's type.
+// Per-display keys must name a display as detect prints its preference key.
 std::optional<platform::DefaultsValue> parseSetting(std::string_view key, std::string_view text,
                                                     std::string& error);
 // Plain text of a stored value: 5, 0.5, 5.0, true, the string as it is.

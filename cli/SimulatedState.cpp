@@ -1,14 +1,20 @@
 #include "cli/SimulatedState.h"
 
+#include "platform/posix/BaseDirectories.h"
+
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <unistd.h>
 
 namespace pw::cli {
 namespace {
@@ -25,20 +31,13 @@ std::string shortHash(const std::string& text) {
     return out;
 }
 
-std::filesystem::path stateHome() {
-    const char* xdg = std::getenv("XDG_STATE_HOME");
-    if (xdg && *xdg && std::filesystem::path(xdg).is_absolute()) return xdg;
-    const char* home = std::getenv("HOME");
-    return std::filesystem::path(home && *home ? home : ".") / ".local" / "state";
-}
-
 } // namespace
 
 std::filesystem::path statePathFor(const std::filesystem::path& scenarioFile) {
     std::error_code ec;
     auto absolute = std::filesystem::weakly_canonical(scenarioFile, ec);
     if (ec) absolute = std::filesystem::absolute(scenarioFile);
-    return stateHome() / "panelwright" / "simulated" /
+    return platform::xdg::stateHome() / "panelwright" / "simulated" /
            (scenarioFile.stem().string() + "-" + shortHash(absolute.string()) + ".json");
 }
 
@@ -74,22 +73,43 @@ void saveState(const sim::SimMachine& machine, const std::filesystem::path& stat
             features[std::to_string(code)] = {feature.current, feature.max};
         displays[std::to_string(display.id)] = std::move(features);
     }
+    const std::string text = nlohmann::json{{"displays", displays}}.dump(2) + "\n";
+    auto failed = [&](const std::string& why) {
+        std::cerr << "panelwright-cli: could not save the monitor values to " << stateFile.string()
+                  << ": " << why << "\n";
+    };
+    // A name of its own for every run: runs on the same scenario at once each write their
+    // own file, and the last rename wins whole.
+    std::string temporary;
+    int fd = -1;
     std::error_code ec;
-    std::filesystem::create_directories(stateFile.parent_path(), ec);
-    const auto temporary = stateFile.string() + ".tmp";
-    {
-        std::ofstream out(temporary, std::ios::trunc);
-        out << nlohmann::json{{"displays", displays}}.dump(2) << "\n";
-        if (!out) {
-            std::cerr << "panelwright-cli: could not save the monitor values to "
-                      << stateFile.string() << "\n";
-            return;
-        }
+    // Runs that start together also race to create the folders, and one may see another's
+    // half-made path as an error: a second attempt finds them made.
+    for (int attempt = 0; attempt < 3 && fd < 0; ++attempt) {
+        std::filesystem::create_directories(stateFile.parent_path(), ec);
+        temporary = stateFile.string() + ".XXXXXX";
+        fd = ::mkstemp(temporary.data());
+        if (fd < 0 && errno != ENOENT) break;
+    }
+    if (fd < 0) return failed(std::strerror(errno));
+    bool written = true;
+    for (std::string_view rest = text; written && !rest.empty();) {
+        const ssize_t n = ::write(fd, rest.data(), rest.size());
+        if (n < 0 && errno == EINTR) continue;
+        written = n > 0;
+        if (written) rest.remove_prefix(static_cast<std::size_t>(n));
+    }
+    const int writeError = errno;
+    ::close(fd);
+    if (!written) {
+        ::unlink(temporary.c_str());
+        return failed(std::strerror(writeError));
     }
     std::filesystem::rename(temporary, stateFile, ec);
-    if (ec)
-        std::cerr << "panelwright-cli: could not save the monitor values to " << stateFile.string()
-                  << ": " << ec.message() << "\n";
+    if (ec) {
+        ::unlink(temporary.c_str());
+        failed(ec.message());
+    }
 }
 
 } // namespace pw::cli

@@ -2,6 +2,7 @@
 // features) and its settings, for scripts, tests and people without a tray.
 
 #include "app/Preferences.h"
+#include "app/Tuning.h"
 #include "cli/Arguments.h"
 #include "cli/SimulatedState.h"
 #include "ddc/DDCManager.h"
@@ -12,6 +13,7 @@
 #include "platform/posix/LoopMainQueue.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/SimMachine.h"
+#include "support/Hex.h"
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -61,34 +63,17 @@ void traceTransfer(const sim::BusTransfer& t, platform::Clock::TimePoint process
     using Ms = std::chrono::duration<double, std::milli>;
     const double start = Ms(t.start - processStart).count();
     const double took = Ms(t.end - t.start).count();
-    char head[160];
-    std::snprintf(head, sizeof head,
-                  "[%9.3f ms] %-5s %s chip 0x%02X offset 0x%02X (%.3f ms):", start,
-                  t.kind == sim::BusTransfer::Kind::write ? "write" : "read", t.endpoint.c_str(),
-                  t.chipAddress, t.dataAddress, took);
-    std::string line = std::string(head) + " " + ddc::hexDump(t.bytes);
-    if (t.result != 0) {
-        char result[32];
-        std::snprintf(result, sizeof result, " [bus error 0x%08X]",
-                      static_cast<unsigned>(t.result));
-        line += result;
-    }
+    char when[32];
+    std::snprintf(when, sizeof when, "[%9.3f ms] %-5s ", start,
+                  t.kind == sim::BusTransfer::Kind::write ? "write" : "read");
+    char duration[32];
+    std::snprintf(duration, sizeof duration, " (%.3f ms): ", took);
+    std::string line = when + t.endpoint + " chip 0x" + hex(t.chipAddress, 2) + " offset 0x" +
+                       hex(t.dataAddress, 2) + duration + hexBytes(t.bytes);
+    if (t.result != 0) line += " [bus error 0x" + hex(static_cast<std::uint32_t>(t.result), 8) + "]";
     static std::mutex printing; // transfers may finish on different threads
     std::lock_guard lock(printing);
     std::cerr << line << "\n";
-}
-
-// The tuning settings the user may have stored; out-of-range values are ignored.
-void applyTuning(DDCManager& ddc) {
-    platform::JsonUserDefaults store;
-    if (store.object(Preferences::kDDCRetryCount)) {
-        const auto passes = Preferences::integer(store, Preferences::kDDCRetryCount);
-        if (passes >= 1) ddc.setMaxRetries(passes);
-    }
-    if (store.object(Preferences::kDDCCacheTTL)) {
-        const double ttl = Preferences::doubleValue(store, Preferences::kDDCCacheTTL);
-        if (ttl > 0) ddc.setCacheTTL(ttl);
-    }
 }
 
 json readingJSON(const std::optional<DDCReadResult>& value) {
@@ -141,8 +126,7 @@ int getvcp(DDCManager& ddc, const ExternalDisplay& display, const std::vector<st
             out.push_back(std::move(entry));
             continue;
         }
-        char head[64];
-        std::snprintf(head, sizeof head, "%s (0x%02X): ", codeTitle(code).c_str(), code);
+        const std::string head = codeTitle(code) + " (0x" + hex(code, 2) + "): ";
         if (!value) {
             std::cout << head << "no valid reply from the monitor\n";
             continue;
@@ -163,12 +147,33 @@ int setvcp(DDCManager& ddc, platform::LoopMainQueue& mainQueue, const ExternalDi
         mainQueue.stop();
     });
     mainQueue.run(); // until the write's outcome arrives on the main queue
-    if (options.json)
-        std::cout << json{{"code", code}, {"value", value}, {"ok", ok}}.dump() << "\n";
-    else if (ok)
-        std::cout << codeTitle(code) << " set to " << value << "\n";
-    else
+    // A monitor may clamp or ignore a value it accepted on the bus: what it reports now,
+    // not what was sent, is what the user gets. Read past the cache (a negative lifetime
+    // keeps nothing fresh), which only knows what was written.
+    std::optional<DDCReadResult> now;
+    if (ok) {
+        ddc.setCacheTTL(-1);
+        now = ddc.read(display.transport, static_cast<VCPCode>(code));
+    }
+    const bool aboveMax = now && value > now->max;
+    if (options.json) {
+        json out = {{"code", code}, {"value", value}, {"ok", ok}};
+        if (ok) out["reported"] = readingJSON(now);
+        std::cout << out.dump() << "\n";
+    } else if (!ok) {
         std::cout << codeTitle(code) << ": the monitor did not accept " << value << "\n";
+    } else if (!now) {
+        std::cout << codeTitle(code) << " sent " << value
+                  << "; the monitor did not answer when read back\n";
+    } else if (now->current == value) {
+        std::cout << codeTitle(code) << " set to " << value << "\n";
+    } else {
+        std::cout << codeTitle(code) << " sent " << value << "; the monitor now reports "
+                  << now->current << " of " << now->max << "\n";
+    }
+    if (aboveMax)
+        std::cerr << "panelwright-cli: warning: " << value << " is above this monitor's maximum "
+                  << now->max << " for " << codeTitle(code) << "\n";
     return ok ? kOK : kNoAnswer;
 }
 
@@ -221,7 +226,7 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
     int status = kOK;
     {
         auto ddc = std::make_shared<DDCManager>(clock, mainQueue);
-        applyTuning(*ddc);
+        applyTuningPreferences(platform::JsonUserDefaults(), *ddc, nullptr);
         auto displays = std::make_shared<DisplayManager>(machine.platform(), ddc);
         displays->enumerateDisplays();
         mainQueue->runPending(); // publishes the list
@@ -299,6 +304,10 @@ int config(const std::string& action, const Options& options) {
     const auto value = parseSetting(options.key, options.value, error);
     if (!value) return fail(kUsage, error);
     store.set(options.key, *value);
+    if (options.key == Preferences::kDDCRetryCount &&
+        std::get<std::int64_t>(*value) > kMaxDDCPasses)
+        std::cerr << "panelwright-cli: note: reads and writes make at most " << kMaxDDCPasses
+                  << " passes, whatever ddcRetryCount says\n";
     return kOK;
 }
 

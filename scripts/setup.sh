@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config ccache
   libgtest-dev libgmock-dev libbenchmark-dev
-  nlohmann-json3-dev libfmt-dev libcli11-dev
+  nlohmann-json3-dev libcli11-dev
   libsystemd-dev libudev-dev
   clang-14 libclang-rt-14-dev
 )

@@ -2,6 +2,7 @@
 
 #include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
+#include "support/Hex.h"
 
 #include <string_view>
 
@@ -12,21 +13,12 @@ namespace {
 // Every request checksum starts from the destination and source addresses.
 constexpr std::uint8_t kRequestSeed = kDisplayWriteAddress ^ kHostSourceAddress; // 0x3F
 
-constexpr char kHexDigits[] = "0123456789ABCDEF";
-
-void appendHex(std::string& out, std::uint8_t byte) {
-    out.push_back(kHexDigits[byte >> 4]);
-    out.push_back(kHexDigits[byte & 0x0F]);
-}
-
 std::string decimal(std::uint8_t value) {
     return std::to_string(static_cast<unsigned>(value));
 }
 
 std::string hexByte(std::uint8_t value) {
-    std::string out = "0x";
-    appendHex(out, value);
-    return out;
+    return "0x" + hex(value, 2);
 }
 
 // A rejected reply goes to the system log for whoever watches the console and to the
@@ -96,14 +88,7 @@ std::optional<DDCReadResult> parseVCPReply(std::span<const std::uint8_t> reply) 
 }
 
 std::string hexDump(std::span<const std::uint8_t> bytes) {
-    std::string out;
-    if (bytes.empty()) return out;
-    out.reserve(bytes.size() * 3 - 1);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (i > 0) out.push_back(' ');
-        appendHex(out, bytes[i]);
-    }
-    return out;
+    return hexBytes(bytes);
 }
 
 std::vector<std::uint8_t> intelWireForm(std::span<const std::uint8_t> frame) {

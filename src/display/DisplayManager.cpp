@@ -6,6 +6,7 @@
 #include "ddc/DDCManager.h"
 #include "display/EdidName.h"
 #include "display/TransportDiscovery.h"
+#include "support/Hex.h"
 #include "support/SerialQueue.h"
 #include "support/WeakOwner.h"
 
@@ -29,9 +30,7 @@ void logDDC(std::string_view message) {
 }
 
 std::string hex4(std::uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%04x", value);
-    return text;
+    return hex(value, 4, HexCase::lower);
 }
 
 std::string num(std::uint64_t value) {

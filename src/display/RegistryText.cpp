@@ -1,18 +1,13 @@
 #include "display/RegistryText.h"
 
+#include "support/Hex.h"
+
 #include <cstring>
 
 namespace pw {
 
 std::string lowercaseHex(const platform::PropertyBytes& bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const std::uint8_t byte : bytes) {
-        text.push_back(kDigits[byte >> 4]);
-        text.push_back(kDigits[byte & 0x0F]);
-    }
-    return text;
+    return hexBytes(bytes, "", HexCase::lower);
 }
 
 std::string registryPath(platform::Registry& registry, platform::IOObject entry) {

@@ -1,5 +1,7 @@
 #include "platform/sim/Scenario.h"
 
+#include "support/Hex.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -87,8 +89,7 @@ std::optional<std::uint8_t> featureCode(std::string_view key) {
 }
 
 std::string codeText(std::uint8_t code) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    return std::string("0x") + kDigits[code >> 4] + kDigits[code & 0x0F];
+    return "0x" + hex(code, 2);
 }
 
 std::string list(const std::vector<std::string_view>& names) {
@@ -152,7 +153,10 @@ MonitorSpec::Feature readFeatureValue(const Json& value, const std::string& path
     }
     const auto current = value[0].get<std::uint64_t>();
     const auto max = value[1].get<std::uint64_t>();
-    if (max > 0xFFFF || current > max) fail(path, kFeatureValue);
+    if (max > 0xFFFF) fail(path, kFeatureValue);
+    if (current > max)
+        fail(path, std::string(kFeatureValue) + " (current " + std::to_string(current) +
+                       " is above max " + std::to_string(max) + ")");
     return {static_cast<std::uint16_t>(current), static_cast<std::uint16_t>(max)};
 }
 
@@ -671,12 +675,19 @@ ScenarioResult parseScenario(std::string_view json, std::string_view sourceName)
 
 ScenarioResult loadScenarioFile(const std::filesystem::path& file) {
     const std::string source = file.string();
+    std::error_code ec;
+    if (std::filesystem::is_directory(file, ec))
+        return ScenarioError{source, {}, "a scenario file, not a folder"};
     std::ifstream in(file, std::ios::binary);
     if (!in) return ScenarioError{source, {}, "a readable scenario file"};
-    std::ostringstream text;
-    text << in.rdbuf();
+    // Read at most one byte past the limit: a device such as /dev/zero never ends.
+    std::string text(kMaxScenarioBytes + 1, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
     if (in.bad()) return ScenarioError{source, {}, "a readable scenario file"};
-    return parseScenario(text.str(), source);
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    if (text.size() > kMaxScenarioBytes)
+        return ScenarioError{source, {}, "a scenario file of at most 1 MiB (this one is larger)"};
+    return parseScenario(text, source);
 }
 
 } // namespace pw::sim

@@ -95,6 +95,8 @@ struct ScenarioError {
 using ScenarioResult = std::variant<Scenario, ScenarioError>;
 
 ScenarioResult parseScenario(std::string_view json, std::string_view sourceName);
+// Scenarios describe a few monitors in a few kilobytes; anything larger is not one.
+inline constexpr std::size_t kMaxScenarioBytes = 1024 * 1024;
 ScenarioResult loadScenarioFile(const std::filesystem::path& file);
 
 } // namespace pw::sim

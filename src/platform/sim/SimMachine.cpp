@@ -8,6 +8,7 @@
 #include "platform/sim/SimGamma.h"
 #include "platform/sim/SimOSD.h"
 #include "platform/sim/SimWorkspace.h"
+#include "support/Hex.h"
 
 #include <algorithm>
 #include <array>
@@ -47,9 +48,7 @@ std::vector<std::string> linksBelowFramebuffer(unsigned depth, bool builtin) {
 }
 
 std::string hexAddress(std::uint32_t address) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", address);
-    return text;
+    return hex(address, 8);
 }
 
 // A simulated object that keeps the clock it refers to alive as long as itself, so a
