@@ -30,19 +30,17 @@ protected:
     sim::MemoryUserDefaults store;
 };
 
-TEST_F(Tuning, AnEmptyStoreLeavesEveryDefault) {
+TEST_F(Tuning, AnEmptyStoreOrValuesBelowTheirFloorLeaveEveryDefault) {
     const auto passes = ddc.maxRetries();
     const auto ttl = ddc.cacheTTL();
-    applyTuningPreferences(store, ddc, keyboard.get());
-    EXPECT_EQ(ddc.maxRetries(), passes);
-    EXPECT_EQ(ddc.cacheTTL(), ttl);
-    EXPECT_EQ(keyboard->brightnessStep(), KeyboardManager::kDefaultStep);
-    EXPECT_EQ(keyboard->volumeStep(), KeyboardManager::kDefaultStep);
-}
-
-TEST_F(Tuning, ValuesBelowTheirFloorLeaveTheDefault) {
-    const auto passes = ddc.maxRetries();
-    const auto ttl = ddc.cacheTTL();
+    auto expectDefaults = [&] {
+        applyTuningPreferences(store, ddc, keyboard.get());
+        EXPECT_EQ(ddc.maxRetries(), passes);
+        EXPECT_EQ(ddc.cacheTTL(), ttl);
+        EXPECT_EQ(keyboard->brightnessStep(), KeyboardManager::kDefaultStep);
+        EXPECT_EQ(keyboard->volumeStep(), KeyboardManager::kDefaultStep);
+    };
+    expectDefaults();
     for (const DefaultsValue& low :
          {DefaultsValue(std::int64_t{0}), DefaultsValue(std::int64_t{-4}), DefaultsValue(0.9),
           DefaultsValue(std::string("many")), DefaultsValue(false)}) {
@@ -50,11 +48,7 @@ TEST_F(Tuning, ValuesBelowTheirFloorLeaveTheDefault) {
         store.set(Preferences::kDDCCacheTTL, std::holds_alternative<double>(low) ? -0.5 : 0.0);
         store.set(Preferences::kBrightnessStepPercent, low);
         store.set(Preferences::kVolumeStepPercent, low);
-        applyTuningPreferences(store, ddc, keyboard.get());
-        EXPECT_EQ(ddc.maxRetries(), passes);
-        EXPECT_EQ(ddc.cacheTTL(), ttl);
-        EXPECT_EQ(keyboard->brightnessStep(), KeyboardManager::kDefaultStep);
-        EXPECT_EQ(keyboard->volumeStep(), KeyboardManager::kDefaultStep);
+        expectDefaults();
     }
 }
 
