@@ -1,11 +1,15 @@
 #include "ddc/DDCManager.h"
 
+#include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCMessages.h"
 #include "platform/Platform.h"
 #include "support/WeakOwner.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <set>
 #include <string>
 
 namespace pw {
@@ -20,6 +24,22 @@ std::string formatWriteLine(const char* outcome, VCPCode code, std::uint16_t val
     line += " = ";
     line += std::to_string(value);
     return line;
+}
+
+// Byte 4 of a Get VCP reply repeats the code that was asked for.
+constexpr std::size_t kEchoedCodeOffset = 4;
+
+std::string hexCode(std::uint8_t code) {
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%02X", code);
+    return text;
+}
+
+void logEchoMismatch(std::uint8_t requested, std::uint8_t echoed) {
+    const std::string message = "DDC reply for VCP " + hexCode(requested) + " echoed " +
+                                hexCode(echoed) + "; value not cached";
+    SystemLog::ddc().info(message);
+    DiagnosticLog::log("DDC", message);
 }
 
 } // namespace
@@ -59,27 +79,81 @@ platform::Clock::Duration DDCManager::lifetime() const {
     return std::chrono::round<platform::Clock::Duration>(Seconds(seconds));
 }
 
+platform::Clock::TimePoint DDCManager::now() const {
+    return clock_ ? clock_->now() : platform::Clock::TimePoint{};
+}
+
+void DDCManager::noteTransport(const std::shared_ptr<I2CTransport>& transport) {
+    if (!transport) return;
+    std::lock_guard lock(cacheLock_);
+    auto& slot = known_[transport.get()];
+    if (slot.lock() == transport) return;
+    slot = transport;
+    // Forget transports that are gone, so the table stays as small as the live set.
+    std::erase_if(known_, [](const auto& entry) { return entry.second.expired(); });
+}
+
+DDCManager::Channel* DDCManager::channelFor(const I2CTransport& transport, bool create) {
+    const auto key = transport.endpointKey();
+    std::weak_ptr<const I2CTransport> self;
+    if (const auto seen = known_.find(&transport); seen != known_.end()) {
+        // Only if it is still this very object: an expired entry may be an older
+        // transport that lived at the same address.
+        if (auto alive = seen->second.lock(); alive.get() == &transport) self = alive;
+    }
+
+    auto found = cache_.find(key);
+    if (found != cache_.end()) {
+        auto& holders = found->second.holders;
+        const auto before = holders.size();
+        std::erase_if(holders, [](const auto& holder) { return holder.expired(); });
+        if (before > 0 && holders.empty()) {
+            // Every transport that used this key is gone, so the key is free to name
+            // another monitor now; nothing stored under it may answer for that one.
+            found->second.values.clear();
+            found->second.maxima.clear();
+        }
+    } else {
+        if (!create) return nullptr;
+        found = cache_.emplace(key, Channel{}).first;
+    }
+    auto& channel = found->second;
+    if (!self.expired()) {
+        const bool listed = std::any_of(
+            channel.holders.begin(), channel.holders.end(), [&](const auto& holder) {
+                return !holder.owner_before(self) && !self.owner_before(holder);
+            });
+        if (!listed) channel.holders.push_back(self);
+    }
+    return &channel;
+}
+
 std::optional<DDCReadResult> DDCManager::cachedValue(const I2CTransport& transport,
                                                      std::uint8_t code) {
-    const auto key = transport.endpointKey();
-    const auto now = clock_ ? clock_->now() : platform::Clock::TimePoint{};
+    const auto at = now();
     std::lock_guard lock(cacheLock_);
-    auto endpoint = cache_.find(key);
-    if (endpoint == cache_.end()) return std::nullopt;
-    auto entry = endpoint->second.find(code);
-    if (entry == endpoint->second.end()) return std::nullopt;
+    const auto* channel = channelFor(transport, false);
+    if (!channel) return std::nullopt;
+    const auto entry = channel->values.find(code);
+    if (entry == channel->values.end()) return std::nullopt;
     // An entry exactly as old as the lifetime still counts as fresh, so the comparison is
     // made in whole clock ticks rather than in floating-point seconds.
-    if (now - entry->second.storedAt <= lifetime()) return entry->second.value;
+    if (at - entry->second.storedAt <= lifetime()) return entry->second.value;
     return std::nullopt;
+}
+
+void DDCManager::storeLocked(const I2CTransport& transport, std::uint8_t code,
+                             DDCReadResult value, platform::Clock::TimePoint at) {
+    auto* channel = channelFor(transport, true);
+    channel->values[code] = CacheEntry{value, at};
+    channel->maxima[code] = KnownMaximum{value.max, at};
 }
 
 void DDCManager::storeInCache(const I2CTransport& transport, std::uint8_t code,
                               DDCReadResult value) {
-    const auto key = transport.endpointKey();
-    const auto now = clock_ ? clock_->now() : platform::Clock::TimePoint{};
+    const auto at = now();
     std::lock_guard lock(cacheLock_);
-    cache_[key][code] = CacheEntry{value, now};
+    storeLocked(transport, code, value, at);
 }
 
 void DDCManager::invalidateCache(const I2CTransport& transport) {
@@ -90,13 +164,52 @@ void DDCManager::invalidateCache(const I2CTransport& transport) {
 
 void DDCManager::storeWritten(const I2CTransport& transport, std::uint8_t code,
                               std::uint16_t value) {
-    const auto previous = cachedValue(transport, code);
-    storeInCache(transport, code,
-                 DDCReadResult{value, previous ? previous->max : static_cast<std::uint16_t>(100)});
+    const auto at = now();
+    std::lock_guard lock(cacheLock_);
+    std::uint16_t max = 100;
+    if (const auto* channel = channelFor(transport, false)) {
+        if (const auto known = channel->maxima.find(code); known != channel->maxima.end())
+            max = known->second.max;
+    }
+    storeLocked(transport, code, DDCReadResult{value, max}, at);
+}
+
+void DDCManager::displayListRebuilt(const std::vector<std::shared_ptr<I2CTransport>>& transports,
+                                    platform::Clock::TimePoint rebuildStarted) {
+    for (const auto& transport : transports)
+        noteTransport(transport);
+    std::lock_guard lock(cacheLock_);
+    std::set<std::int64_t> listed;
+    for (const auto& transport : transports) {
+        if (!transport) continue;
+        listed.insert(transport->endpointKey());
+        channelFor(*transport, true);
+    }
+    for (auto channel = cache_.begin(); channel != cache_.end();) {
+        if (!listed.contains(channel->first)) {
+            channel = cache_.erase(channel);
+            continue;
+        }
+        std::erase_if(channel->second.values, [&](const auto& entry) {
+            return entry.second.storedAt < rebuildStarted;
+        });
+        std::erase_if(channel->second.maxima, [&](const auto& entry) {
+            return entry.second.storedAt < rebuildStarted;
+        });
+        ++channel;
+    }
+}
+
+std::size_t DDCManager::cachedChannelCount() {
+    std::lock_guard lock(cacheLock_);
+    return static_cast<std::size_t>(std::count_if(cache_.begin(), cache_.end(), [](const auto& c) {
+        return !c.second.values.empty() || !c.second.maxima.empty();
+    }));
 }
 
 bool DDCManager::performWrite(const std::shared_ptr<I2CTransport>& transport,
                               std::span<const std::uint8_t> frame) {
+    noteTransport(transport);
     const std::int64_t passes = maxRetries_.load();
     const std::int64_t attempts = writeCycles_.load();
     return globalDDCQueue().syncResult([&] {
@@ -113,6 +226,7 @@ bool DDCManager::performWrite(const std::shared_ptr<I2CTransport>& transport,
 
 void DDCManager::write(std::shared_ptr<I2CTransport> transport, VCPCode code, std::uint16_t value,
                        Completion completion) {
+    noteTransport(transport);
     auto self = shared_from_this();
     queue_->async(weakly(self, [transport = std::move(transport), code, value,
                                 completion = std::move(completion)](DDCManager& manager) {
@@ -134,6 +248,7 @@ void DDCManager::write(std::shared_ptr<I2CTransport> transport, VCPCode code, st
 
 std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport>& transport,
                                               VCPCode code) {
+    noteTransport(transport);
     if (auto hit = cachedValue(*transport, rawValue(code))) return hit;
 
     const auto request = ddc::makeGetVCPRequest(rawValue(code));
@@ -142,6 +257,14 @@ std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport
         for (std::int64_t pass = 1; pass <= passes; ++pass) {
             if (auto reply = transport->read(request, ddc::kReplyLength)) {
                 if (auto value = ddc::parseVCPReply(*reply)) {
+                    const std::uint8_t echoed = (*reply)[kEchoedCodeOffset];
+                    if (echoed != rawValue(code)) {
+                        // Some monitors echo a wrong code with a right value, so the value
+                        // is still answered; but it may as well be the reply to another
+                        // request, so it is not remembered as this code's value.
+                        logEchoMismatch(rawValue(code), echoed);
+                        return value;
+                    }
                     // Stored while still holding the bus: a write queued behind this read
                     // then always caches its value after ours, never before it.
                     storeInCache(*transport, rawValue(code), *value);

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace pw {
 
@@ -22,6 +23,11 @@ namespace pw {
 // thread. Every bus transfer of the process, with its waits, runs on the one
 // "com.panelwright.globalDDCQueue", so no two transactions ever share the bus. Values
 // read or written recently are answered from a short-lived cache.
+//
+// The cache never answers for another monitor than the one a value came from: its entries
+// are grouped by channel (the transport's endpointKey), a key whose transports have all
+// been destroyed starts empty when it turns up again (handles and hashes are recycled),
+// and a rebuilt display list drops every channel it no longer names (docs/ddc.md).
 class DDCManager : public std::enable_shared_from_this<DDCManager> {
 public:
     using Completion = std::function<void(bool)>;
@@ -47,9 +53,19 @@ public:
 
     std::optional<DDCReadResult> cachedValue(const I2CTransport& transport, std::uint8_t code);
     void storeInCache(const I2CTransport& transport, std::uint8_t code, DDCReadResult value);
-    // Caches a value the bus just accepted, under the maximum a fresh entry knows (else 100).
+    // Caches a value the bus just accepted, under the last maximum this channel reported
+    // for the code, even when that reading has expired (else 100).
     void storeWritten(const I2CTransport& transport, std::uint8_t code, std::uint16_t value);
     void invalidateCache(const I2CTransport& transport);
+    // The display list was rebuilt from these transports. Channels not among them are
+    // forgotten; of those that are, what was stored before `rebuildStarted` is forgotten
+    // too, since the same channel may now lead to another monitor. In-flight work on an
+    // old transport may still store under its own key afterwards; that key is cleared
+    // again once every transport that used it is gone.
+    void displayListRebuilt(const std::vector<std::shared_ptr<I2CTransport>>& transports,
+                            platform::Clock::TimePoint rebuildStarted);
+    // How many channels hold entries (values or maxima); for tests and diagnostics.
+    std::size_t cachedChannelCount();
 
     std::uint32_t writeSleep() const { return writeSleep_; }
     void setWriteSleep(std::uint32_t microseconds) { writeSleep_ = microseconds; }
@@ -70,10 +86,33 @@ private:
         DDCReadResult value;
         platform::Clock::TimePoint storedAt;
     };
+    struct KnownMaximum {
+        std::uint16_t max;
+        platform::Clock::TimePoint storedAt;
+    };
+    // Everything cached under one endpointKey.
+    struct Channel {
+        // The transports seen using this key. Once all of them are gone the key is free
+        // to name another monitor, so what it holds is dropped at its next use.
+        std::vector<std::weak_ptr<const I2CTransport>> holders;
+        std::map<std::uint8_t, CacheEntry> values;
+        // Kept apart from the values: a write needs the range after the reading expired.
+        std::map<std::uint8_t, KnownMaximum> maxima;
+    };
 
     void sleepMicroseconds(std::uint32_t microseconds);
     // cacheTTL in the clock's ticks.
     platform::Clock::Duration lifetime() const;
+    platform::Clock::TimePoint now() const;
+
+    // Remembers a transport the manager was handed as a shared object, so that later calls
+    // given only a reference can tell whether it still lives.
+    void noteTransport(const std::shared_ptr<I2CTransport>& transport);
+    // The channel of `transport` (cacheLock_ held), first emptied when every transport that
+    // used its key has gone. Created when `create`, else null when there is none.
+    Channel* channelFor(const I2CTransport& transport, bool create);
+    void storeLocked(const I2CTransport& transport, std::uint8_t code, DDCReadResult value,
+                     platform::Clock::TimePoint at);
 
     std::shared_ptr<platform::Clock> clock_;
     std::shared_ptr<platform::MainQueue> mainQueue_;
@@ -81,8 +120,11 @@ private:
     std::atomic<std::uint32_t> retrySleep_{20000};
     std::atomic<std::int64_t> maxRetries_{3};
     std::atomic<std::int64_t> writeCycles_{2};
-    std::map<std::int64_t, std::map<std::uint8_t, CacheEntry>> cache_;
-    std::mutex cacheLock_;
+    std::map<std::int64_t, Channel> cache_;
+    // Transports handed over as shared objects, by address; an expired entry means the
+    // address may since have been reused by another transport.
+    std::map<const I2CTransport*, std::weak_ptr<const I2CTransport>> known_;
+    std::mutex cacheLock_; // guards cache_ and known_
     std::atomic<double> cacheTTL_{5.0};
     // Last member: destroyed first, so queued write items finish before the rest goes.
     std::unique_ptr<SerialQueue> queue_;

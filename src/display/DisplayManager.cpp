@@ -21,6 +21,7 @@ namespace {
 constexpr std::uint32_t kMaxDisplays = 16;
 constexpr std::uint32_t kAppleVendor = 0x0610;
 constexpr std::string_view kRefreshQueueLabel = "com.panelwright.refresh";
+constexpr std::string_view kEnumerationQueueLabel = "com.panelwright.enumeration";
 
 void logDisplay(std::string_view message) {
     DiagnosticLog::log("Display", message);
@@ -35,6 +36,13 @@ std::string hex4(std::uint32_t value) {
 
 std::string num(std::uint64_t value) {
     return std::to_string(value);
+}
+
+ExternalDisplay* find(std::vector<ExternalDisplay>& list, const DisplayManager::RecordKey& key) {
+    const auto found = std::find_if(list.begin(), list.end(), [&](const ExternalDisplay& d) {
+        return DisplayManager::keyOf(d) == key;
+    });
+    return found == list.end() ? nullptr : &*found;
 }
 
 } // namespace
@@ -91,9 +99,19 @@ template <typename Change> void DisplayManager::changeList(Change&& change) {
         observer(snapshot);
 }
 
-void DisplayManager::publish(std::vector<ExternalDisplay> displays) {
+platform::Clock::TimePoint DisplayManager::now() const {
+    return platform_.clock ? platform_.clock->now() : platform::Clock::TimePoint{};
+}
+
+void DisplayManager::publish(std::vector<ExternalDisplay> displays,
+                             platform::Clock::TimePoint started) {
     const auto count = displays.size();
     const auto withDDC = ddcCapableDisplays(displays).size();
+    // The cache forgets the channels of the old list before anyone sees the new one.
+    std::vector<std::shared_ptr<I2CTransport>> transports;
+    for (const auto& display : displays)
+        transports.push_back(display.transport);
+    ddcManager_->displayListRebuilt(transports, started);
     changeList([&](std::vector<ExternalDisplay>& list) {
         list = std::move(displays);
         return true;
@@ -193,17 +211,17 @@ std::optional<std::string> DisplayManager::resolveDisplayName(platform::DisplayI
         const auto& names = map->names;
         const auto english = std::find_if(names.begin(), names.end(),
                                           [](const auto& entry) { return entry.first == "en_US"; });
+        // Names become settings keys and menu titles, so control characters never pass.
         if (english != names.end()) {
-            if (!english->second.empty()) return english->second;
-        } else if (!names.empty() && !names.front().second.empty()) {
-            return names.front().second;
+            if (auto name = displayNameFrom(english->second)) return name;
+        } else if (!names.empty()) {
+            if (auto name = displayNameFrom(names.front().second)) return name;
         }
     }
     for (const auto& screen : displays.screens()) {
         if (screen.number != id) continue;
-        if (!screen.localizedName.empty() && screen.localizedName != "Unknown") {
-            return screen.localizedName;
-        }
+        if (screen.localizedName == "Unknown") continue;
+        if (auto name = displayNameFrom(screen.localizedName)) return name;
     }
     const auto vendor = displays.vendorNumber(id);
     if (vendor == 0) return std::nullopt;
@@ -228,6 +246,60 @@ bool DisplayManager::isAppleDisplay(platform::DisplayID id, std::uint32_t vendor
 // --- Enumeration ----------------------------------------------------------------------
 
 void DisplayManager::enumerateDisplays() {
+    const auto started = now();
+    auto list = buildList();
+    platform_.mainQueue->post([weak = weak_from_this(), list = std::move(list), started]() mutable {
+        if (auto self = weak.lock()) self->publish(std::move(list), started);
+    });
+}
+
+void DisplayManager::enumerateDisplaysInBackground(Completion done) {
+    if (enumerating_) {
+        // Whatever the running pass saw may already be out of date: one more pass after
+        // it serves this request and any others that arrive before it starts.
+        passRequested_ = true;
+        requestedDone_.push_back(std::move(done));
+        return;
+    }
+    enumerating_ = true;
+    runningDone_.push_back(std::move(done));
+    startBackgroundPass();
+}
+
+void DisplayManager::startBackgroundPass() {
+    // A queue per pass, owned by its one task like a refresh's; passes never overlap, so
+    // there is only ever one "com.panelwright.enumeration" at a time.
+    auto queue = std::make_shared<SerialQueue>(std::string(kEnumerationQueueLabel));
+    queue->async([weak = weak_from_this(), mainQueue = platform_.mainQueue, ownQueue = queue] {
+        std::vector<ExternalDisplay> list;
+        platform::Clock::TimePoint started;
+        {
+            auto self = weak.lock();
+            if (!self) return;
+            started = self->now();
+            list = self->buildList();
+        }
+        mainQueue->post([weak, list = std::move(list), started]() mutable {
+            auto self = weak.lock();
+            if (!self) return;
+            self->publish(std::move(list), started);
+            auto done = std::move(self->runningDone_);
+            self->runningDone_.clear();
+            if (self->passRequested_) {
+                self->passRequested_ = false;
+                self->runningDone_ = std::move(self->requestedDone_);
+                self->requestedDone_.clear();
+                self->startBackgroundPass();
+            } else {
+                self->enumerating_ = false;
+            }
+            for (auto& completion : done)
+                if (completion) completion();
+        });
+    });
+}
+
+std::vector<ExternalDisplay> DisplayManager::buildList() {
     const auto& systemLog = SystemLog::display();
     logDisplay("enumerateDisplays() called");
     systemLog.info("Enumerating displays...");
@@ -306,10 +378,7 @@ void DisplayManager::enumerateDisplays() {
 
     logDisplay("Enumeration complete: " + num(result.size()) + " external, " +
                num(ddcCapableDisplays(result).size()) + " with DDC");
-
-    platform_.mainQueue->post([weak = weak_from_this(), list = std::move(result)]() mutable {
-        if (auto self = weak.lock()) self->publish(std::move(list));
-    });
+    return result;
 }
 
 // --- Hot-plug ---------------------------------------------------------------------------
@@ -320,8 +389,13 @@ void DisplayManager::drain(platform::Registry& registry, platform::IOObject iter
 }
 
 void DisplayManager::scheduleEnumeration() {
-    platform_.mainQueue->postAfter(kHotPlugDelay, [weak = weak_from_this()] {
-        if (auto self = weak.lock()) self->enumerateDisplays();
+    // A trailing debounce: every report restarts the wait, so a dock announcing several
+    // monitors costs one enumeration, a second after its last report.
+    const auto generation = ++hotPlugGeneration_;
+    platform_.mainQueue->postAfter(kHotPlugDelay, [weak = weak_from_this(), generation] {
+        auto self = weak.lock();
+        if (!self || self->hotPlugGeneration_ != generation) return;
+        self->enumerateDisplaysInBackground();
     });
 }
 
@@ -334,8 +408,8 @@ void DisplayManager::startMonitoring() {
     if (!registry.attachToMainRunLoop(notificationPort_)) return;
 
     const auto watched = discovery_->watchedClass();
-    // Each report is answered by its own enumeration a second later: the registry is still
-    // settling when the notification arrives, and nothing merges reports, the last wins.
+    // Reports are answered a second after the last of a burst: the registry is still
+    // settling when a notification arrives, and a dock reports each of its monitors.
     // The registry keeps the handler, so the handler must not keep the registry. Its
     // objects are released even when the manager is gone, so none of them leaks.
     const auto handler = [weak = weak_from_this(),
@@ -363,41 +437,40 @@ void DisplayManager::startMonitoring() {
 
 // --- Refresh ----------------------------------------------------------------------------
 
+DisplayManager::RecordKey DisplayManager::keyOf(const ExternalDisplay& display) {
+    return RecordKey{display.id, display.transport ? display.transport->endpointKey() : 0};
+}
+
 void DisplayManager::refreshDisplays(Completion completion) {
+    // The displays as listed now; each reading goes back with the key of the record it was
+    // read for, never by position, since the list may be rebuilt while the refresh reads.
+    auto records = ddcCapableDisplays(displays());
     // A queue per refresh: two refreshes may read at once, the DDC manager keeps their
     // bus traffic apart. The work owns its queue; when the work item is done with, the
     // queue goes with it and its worker ends by itself.
     auto queue = std::make_shared<SerialQueue>(std::string(kRefreshQueueLabel));
     auto mainQueue = platform_.mainQueue;
     queue->async([weak = weak_from_this(), mainQueue, ownQueue = queue,
-                  completion = std::move(completion)]() mutable {
+                  records = std::move(records), completion = std::move(completion)]() mutable {
         auto self = weak.lock();
         if (!self) return;
-        std::size_t count = 0;
-        {
-            std::lock_guard lock(self->mutex_);
-            count = self->displays_.size();
-        }
-        for (std::size_t i = 0; i < count; ++i) {
-            // A whole copy of the record as it stands now; the main thread may have
-            // replaced the list since the refresh began, and a position that is gone
-            // ends the refresh.
-            std::optional<ExternalDisplay> record;
+        for (const auto& record : records) {
+            const auto key = keyOf(record);
             {
+                // A display that has left the list meanwhile is not worth a bus read.
                 std::lock_guard lock(self->mutex_);
-                if (i < self->displays_.size()) record = self->displays_[i];
+                if (std::none_of(self->displays_.begin(), self->displays_.end(),
+                                 [&](const ExternalDisplay& d) { return keyOf(d) == key; }))
+                    continue;
             }
-            if (!record) break;
-            if (!record->ddcSupported) continue;
-
             auto& ddc = *self->ddcManager_;
-            auto brightness = ddc.read(record->transport, VCPCode::brightness);
-            auto contrast = ddc.read(record->transport, VCPCode::contrast);
-            auto volume = ddc.read(record->transport, VCPCode::volume);
-            auto mute = ddc.read(record->transport, VCPCode::mute);
-            auto inputSource = ddc.read(record->transport, VCPCode::inputSource);
+            auto brightness = ddc.read(record.transport, VCPCode::brightness);
+            auto contrast = ddc.read(record.transport, VCPCode::contrast);
+            auto volume = ddc.read(record.transport, VCPCode::volume);
+            auto mute = ddc.read(record.transport, VCPCode::mute);
+            auto inputSource = ddc.read(record.transport, VCPCode::inputSource);
             mainQueue->post(weakly(self, [=](DisplayManager& manager) {
-                manager.updateDisplay(i, brightness, contrast, volume, mute, inputSource);
+                manager.updateDisplay(key, brightness, contrast, volume, mute, inputSource);
             }));
         }
         mainQueue->post([done = std::move(completion)] {
@@ -406,7 +479,7 @@ void DisplayManager::refreshDisplays(Completion completion) {
     });
 }
 
-void DisplayManager::updateDisplay(std::size_t position, std::optional<DDCReadResult> brightness,
+void DisplayManager::updateDisplay(const RecordKey& key, std::optional<DDCReadResult> brightness,
                                    std::optional<DDCReadResult> contrast,
                                    std::optional<DDCReadResult> volume,
                                    std::optional<DDCReadResult> mute,
@@ -422,16 +495,18 @@ void DisplayManager::updateDisplay(std::size_t position, std::optional<DDCReadRe
         const std::optional<DDCReadResult>& value = *entry.second;
         if (!value) continue;
         changeList([&](std::vector<ExternalDisplay>& list) {
-            if (position >= list.size()) return false;
-            list[position].*field = value;
+            auto* record = find(list, key);
+            if (!record) return false;
+            record->*field = value;
             return true;
         });
     }
     // The status follows the values the controls show; mute or input source alone leave it.
     if (brightness || contrast || volume) {
         changeList([&](std::vector<ExternalDisplay>& list) {
-            if (position >= list.size()) return false;
-            list[position].ddcStatus = DDCStatus::verified;
+            auto* record = find(list, key);
+            if (!record) return false;
+            record->ddcStatus = DDCStatus::verified;
             return true;
         });
     }

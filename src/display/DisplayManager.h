@@ -21,11 +21,12 @@ class TransportDiscovery;
 
 // Owns the published list of external monitors: builds it by enumeration (filter,
 // find each monitor's I2C channel, name it, probe it with one DDC read), rebuilds it
-// one second after every hot-plug report, and refreshes the values in it on request.
+// one second after a burst of hot-plug reports, and refreshes the values in it on request.
 //
 // The list is changed only on the main queue; `displays()` may be read from any
 // thread and always yields a whole, consistent copy. Observers are called on the main
-// queue after every change, once per change.
+// queue after every change, once per change. The main queue never waits for the bus:
+// probes and reads run on worker queues and only their results come back to it.
 class DisplayManager : public std::enable_shared_from_this<DisplayManager> {
 public:
     using DisplayTransportMatch = pw::DisplayTransportMatch;
@@ -57,8 +58,18 @@ public:
     // --- Enumeration ----------------------------------------------------------------
 
     // Rebuilds the list from scratch on the calling thread, blocking while it probes each
-    // monitor, and publishes it later on the main queue.
+    // monitor, and publishes it later on the main queue. For the command line and tests:
+    // an application must not call it on its main thread.
     void enumerateDisplays();
+
+    // Main queue only. Rebuilds the list on the "com.panelwright.enumeration" queue,
+    // publishes it on the main queue and then runs `done` there. Never two at a time: a
+    // request made while one runs is served by one more pass right after it (however many
+    // requests came), and their `done`s run once that pass is published. Nothing runs if
+    // the manager is gone by then.
+    void enumerateDisplaysInBackground(Completion done = {});
+    // Main queue only: a background enumeration is running or waiting to run.
+    bool enumerationInProgress() const { return enumerating_; }
 
     // The single rule for one display and a candidate list: none for no candidates, the
     // only one for a single candidate (whatever the display), else the best score with
@@ -100,19 +111,30 @@ public:
 
     // --- Hot-plug and refresh -------------------------------------------------------
 
-    // Watches the registry for displays that appear or disappear and enumerates again
-    // 1.0 s after each report. Call once, on the main thread, after the first enumeration.
+    // Watches the registry for displays that appear or disappear. Reports within one
+    // second of each other end in a single background enumeration, one second after the
+    // last. Call once, on the main thread, after the first enumeration.
     void startMonitoring();
 
+    // Which record a reading belongs to: the display and the channel it was read through.
+    // A record rebuilt by an enumeration gets a new channel, so a reading taken before
+    // never lands on it, nor on a record that merely took over its place in the list.
+    struct RecordKey {
+        platform::DisplayID id = 0;
+        std::int64_t channel = 0; // the transport's endpointKey
+        friend bool operator==(const RecordKey&, const RecordKey&) = default;
+    };
+    static RecordKey keyOf(const ExternalDisplay& display);
+
     // Re-reads brightness, contrast, volume, mute and input source of every DDC-capable
-    // display on a new refresh queue; results land on the main queue by list position,
-    // then `completion` (if any) runs there.
+    // display listed at the call, on a new refresh queue; results land on the main queue
+    // on the record they were read from, then `completion` (if any) runs there.
     void refreshDisplays(Completion completion = {});
 
-    // Main queue only. Stores each value that is present into the record at `position`
+    // Main queue only. Stores each value that is present into the record `key` names
     // (one change each) and raises its status to verified when brightness, contrast or
-    // volume came back. A position past the end of the list is ignored.
-    void updateDisplay(std::size_t position, std::optional<DDCReadResult> brightness,
+    // volume came back. Dropped when no record in the list has that key.
+    void updateDisplay(const RecordKey& key, std::optional<DDCReadResult> brightness,
                        std::optional<DDCReadResult> contrast, std::optional<DDCReadResult> volume,
                        std::optional<DDCReadResult> mute, std::optional<DDCReadResult> inputSource);
 
@@ -122,7 +144,12 @@ public:
     platform::IOObject removedIterator() const { return removedIterator_; }
 
 private:
-    void publish(std::vector<ExternalDisplay> displays);
+    // The enumeration proper: lists, pairs, names and probes on the calling thread.
+    std::vector<ExternalDisplay> buildList();
+    void publish(std::vector<ExternalDisplay> displays, platform::Clock::TimePoint started);
+    platform::Clock::TimePoint now() const;
+    // Main queue: hands the next background pass to a fresh enumeration queue.
+    void startBackgroundPass();
     // Applies `change` to the list under the lock and tells the observers; main queue.
     template <typename Change> void changeList(Change&& change);
     void notifyObservers(const std::vector<ExternalDisplay>& snapshot);
@@ -141,6 +168,13 @@ private:
     std::vector<ExternalDisplay> displays_;
     std::map<ObserverToken, Observer> observers_;
     ObserverToken nextToken_ = 1;
+
+    // Main queue only.
+    bool enumerating_ = false;                // a background pass is running
+    bool passRequested_ = false;              // ... and another was asked for meanwhile
+    std::vector<Completion> runningDone_;     // to run when the running pass is published
+    std::vector<Completion> requestedDone_;   // to run after the pass asked for meanwhile
+    std::uint64_t hotPlugGeneration_ = 0;     // the latest report; older timers stand down
 };
 
 } // namespace pw

@@ -37,6 +37,31 @@ std::optional<std::string> descriptorName(const std::vector<std::uint8_t>& bytes
         if (byte > 0x7F) return std::nullopt; // not ASCII: not a name we can show
         text.push_back(static_cast<char>(byte));
     }
+    return displayNameFrom(text);
+}
+
+bool isControl(unsigned char c) {
+    return c < 0x20 || c == 0x7F;
+}
+
+} // namespace
+
+std::optional<std::string> displayNameFrom(std::string_view raw) {
+    std::string text;
+    text.reserve(raw.size());
+    for (std::size_t i = 0; i < raw.size(); ++i) {
+        const auto c = static_cast<unsigned char>(raw[i]);
+        if (isControl(c)) continue;
+        // U+0080..U+009F in UTF-8: the second set of control characters.
+        if (c == 0xC2 && i + 1 < raw.size()) {
+            const auto next = static_cast<unsigned char>(raw[i + 1]);
+            if (next >= 0x80 && next <= 0x9F) {
+                ++i;
+                continue;
+            }
+        }
+        text.push_back(static_cast<char>(c));
+    }
     std::size_t first = 0;
     std::size_t last = text.size();
     while (first < last && isSpace(text[first]))
@@ -47,20 +72,20 @@ std::optional<std::string> descriptorName(const std::vector<std::uint8_t>& bytes
     return text.substr(first, last - first);
 }
 
-} // namespace
-
 std::optional<std::string> nameFromEDID(std::string_view hex) {
     if (hex.size() < 2 * kBaseBlockSize) return std::nullopt;
 
+    // Damaged text is refused whole: skipping a bad pair would shift every later byte
+    // and read a name out of the wrong place.
+    if (hex.size() % 2 != 0) return std::nullopt;
     std::vector<std::uint8_t> bytes;
     bytes.reserve(hex.size() / 2);
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+    for (std::size_t i = 0; i < hex.size(); i += 2) {
         const auto high = hexDigit(hex[i]);
         const auto low = hexDigit(hex[i + 1]);
-        if (!high || !low) continue; // a damaged pair costs one byte, not the whole name
+        if (!high || !low) return std::nullopt;
         bytes.push_back(static_cast<std::uint8_t>(*high << 4 | *low));
     }
-    if (bytes.size() < kBaseBlockSize) return std::nullopt;
 
     for (const std::size_t offset : kDescriptorOffsets) {
         if (bytes.size() <= offset + 17) continue;

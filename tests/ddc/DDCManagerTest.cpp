@@ -89,15 +89,23 @@ TEST_F(DDCManagerTest, AWriteThatNeverLandsRunsEveryPassAndLeavesTheCacheAlone) 
     EXPECT_EQ(sleepsUs(), (Us{10000, 10000, 20000, 10000, 10000, 20000, 10000, 10000}));
 }
 
-TEST_F(DDCManagerTest, AWriteWithoutAFreshEntryAssumesAMaximumOfOneHundred) {
+// A written value is cached under the range the monitor last reported for that code, even
+// once that reading has expired; only a code never read assumes 0...100.
+TEST_F(DDCManagerTest, AWriteKeepsTheLastKnownMaximumAndAssumesOneHundredOnlyWithoutOne) {
     auto t = std::make_shared<ScriptedTransport>();
     EXPECT_EQ(writeAndWait(t, VCPCode::contrast, 80), true);
     EXPECT_EQ(manager->cachedValue(*t, 0x12), (DDCReadResult{80, 100}));
 
     manager->storeInCache(*t, 0x10, {10, 400});
     clock->advance(6s); // stale now
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), std::nullopt);
     EXPECT_EQ(writeAndWait(t, VCPCode::brightness, 20), true);
-    EXPECT_EQ(manager->cachedValue(*t, 0x10), (DDCReadResult{20, 100}));
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), (DDCReadResult{20, 400}));
+
+    // Invalidation forgets the range along with the values.
+    manager->invalidateCache(*t);
+    EXPECT_EQ(writeAndWait(t, VCPCode::brightness, 30), true);
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), (DDCReadResult{30, 100}));
 }
 
 TEST_F(DDCManagerTest, ReadsRetryRejectedRepliesWithPausesOnlyBetweenPasses) {
@@ -292,6 +300,81 @@ TEST(DDCManagerBus, ConcurrentTrafficToTwoMonitorsNeverOverlapsOnTheBus) {
         EXPECT_EQ(request.bytes[0], 0x82);
         EXPECT_EQ(transfers[i].start - request.end, AppleSiliconTransport::kReplyWait);
     }
+}
+
+// Keys are recycled: a framebuffer handle or a service's hash may name another monitor
+// once every transport that used it is gone. What was cached under it must not answer.
+TEST_F(DDCManagerTest, AKeyReusedAfterItsTransportsAreGoneStartsEmpty) {
+    auto first = std::make_shared<ScriptedTransport>(7);
+    first->defaultReply = replyBytes(0x10, 40, 400);
+    ASSERT_EQ(manager->read(first, VCPCode::brightness), (DDCReadResult{40, 400}));
+    auto twin = std::make_shared<ScriptedTransport>(7); // same key while the first lives
+    EXPECT_EQ(manager->read(twin, VCPCode::brightness), (DDCReadResult{40, 400}));
+    first.reset();
+    EXPECT_EQ(manager->read(twin, VCPCode::brightness), (DDCReadResult{40, 400})); // still held
+    EXPECT_TRUE(twin->reads.empty());
+
+    twin.reset(); // now nothing holds key 7: the next transport under it is another monitor
+    auto next = std::make_shared<ScriptedTransport>(7);
+    next->defaultReply = replyBytes(0x10, 90, 100);
+    EXPECT_EQ(manager->cachedValue(*next, 0x10), std::nullopt);
+    EXPECT_EQ(manager->read(next, VCPCode::brightness), (DDCReadResult{90, 100}));
+    EXPECT_EQ(next->reads.size(), 1u);
+
+    // Nor does the old range reach a write through a transport only ever seen by reference.
+    auto held = std::make_shared<ScriptedTransport>(8);
+    held->defaultReply = replyBytes(0x62, 5, 50);
+    ASSERT_EQ(manager->read(held, VCPCode::volume), (DDCReadResult{5, 50}));
+    clock->advance(6s);
+    held.reset();
+    const auto plain = std::make_shared<ScriptedTransport>(8);
+    manager->storeWritten(*plain, 0x62, 9);
+    EXPECT_EQ(manager->cachedValue(*plain, 0x62), (DDCReadResult{9, 100}));
+}
+
+// A rebuilt list keeps only its own channels, and of those only what was stored since the
+// rebuild began: the same channel may now lead to another monitor.
+TEST_F(DDCManagerTest, ARebuiltListDropsEveryOtherChannelAndOlderReadings) {
+    auto gone = std::make_shared<ScriptedTransport>(1);
+    auto kept = std::make_shared<ScriptedTransport>(2);
+    manager->displayListRebuilt({gone, kept}, clock->now());
+    manager->storeInCache(*gone, 0x10, {10, 100});
+    manager->storeInCache(*kept, 0x10, {20, 200});
+    manager->storeInCache(*kept, 0x12, {30, 100});
+    clock->advance(1s);
+    const auto started = clock->now();
+    manager->storeInCache(*kept, 0x12, {31, 100}); // the new list's own probe
+    manager->displayListRebuilt({kept}, started);
+
+    EXPECT_EQ(manager->cachedValue(*gone, 0x10), std::nullopt);
+    EXPECT_EQ(manager->cachedValue(*kept, 0x10), std::nullopt);
+    EXPECT_EQ(manager->cachedValue(*kept, 0x12), (DDCReadResult{31, 100}));
+    EXPECT_EQ(manager->cachedChannelCount(), 1u);
+    manager->storeWritten(*kept, 0x10, 15); // the old range went with the old reading
+    EXPECT_EQ(manager->cachedValue(*kept, 0x10), (DDCReadResult{15, 100}));
+
+    // A press still in flight on the old channel may store afterwards; once its transport
+    // is gone too, nothing of it is left for whatever takes the key next.
+    manager->storeInCache(*gone, 0x62, {44, 100});
+    gone.reset();
+    auto successor = std::make_shared<ScriptedTransport>(1);
+    EXPECT_EQ(manager->read(successor, VCPCode::volume), std::nullopt);
+    EXPECT_EQ(successor->reads.size(), 3u);
+    EXPECT_EQ(manager->cachedValue(*successor, 0x62), std::nullopt);
+}
+
+// The reply echoes another code than the one asked for: the value is answered (some
+// monitors echo wrongly) but never cached as the requested code's.
+TEST_F(DDCManagerTest, AReplyEchoingAnotherCodeIsNotCachedUnderTheRequestedOne) {
+    auto t = std::make_shared<ScriptedTransport>();
+    t->replies = {replyBytes(0x12, 66, 100), replyBytes(0x10, 40, 100)};
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{66, 100}));
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), std::nullopt);
+    EXPECT_EQ(manager->cachedValue(*t, 0x12), std::nullopt);
+    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::info,
+                                    "DDC reply for VCP 0x10 echoed 0x12; value not cached"));
+    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{40, 100}));
+    EXPECT_EQ(manager->cachedValue(*t, 0x10), (DDCReadResult{40, 100}));
 }
 
 } // namespace

@@ -127,6 +127,10 @@ TEST_F(Enumeration, NamesFallBackInOrder) {
             {{}, "Unknown", 4268, "Edid", "Display 4268-41000"}, // the EDID is not consulted
             {{}, "", 0, "Edid Name", "Edid Name"},
             {{}, "", 0, std::nullopt, "External Display"},
+            // Control characters never reach a name (and so a settings key); a name that
+            // was nothing else counts as missing.
+            {{{"en_US", "Off\x01ice\n"}}, "Screen", 4268, "Edid", "Office"},
+            {{{"en_US", "\x1b\t"}}, "Scr\x7f" "een", 4268, "Edid", "Screen"},
         };
     for (const auto& [names, screen, vendor, edidName, expected] : cases) {
         auto display = monitorDisplay(2, "", vendor, 41000);

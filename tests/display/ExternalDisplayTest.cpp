@@ -62,11 +62,32 @@ TEST(EdidName, DescriptorRulesAndDamagedText) {
 
     std::string text = hex(nameBlock("Name"));
     EXPECT_EQ(nameFromEDID(text.substr(0, 255)), std::nullopt);
-    EXPECT_EQ(nameFromEDID("zz" + text), "Name"); // a damaged pair costs only itself
+    // Damage anywhere refuses the whole text: a skipped pair would shift every later byte
+    // and could read a name out of another descriptor's bytes.
+    EXPECT_EQ(nameFromEDID("zz" + text), std::nullopt);
+    auto damaged = text;
+    damaged[20] = 'g';
+    EXPECT_EQ(nameFromEDID(damaged), std::nullopt);
+    EXPECT_EQ(nameFromEDID(text + "0"), std::nullopt);
+    EXPECT_EQ(nameFromEDID(text + "00"), "Name"); // an extension byte is fine
     for (auto& c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     EXPECT_EQ(nameFromEDID(text), "Name");
     EXPECT_EQ(nameFromEDID(std::string(300, 'x')), std::nullopt);
+}
+
+// Names end up in settings keys and menus: no control character survives, and a name
+// made only of them is no name.
+TEST(EdidName, ControlCharactersNeverReachANameFromAnySource) {
+    EXPECT_EQ(nameFromEDID(hex(nameBlock("Ab\x01" "c\x1b\x7f\td\n"))), "Abcd");
+    EXPECT_EQ(nameFromEDID(hex(nameBlock("\x02\x03 \x04"))), std::nullopt);
+
+    EXPECT_EQ(displayNameFrom("Office\r\n27"), "Office27");
+    EXPECT_EQ(displayNameFrom(std::string_view(" \x1b[31mRed\x00 ", 11)), "[31mRed");
+    EXPECT_EQ(displayNameFrom("C1\xc2\x85 next \xc2\xa0nbsp"), "C1 next \xc2\xa0nbsp");
+    EXPECT_EQ(displayNameFrom("\xc3\x89" "cran"), "\xc3\x89" "cran"); // other UTF-8 untouched
+    EXPECT_EQ(displayNameFrom("\x01\x02"), std::nullopt);
+    EXPECT_EQ(displayNameFrom(""), std::nullopt);
 }
 
 } // namespace

@@ -124,6 +124,8 @@ TEST_F(IntelDiscovery, ADirectFramebufferWithoutBusesIsListedUnverifiedAndHotPlu
     registry.announceMatched({registry.addEntry(registry.root(), "IODisplay", "display")});
     mainQueue().runPending();
     mainQueue().advance(1000ms);
+    while (manager->enumerationInProgress())
+        mainQueue().waitAndRun();
     EXPECT_EQ(count("Display", "enumerateDisplays() called"), 2);
 }
 
