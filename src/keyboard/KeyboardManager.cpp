@@ -189,13 +189,13 @@ void KeyboardManager::schedule(KeyWork work) {
             same->presses += 1;
             same->toggles += work.toggles;
             same->showVolumeAfterUnmute = work.showVolumeAfterUnmute;
+            auto& steps = same->steps; // equal steps in a row are kept as a count
             for (const auto& run : work.steps) {
-                auto& last = same->steps;
-                if (!last.empty() && last.back().direction == run.direction &&
-                    last.back().step == run.step)
-                    last.back().count += run.count;
+                if (!steps.empty() && steps.back().direction == run.direction &&
+                    steps.back().step == run.step)
+                    steps.back().count += run.count;
                 else
-                    last.push_back(run);
+                    steps.push_back(run);
             }
             return;
         }
