@@ -29,14 +29,23 @@ private:
     bool done_ = false;
 };
 
-// Key-press threads of earlier work end on their own, a moment after their last task.
-bool keyPressThreadsGone() {
+// Key-press threads end on their own a moment after their last task, and take their
+// name a moment after they start: spins (no sleeping) until `ready` holds for the count.
+template <typename Ready> std::size_t keyPressThreadsOnceSettled(Ready ready) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (threadCount("keypress") != 0) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
+    auto n = threadCount("keypress");
+    while (!ready(n) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
+        n = threadCount("keypress");
     }
-    return true;
+    return n;
+}
+bool keyPressThreadsGone() {
+    return keyPressThreadsOnceSettled([](std::size_t n) { return n == 0; }) == 0;
+}
+// At least `expected` running: then exactly that many, however many presses wait.
+std::size_t keyPressThreadsRunning(std::size_t expected) {
+    return keyPressThreadsOnceSettled([&](std::size_t n) { return n >= expected; });
 }
 
 class KeyRepeatTest : public KeyboardTestBed {
@@ -78,7 +87,7 @@ TEST_F(KeyRepeatTest, RepeatsFoldPerDisplayAndFeatureIntoOneUnitFromTheValueLeft
         machine->displayServices().movePointerTo(3);
         type(kBrightnessUpCode); // another display: a lane of its own
         EXPECT_EQ(keyboard->pressesInFlight(), 10u);
-        EXPECT_EQ(threadCount("keypress"), 2u);
+        EXPECT_EQ(keyPressThreadsRunning(2), 2u);
     }
     settle();
     EXPECT_EQ(setWrites(2, kBrightness), (Values{56, 74})); // 50+6, then +6 +6 +6 from 56
@@ -136,7 +145,7 @@ TEST_F(KeyRepeatTest, AHeldKeyOnASilentMonitorCostsTwoUnitsWhateverTheRepeatCoun
             mainQueue().advance(std::chrono::milliseconds(33));
         }
         EXPECT_EQ(keyboard->pressesInFlight(), 60u);
-        EXPECT_EQ(threadCount("keypress"), 1u);
+        EXPECT_EQ(keyPressThreadsRunning(1), 1u);
     }
     settle();
     EXPECT_EQ(machine->bus().transfers().size(), 2 * onePress);
