@@ -44,18 +44,29 @@ void GammaManager::setBrightness(platform::DisplayID display, double factor) {
         SystemLog::display().error("No gamma table for display " + std::to_string(display));
         return;
     }
+    const auto previous = currentBrightness_.find(display);
+    const bool wasUndimmed = previous != currentBrightness_.end() && previous->second >= 1.0;
     currentBrightness_[display] = factor;
 
     if (factor >= 1.0) {
-        // The system can only put every display back at once; other displays' recorded
-        // factors stay as they were even though they are no longer dimmed.
-        if (tables_) tables_->restoreColorSyncSettings();
+        // The system can only put every display back at once, so the others that are
+        // dimmed get their own levels again straight away. A slider moving above the
+        // dimming range asks for 1 at every step; a display already undimmed is left as it
+        // is rather than making the dimmed ones flicker each time.
+        if (!tables_ || wasUndimmed) return;
+        tables_->restoreColorSyncSettings();
+        for (const auto& [other, level] : currentBrightness_)
+            if (other != display && level < 1.0) install(other, level);
         return;
     }
-    if (!tables_) return;
+    install(display, factor);
+}
 
-    // Always scaled from the captured table, never from what is installed now, so
-    // repeated steps do not compound.
+// Always scaled from the captured table, never from what is installed now, so repeated
+// steps do not compound.
+void GammaManager::install(platform::DisplayID display, double factor) {
+    const auto found = defaultTables_.find(display);
+    if (!tables_ || found == defaultTables_.end()) return;
     const GammaTable& captured = found->second;
     const auto f = static_cast<float>(factor);
     const auto red = scaled(captured.red, f);

@@ -30,8 +30,9 @@ public:
     // The process-wide instance, built on first use from the installed platform.
     static std::shared_ptr<GammaManager> shared();
 
-    // 0 = black, 1 (or more) = the calibrated tables of every display. Not a number or
-    // not above 0 counts as 0.
+    // 0 = black, 1 (or more) = the display's calibrated tables. Not a number or not above
+    // 0 counts as 0. The system restores all displays at once; displays dimmed before get
+    // their levels back at once.
     void setBrightness(platform::DisplayID display, double factor);
     // Reads the display's current table into `defaultTables`; failures are logged.
     void captureDefaultTable(platform::DisplayID display);
@@ -44,6 +45,9 @@ public:
     }
 
 private:
+    // Installs the display's captured table scaled by `factor` (below 1).
+    void install(platform::DisplayID display, double factor);
+
     std::shared_ptr<platform::GammaTables> tables_;
     std::map<platform::DisplayID, GammaTable> defaultTables_;
     std::map<platform::DisplayID, double> currentBrightness_;

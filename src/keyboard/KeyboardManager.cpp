@@ -25,8 +25,9 @@ const std::vector<MediaKey>& watchedKeys() {
     return keys;
 }
 
+// The level an indicator shows; a value above its maximum shows as full.
 float fraction(std::uint16_t value, std::uint16_t max) {
-    return static_cast<float>(value) / static_cast<float>(max);
+    return std::min(1.0f, static_cast<float>(value) / static_cast<float>(max));
 }
 
 } // namespace
@@ -120,9 +121,15 @@ std::uint16_t KeyboardManager::stepValue(std::uint16_t current, std::uint16_t ma
     else if (product >= 1.0f)
         s = static_cast<std::uint32_t>(product); // truncated toward zero
 
+    // Some monitors report a current value above their own maximum. Limiting a step up to
+    // the maximum would then lower the value, the opposite of the key; so up leaves such a
+    // value alone, and down starts from the maximum, the top of the range the key moves in.
     if (direction == Direction::up)
-        return static_cast<std::uint16_t>(std::min<std::uint32_t>(current + s, max));
-    return current > s ? static_cast<std::uint16_t>(current - s) : std::uint16_t{0};
+        return current >= max
+                   ? current
+                   : static_cast<std::uint16_t>(std::min<std::uint32_t>(current + s, max));
+    const std::uint32_t from = std::min(current, max);
+    return from > s ? static_cast<std::uint16_t>(from - s) : std::uint16_t{0};
 }
 
 void KeyboardManager::applyStepPreferences() {
@@ -139,36 +146,104 @@ void KeyboardManager::applyStepPreferences() {
 
 void KeyboardManager::adjust(const ExternalDisplay& display, VCPCode code, Direction direction,
                              float step) {
-    schedulePress([weak = weak_from_this(), display, code, direction, step] {
-        if (auto self = weak.lock()) self->runAdjustment(display, code, direction, step);
-    });
+    KeyWork work;
+    work.display = display;
+    work.code = code;
+    work.steps.push_back({direction, step, 1});
+    schedule(std::move(work));
 }
 
 void KeyboardManager::toggleDisplayMute(const ExternalDisplay& display) {
-    schedulePress([weak = weak_from_this(), display] {
-        if (auto self = weak.lock()) self->runMuteToggle(display);
-    });
+    KeyWork work;
+    work.display = display;
+    work.code = VCPCode::mute;
+    work.toggles = 1;
+    // Settled here, on the main thread, like every other look at the settings: with
+    // indicators off an unmute does not even read the volume.
+    work.showVolumeAfterUnmute = indicatorsWanted();
+    schedule(std::move(work));
 }
 
-void KeyboardManager::schedulePress(std::function<void()> work) {
+// A held key on a slow or silent monitor must not pile up one thread and one stale step
+// per repeat. Each display has one lane: the unit running, and behind it at most one
+// waiting unit per feature. A repeat arriving meanwhile joins the waiting unit of its
+// feature, which steps from whatever value the running unit leaves (read again, usually
+// from the cache) and writes once, so the monitor ends where the presses say and the bus
+// carries two units however many repeats came.
+void KeyboardManager::schedule(KeyWork work) {
+    work.presses = 1;
+    const auto id = work.display.id;
     {
         std::lock_guard lock(presses_->mutex);
         ++presses_->inFlight;
+        if (const auto lane = presses_->lanes.find(id); lane != presses_->lanes.end()) {
+            auto& waiting = lane->second.waiting;
+            const auto same = std::find_if(waiting.begin(), waiting.end(),
+                                           [&](const KeyWork& w) { return w.code == work.code; });
+            if (same == waiting.end()) {
+                waiting.push_back(std::move(work));
+                return;
+            }
+            // The latest record wins: it carries the transport the display has now.
+            same->display = std::move(work.display);
+            same->presses += 1;
+            same->toggles += work.toggles;
+            same->showVolumeAfterUnmute = work.showVolumeAfterUnmute;
+            auto& steps = same->steps; // equal steps in a row are kept as a count
+            for (const auto& run : work.steps) {
+                if (!steps.empty() && steps.back().direction == run.direction &&
+                    steps.back().step == run.step)
+                    steps.back().count += run.count;
+                else
+                    steps.push_back(run);
+            }
+            return;
+        }
+        presses_->lanes.emplace(id, DisplayLane{});
     }
-    // The task owns its queue: when the task ends, the queue goes with it and the worker
-    // thread finishes by itself.
+    // The lane's queue lives exactly as long as the lane has work: its task owns it and lets
+    // it go when the lane runs dry, and the worker thread then finishes by itself.
     auto queue = std::make_shared<SerialQueue>(kKeyPressQueueLabel);
     SerialQueue& target = *queue;
-    target.async([queue = std::move(queue), tracker = presses_, work = std::move(work)]() mutable {
-        work();
-        work = nullptr; // the display record and its transport
-        queue.reset();
+    target.async([weak = weak_from_this(), tracker = presses_, queue = std::move(queue),
+                  work = std::move(work)]() mutable {
+        drainLane(std::move(weak), std::move(tracker), std::move(queue), std::move(work));
+    });
+}
+
+void KeyboardManager::drainLane(std::weak_ptr<KeyboardManager> weak,
+                                std::shared_ptr<PressTracker> tracker,
+                                std::shared_ptr<SerialQueue> queue, KeyWork work) {
+    const auto id = work.display.id;
+    for (;;) {
+        if (auto self = weak.lock()) {
+            if (work.code == VCPCode::mute)
+                self->runMuteToggle(work);
+            else
+                self->runAdjustment(work);
+        }
+        const auto presses = work.presses;
+        work = KeyWork{}; // the display record and its transport
+        std::optional<KeyWork> next;
         {
             std::lock_guard lock(tracker->mutex);
-            --tracker->inFlight;
+            auto& waiting = tracker->lanes.at(id).waiting;
+            if (waiting.empty()) {
+                tracker->lanes.erase(id);
+            } else {
+                next = std::move(waiting.front());
+                waiting.pop_front();
+            }
+        }
+        if (!next) queue.reset(); // before the last presses count as ended
+        {
+            std::lock_guard lock(tracker->mutex);
+            tracker->inFlight -= presses;
         }
         tracker->idle.notify_all();
-    });
+        if (!next) return;
+        work = std::move(*next);
+    }
 }
 
 std::size_t KeyboardManager::pressesInFlight() const {
@@ -182,15 +257,16 @@ void KeyboardManager::waitForPresses() const {
 }
 
 // The read, the step, the write, the cache update and the posting of the indicator of one
-// press run as one unit on the transfer queue (the DDC manager's own transfers nest inline
-// there). Presses have queues of their own and are not ordered among themselves; without
-// this, two repeats could read the same value, store their results in the opposite order to
-// their writes (leaving the cache disagreeing with the monitor) or show their levels out of
-// order. The bus sees exactly the same transfers either way.
-void KeyboardManager::runAdjustment(const ExternalDisplay& display, VCPCode code,
-                                    Direction direction, float step) {
+// unit run together on the transfer queue (the DDC manager's own transfers nest inline
+// there). Units of one display are already in order on its lane, but those of two displays,
+// and the popover's reads and writes, are not; inside one task nothing can slip between the
+// read and the store, so the cache ends equal to the monitor and indicators come in the
+// order values reached the monitors. The bus sees exactly the same transfers either way.
+void KeyboardManager::runAdjustment(const KeyWork& work) {
+    const auto& display = work.display;
     if (!display.transport || !ddcManager_) return;
     auto& ddc = *ddcManager_;
+    const auto code = work.code;
     const auto id = display.id;
     bool readFailed = false;
     DDCManager::globalDDCQueue().sync([&] {
@@ -198,7 +274,14 @@ void KeyboardManager::runAdjustment(const ExternalDisplay& display, VCPCode code
         readFailed = !value;
         // A monitor that reports no range has nothing to step within.
         if (!value || value->max == 0) return;
-        const auto next = stepValue(value->current, value->max, direction, step);
+        auto next = value->current;
+        for (const auto& run : work.steps) {
+            for (std::uint32_t i = 0; i < run.count; ++i) {
+                const auto stepped = stepValue(next, value->max, run.direction, run.step);
+                if (stepped == next) break; // at an end: further equal steps stay there too
+                next = stepped;
+            }
+        }
         if (next == value->current) return; // at an end already: nothing written or shown
         const auto frame = ddc::makeSetVCPRequest(rawValue(code), next);
         if (!ddc.performWrite(display.transport, frame)) return; // silently
@@ -217,7 +300,10 @@ void KeyboardManager::runAdjustment(const ExternalDisplay& display, VCPCode code
                                     " for key adjustment");
 }
 
-void KeyboardManager::runMuteToggle(const ExternalDisplay& display) {
+void KeyboardManager::runMuteToggle(const KeyWork& work) {
+    // An even number of toggles folded together leaves the monitor as it is.
+    if (work.toggles % 2 == 0) return;
+    const auto& display = work.display;
     if (!display.transport || !ddcManager_) return;
     auto& ddc = *ddcManager_;
     constexpr auto code = rawValue(VCPCode::mute);
@@ -241,14 +327,15 @@ void KeyboardManager::runMuteToggle(const ExternalDisplay& display) {
                     osd.showCustomOSD("speaker.slash.fill", 0, id);
                 }
             });
-        } else {
-            // Unmuted: show the volume it comes back at, usually straight from the cache.
-            postIndicator([id, transport = display.transport](KeyboardManager& m) {
-                const auto volume = m.ddcManager_->read(transport, VCPCode::volume);
-                if (volume && volume->max > 0)
-                    m.osdManager_->showVolume(fraction(volume->current, volume->max), id);
-            });
+            return;
         }
+        // Unmuted: show the volume it comes back at, usually straight from the cache. The
+        // read belongs to this unit, never to the main thread, which the tap waits on.
+        if (!work.showVolumeAfterUnmute) return;
+        const auto volume = ddc.read(display.transport, VCPCode::volume);
+        if (!volume || volume->max == 0) return; // silently
+        const float level = fraction(volume->current, volume->max);
+        postIndicator([level, id](KeyboardManager& m) { m.osdManager_->showVolume(level, id); });
     });
 }
 

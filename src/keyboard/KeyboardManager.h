@@ -4,15 +4,19 @@
 #include "display/ExternalDisplay.h"
 #include "keyboard/MediaKeyHook.h"
 #include "platform/Platform.h"
+#include "support/SerialQueue.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace pw {
 
@@ -21,8 +25,10 @@ class DisplayManager;
 class OSDManager;
 
 // Turns the brightness, volume and mute keys into DDC/CI steps on the monitor under the
-// pointer, and shows the new level. Each press reads (cache first), steps and writes on
-// its own "com.panelwright.keypress" queue; the indicator is shown from the main queue.
+// pointer, and shows the new level. The key work of each display runs in order on a
+// "com.panelwright.keypress" queue of its own: a unit reads (cache first), steps and
+// writes; presses that arrive while a unit runs fold into the one waiting behind it. The
+// indicator is shown from the main queue.
 class KeyboardManager : public MediaKeyHookDelegate,
                         public std::enable_shared_from_this<KeyboardManager> {
 public:
@@ -45,7 +51,7 @@ public:
 
     // The DDC-capable display under the pointer, else the first one; main thread.
     std::optional<ExternalDisplay> targetDisplay();
-    // Schedule one step (or one mute toggle) and return at once.
+    // Schedule one step (or one mute toggle) and return at once. Main thread.
     void adjust(const ExternalDisplay& display, VCPCode code, Direction direction, float step);
     void toggleDisplayMute(const ExternalDisplay& display);
 
@@ -60,30 +66,60 @@ public:
 
     // The new value of one step: s = trunc(max x step) (at least 1), up limited to max,
     // down floored at 0. A product of 65535 or more is clamped to 65535, a step as wide as
-    // any 16-bit range: up then reaches max and down reaches 0.
+    // any 16-bit range: up then reaches max and down reaches 0. A current value above max
+    // (a monitor reporting more than its own maximum) is never lowered by a step up; a step
+    // down starts from max.
     static std::uint16_t stepValue(std::uint16_t current, std::uint16_t max, Direction direction,
                                    float step);
 
-    // Presses scheduled whose work has not ended yet. A press counts as ended once it has
-    // released everything it held (display record, transport, its queue); an indicator it
-    // posted may still be waiting on the main queue.
+    // Presses scheduled whose work has not ended yet, folded ones included. A press counts
+    // as ended once the unit it ran in has released everything it held (display record,
+    // transport and, for the lane's last unit, its queue); an indicator it posted may still
+    // be waiting on the main queue.
     std::size_t pressesInFlight() const;
     // Blocks until no press is in flight (the work of presses scheduled meanwhile included).
     void waitForPresses() const;
 
 private:
-    // Counts presses in flight; shared with the press work, which may outlive the manager.
+    // One step of one press, or `count` equal ones typed in a row.
+    struct StepRun {
+        Direction direction;
+        float step;
+        std::uint32_t count;
+    };
+    // One unit of key work for one display: an adjustment of one feature by the steps of
+    // every press folded into it, or the mute toggles folded into it.
+    struct KeyWork {
+        ExternalDisplay display;
+        VCPCode code = VCPCode::brightness;
+        std::vector<StepRun> steps; // adjustments, in press order
+        std::uint32_t toggles = 0;  // mute
+        // Decided on the main thread when the key was pressed: whether an unmute reads the
+        // volume to show it.
+        bool showVolumeAfterUnmute = false;
+        std::size_t presses = 0;
+    };
+    // The key work of one display: the unit running and the ones waiting behind it. A lane
+    // exists exactly while its display has key work; its queue goes away with it.
+    struct DisplayLane {
+        std::deque<KeyWork> waiting; // at most one unit per feature
+    };
+    // Shared with the key work, which may outlive the manager.
     struct PressTracker {
         mutable std::mutex mutex;
         mutable std::condition_variable idle;
-        std::size_t inFlight = 0;
+        std::size_t inFlight = 0; // presses, folded ones included
+        std::map<platform::DisplayID, DisplayLane> lanes;
     };
 
-    // Runs `work` on a new key-press queue that lives exactly as long as its one task.
-    void schedulePress(std::function<void()> work);
-    void runAdjustment(const ExternalDisplay& display, VCPCode code, Direction direction,
-                       float step);
-    void runMuteToggle(const ExternalDisplay& display);
+    // Hands `work` to its display's lane: folded into a waiting unit of the same feature,
+    // queued behind the running one, or started on a new key-press queue.
+    void schedule(KeyWork work);
+    static void drainLane(std::weak_ptr<KeyboardManager> weak,
+                          std::shared_ptr<PressTracker> tracker,
+                          std::shared_ptr<SerialQueue> queue, KeyWork work);
+    void runAdjustment(const KeyWork& work);
+    void runMuteToggle(const KeyWork& work);
     // Posts `show` to the main queue, to run there only if the manager still exists and the
     // user wants indicators.
     void postIndicator(std::function<void(KeyboardManager&)> show);

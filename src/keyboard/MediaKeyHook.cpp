@@ -1,7 +1,9 @@
 #include "keyboard/MediaKeyHook.h"
 
+#include "app/DiagnosticLog.h"
+#include "app/SystemLog.h"
+
 #include <algorithm>
-#include <iostream>
 #include <limits>
 #include <utility>
 
@@ -404,9 +406,13 @@ void MediaKeyHook::restartTap() {
 }
 
 void MediaKeyHook::reportTapError(EventTapError error) {
-    // The program runs on without media keys; the workspace no longer matters to us.
+    // The program runs on without media keys; the workspace no longer matters to us. A
+    // desktop program's standard output is read by no one, so the reason goes where a user
+    // or a bug report will find it.
     mediaApplicationWatcher_->removeWorkspaceObservers();
-    std::cout << description(error) << '\n' << std::flush;
+    const auto text = description(error);
+    SystemLog::keyboard().error(text);
+    DiagnosticLog::log("Keyboard", text);
 }
 
 bool MediaKeyHook::pointerOnBuiltInScreen() const {

@@ -91,17 +91,29 @@ TEST_F(GammaManagerTest, DimsFromTheCapturedTableWithoutCompoundingAndClampsFact
     EXPECT_TRUE(tables().showsCalibrated(2));
 }
 
-TEST_F(GammaManagerTest, FullBrightnessAndRestoreAllReturnEveryDisplayButKeepTheCapturedTables) {
+TEST_F(GammaManagerTest, FullBrightnessKeepsOtherDisplaysDimmedAndRestoreAllReturnsEveryDisplay) {
     gamma.setBrightness(2, 0.4);
     gamma.setBrightness(3, 0.6);
     ASSERT_FALSE(tables().showsCalibrated(3));
 
-    // The system restores all displays at once; the other display's factor stays recorded.
+    // The system restores all displays at once; the other display gets its level back.
+    const auto identityAt = [](float f) {
+        return SimGammaTables::Table::scaled(SimGammaTables::Table::identity(), f);
+    };
     gamma.setBrightness(2, 1.0);
     EXPECT_TRUE(tables().showsCalibrated(2));
-    EXPECT_TRUE(tables().showsCalibrated(3));
+    EXPECT_EQ(tables().installed(3), identityAt(0.6f));
     EXPECT_EQ(gamma.currentBrightness(),
               (std::map<platform::DisplayID, double>{{2, 1.0}, {3, 0.6}}));
+    // Staying at full brightness (a slider above the dimming range) touches nothing.
+    tables().clearCalls();
+    gamma.setBrightness(2, 1.0);
+    gamma.setBrightness(2, 3.0);
+    EXPECT_TRUE(tables().calls().empty());
+    gamma.setBrightness(2, 0.2);
+    gamma.setBrightness(2, 1.0);
+    EXPECT_EQ(tables().installed(3), identityAt(0.6f));
+    EXPECT_TRUE(tables().showsCalibrated(2));
 
     gamma.setBrightness(3, 0.6);
     gamma.restoreAll();
@@ -113,8 +125,7 @@ TEST_F(GammaManagerTest, FullBrightnessAndRestoreAllReturnEveryDisplayButKeepThe
     tables().clearCalls();
     gamma.setBrightness(3, 0.5);
     EXPECT_EQ(tables().count(Kind::get), 0u);
-    EXPECT_EQ(tables().installed(3),
-              SimGammaTables::Table::scaled(SimGammaTables::Table::identity(), 0.5f));
+    EXPECT_EQ(tables().installed(3), identityAt(0.5f));
 }
 
 TEST_F(GammaManagerTest, AFailedCaptureIsLoggedChangesNothingAndIsRetriedNextTime) {

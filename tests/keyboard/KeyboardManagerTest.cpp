@@ -22,6 +22,11 @@ TEST(KeyboardStep, TruncatesLimitsAndNeverWrapsSixteenBits) {
     EXPECT_EQ(step(65000, 65535, Direction::down, 2.0f), 0);
     EXPECT_EQ(step(50, 100, Direction::up, -1.0f), 51);
     EXPECT_EQ(step(50, 100, Direction::down, std::nanf("")), 49);
+    // A monitor reporting more than its maximum: up keeps the value, down starts from max.
+    EXPECT_EQ(step(120, 100, Direction::up), 120);
+    EXPECT_EQ(step(100, 100, Direction::up), 100);
+    EXPECT_EQ(step(120, 100, Direction::down), 94);
+    EXPECT_EQ(step(65535, 10, Direction::down, 2.0f), 0);
 }
 
 class KeyboardManagerTest : public KeyboardTestBed {};
@@ -44,6 +49,13 @@ TEST_F(KeyboardManagerTest, StepsStopAtBothEndsHonourPreferencesAndLeaveTheWrite
     press(MediaKey::brightnessDown);
     EXPECT_EQ(setWrites(2, kBrightness), (Values{100, 0}));
 
+    // Reported above its maximum: up writes and shows nothing, down comes into the range.
+    ddc->storeInCache(*transport, kBrightness, {120, 100});
+    press(MediaKey::brightnessUp);
+    EXPECT_EQ(setWrites(2, kBrightness), (Values{100, 0}));
+    press(MediaKey::brightnessDown);
+    EXPECT_EQ(setWrites(2, kBrightness), (Values{100, 0, 94}));
+
     // Maximum 10 moves by one; a muted monitor's mute is neither read nor written.
     press(MediaKey::volumeUp);
     press(MediaKey::volumeDown);
@@ -62,7 +74,7 @@ TEST_F(KeyboardManagerTest, StepsStopAtBothEndsHonourPreferencesAndLeaveTheWrite
     EXPECT_FLOAT_EQ(keyboard->brightnessStep(), 0.1f);
     EXPECT_FLOAT_EQ(keyboard->volumeStep(), KeyboardManager::kDefaultStep);
     press(MediaKey::brightnessUp);
-    EXPECT_EQ(setWrites(2, kBrightness), (Values{100, 0, 10}));
+    EXPECT_EQ(setWrites(2, kBrightness), (Values{100, 0, 94, 100}));
 }
 
 TEST_F(KeyboardManagerTest, TheTargetIsTheMonitorUnderThePointerElseTheFirst) {

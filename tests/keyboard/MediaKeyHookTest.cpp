@@ -1,5 +1,8 @@
 #include "MediaKeyTestBed.h"
 
+#include "app/DiagnosticLog.h"
+#include "common/TestSupport.h"
+
 namespace pw::test {
 namespace {
 
@@ -242,22 +245,25 @@ TEST_F(MediaKeyHookBed, DisableNoticesAndInterceptionRunOnTheTapsThread) {
     EXPECT_EQ(keys_->calls.size(), 1u);
 }
 
-TEST_F(MediaKeyHookBed, RefusedTapOrSourceIsPrintedAndTheProgramRunsOn) {
-    struct Case {
-        bool refuseTap;
-        const char* text;
-    };
-    for (const auto& c : {Case{true, "Event tap creation failed: is your application sandboxed?\n"},
-                          Case{false, "Runloop source creation failed\n"}}) {
-        if (c.refuseTap)
+TEST_F(MediaKeyHookBed, RefusedTapOrSourceIsLoggedAndTheProgramRunsOn) {
+    ScopedPlatform scoped(machine.platform());
+    TempDir dir;
+    DiagnosticLog::start(dir / "Panelwright.log", machine.host(), *machine.virtualClock());
+    for (const std::string text :
+         {"Event tap creation failed: is your application sandboxed?",
+          "Runloop source creation failed"}) {
+        if (text.starts_with("Event tap"))
             taps().refuseTaps(1);
         else
             taps().failRunLoopSources(1);
         {
             CapturedStdout out;
             startHook(KeyPressMode::keyDown, kDisplayKeys);
-            EXPECT_EQ(out.text(), c.text);
+            EXPECT_EQ(out.text(), "") << "nobody reads a desktop program's standard output";
         }
+        EXPECT_TRUE(machine.systemLog().contains("Keyboard", platform::LogLevel::error, text));
+        EXPECT_NE(readFile(dir / "Panelwright.log").find("[Keyboard] " + text + "\n"),
+                  std::string::npos);
         EXPECT_TRUE(hook->interceptMediaKeys());
         EXPECT_EQ(machine.workspace().observerCount(), 0u); // stopped following the workspace
         // Keys go on to the system; nothing waits for a thread that is not there.
@@ -267,6 +273,7 @@ TEST_F(MediaKeyHookBed, RefusedTapOrSourceIsPrintedAndTheProgramRunsOn) {
         hook.reset();
     }
     EXPECT_EQ(taps().liveTapCount(), 0u);
+    DiagnosticLog::resetForTesting();
 }
 
 TEST_F(MediaKeyHookBed, StopAndDestructionLeaveNoTapAndNoThread) {

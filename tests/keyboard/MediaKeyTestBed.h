@@ -69,15 +69,16 @@ private:
     std::streambuf* previous_;
 };
 
-// Threads of this process that run a tap's run loop right now (Linux). Only those are
-// counted: sanitizer runtimes start helper threads of their own whenever they like.
-inline std::size_t threadCount() {
+// Threads of this process whose name starts with `prefix` right now (Linux): by default
+// those that run a tap's run loop. Only named ones are counted: sanitizer runtimes start
+// helper threads of their own whenever they like.
+inline std::size_t threadCount(const std::string& prefix = "MediaKeyHook") {
     std::size_t n = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
         std::ifstream comm(entry.path() / "comm");
         std::string name;
         std::getline(comm, name);
-        if (name.rfind("MediaKeyHook", 0) == 0) ++n;
+        if (name.rfind(prefix, 0) == 0) ++n;
     }
     return n;
 }
