@@ -8,46 +8,28 @@ namespace {
 using namespace std::chrono_literals;
 using Values = std::vector<std::uint16_t>;
 
-TEST(BrightnessCurveTest, SliderAndDdcValuesMapThroughTheCurve) {
-    EXPECT_NEAR(BrightnessCurve::sliderPosition(25, 100), 57.43, 0.005);
-    EXPECT_DOUBLE_EQ(BrightnessCurve::sliderPosition(100, 100), 100);
+// The worked examples run on the simulated monitor below; these are the edges.
+TEST(BrightnessCurveTest, EdgesOfTheCurve) {
     EXPECT_DOUBLE_EQ(BrightnessCurve::sliderPosition(30, 0), 30); // no maximum: unchanged
-
-    const auto ddc = [](double slider) {
-        return BrightnessCurve::ddcValue(BrightnessCurve::fraction(slider, 100), 100);
-    };
-    EXPECT_EQ(ddc(57), 25); // 24.53
-    EXPECT_EQ(ddc(56), 23); // 23.47
-    EXPECT_EQ(ddc(50), 18);
-    EXPECT_EQ(ddc(20), 2);
-    EXPECT_EQ(ddc(0), 0);
-    EXPECT_EQ(ddc(-5), 0);
+    EXPECT_EQ(BrightnessCurve::fraction(-5, 100), 0);
+    EXPECT_EQ(BrightnessCurve::fraction(50, 0), 0);
     EXPECT_EQ(BrightnessCurve::ddcValue(0.5, 5), 3); // a half rounds away from zero
-    EXPECT_EQ(BrightnessCurve::ddcValue(1.0, 65535), 65535);
     EXPECT_EQ(BrightnessCurve::ddcValue(1.5, 65535), 65535);
-
-    EXPECT_DOUBLE_EQ(BrightnessCurve::dimmingLevel(0), 0);
-    EXPECT_NEAR(BrightnessCurve::dimmingLevel(BrightnessCurve::fraction(20, 100)), 0.358, 0.001);
     EXPECT_DOUBLE_EQ(BrightnessCurve::dimmingLevel(0.05), 1.0);
-    EXPECT_DOUBLE_EQ(BrightnessCurve::dimmingLevel(0.0501), 1.0);
+    EXPECT_DOUBLE_EQ(BrightnessCurve::dimmingLevel(0.025), 0.5);
     EXPECT_DOUBLE_EQ(BrightnessCurve::dimmingLevel(std::nan("")), 0);
 }
 
 TEST(PopoverViewModelStatic, StreamKeysAndInputChoices) {
     EXPECT_EQ(PopoverViewModel::writeStreamKey(2, VCPCode::brightness), "2-16");
-    EXPECT_EQ(PopoverViewModel::writeStreamKey(2, VCPCode::volume), "2-98");
-    EXPECT_EQ(PopoverViewModel::writeStreamKey(4123456789u, VCPCode::mute), "4123456789-141");
-
-    const auto& choices = PopoverViewModel::inputChoices();
-    ASSERT_EQ(choices.size(), 5u);
-    EXPECT_EQ(choices[0].source, InputSource::hdmi1);
-    EXPECT_EQ(choices[0].label, "HDMI 1");
-    EXPECT_EQ(choices[2].source, InputSource::displayPort1);
-    EXPECT_EQ(choices[4].source, InputSource::usbC);
-    for (const auto& choice : choices) {
-        EXPECT_EQ(choice.label, label(choice.source));
-        EXPECT_EQ(choice.symbol, icon(choice.source));
-    }
+    EXPECT_EQ(PopoverViewModel::writeStreamKey(2, VCPCode::mute), "2-141");
+    std::vector<InputSource> sources;
+    for (const auto& choice : PopoverViewModel::inputChoices())
+        sources.push_back(choice.source);
+    EXPECT_EQ(sources, (std::vector<InputSource>{InputSource::hdmi1, InputSource::hdmi2,
+                                                 InputSource::displayPort1,
+                                                 InputSource::displayPort2, InputSource::usbC}));
+    EXPECT_EQ(PopoverViewModel::inputChoices()[0].label, "HDMI 1");
 }
 
 class PopoverViewModelTest : public ViewModelTestBed {};
@@ -230,8 +212,7 @@ TEST_F(PopoverViewModelTest, RefreshReadsTheShownMonitorsPastTheCache) {
     machine->monitor(2)->setFeature(kBrightness, 100, 100);
     machine->monitor(2)->setFeature(kVolume, 7, 100);
     model->refresh();
-    for (int i = 0; i < 50 && model->stateFor(2).volume != 7; ++i)
-        mainQueue().waitAndRun(2s);
+    runUntil([&] { return model->stateFor(2).volume == 7; });
     EXPECT_EQ(model->stateFor(2).brightness, 100);
     EXPECT_EQ(model->stateFor(2).volume, 7);
 }

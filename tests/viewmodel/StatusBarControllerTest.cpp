@@ -147,8 +147,7 @@ TEST_F(StatusBarOverModelTest, OpeningThePopoverReadsTheMonitorsAgain) {
     controller.leftClick();
     ASSERT_TRUE(host.shown);
     const double before = model->stateFor(2).brightness;
-    for (int i = 0; i < 50 && model->stateFor(2).brightness == before; ++i)
-        mainQueue().waitAndRun(std::chrono::seconds(2));
+    runUntil([&] { return model->stateFor(2).brightness != before; });
     EXPECT_NEAR(model->stateFor(2).brightness, 83.65, 0.005); // 100 * 0.64^0.4
     controller.leftClick();
 }

@@ -31,6 +31,13 @@ protected:
         mainQueue().runPending();
     }
 
+    // Runs main-queue work posted by other threads (a refresh) until `done`, or until two
+    // seconds pass in which nothing arrives.
+    template <typename Done> void runUntil(Done done) {
+        while (!done())
+            if (mainQueue().waitAndRun(std::chrono::seconds(2)) == 0) return;
+    }
+
     // The software dimming level last handed over for the display, or -1 for none.
     double dimming(platform::DisplayID id) const {
         const auto& levels = gamma->currentBrightness();
