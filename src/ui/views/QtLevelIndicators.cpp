@@ -6,6 +6,7 @@
 #include <QQmlEngine>
 #include <QQuickWindow>
 #include <QScreen>
+#include <QSurfaceFormat>
 
 #include <cmath>
 
@@ -47,6 +48,10 @@ QtLevelIndicatorWindow::QtLevelIndicatorWindow(QQmlEngine& engine) {
         delete object;
         return;
     }
+    // An alpha channel, so that a compositing desktop shows the panel's rounded corners.
+    QSurfaceFormat format = window_->format();
+    format.setAlphaBufferSize(8);
+    window_->setFormat(format);
     window_->setFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                       Qt::WindowDoesNotAcceptFocus | Qt::WindowTransparentForInput);
 }
