@@ -44,7 +44,8 @@ Column {
             Text {
                 objectName: "title"
                 Layout.fillWidth: true
-                text: section.title
+                // The model names every display; an empty name still gets a title.
+                text: section.title.length > 0 ? section.title : qsTr("Display %1").arg(section.displayId)
                 elide: Text.ElideRight
                 maximumLineCount: 1
                 color: Theme.primary

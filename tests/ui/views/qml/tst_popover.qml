@@ -157,6 +157,26 @@ TestCase {
         compare(activeLabels(popover), ["USB-C"])
     }
 
+    function test_inputTileHover() {
+        const popover = makePopover(1, { activeInput: 0x11 })
+        mouseMove(popover, 350, 5)
+        const tile = allNamed(popover, "tile")[1]
+        const button = tile.parent
+        const label = findChild(button, "label")
+        tryVerify(() => sameColour(tile.color, Theme.primaryAt(0.06)))
+        verify(sameColour(label.color, Theme.secondary))
+        mouseMove(button, 10, 10)
+        tryVerify(() => sameColour(tile.color, Theme.withAlpha(Theme.accent, 0.6)))
+        verify(sameColour(label.color, "white"))
+        // Hovering is not choosing.
+        compare(activeLabels(popover), ["HDMI 1"])
+    }
+
+    function test_untitledDisplayIsNamedByItsId() {
+        const popover = makePopover(1, { displayId: 7, title: "" })
+        compare(allNamed(findChild(popover, "section"), "title")[0].text, "Display 7")
+    }
+
     function test_noInputActiveWhenUnknown() {
         const popover = makePopover(1, { activeInput: 0 })
         compare(activeLabels(popover), [])
