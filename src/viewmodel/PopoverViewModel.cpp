@@ -15,14 +15,14 @@ namespace pw {
 double BrightnessCurve::sliderPosition(std::uint16_t current, std::uint16_t max) {
     if (max < 1) return current;
     const double m = max;
-    return m * std::pow(current / m, 1.0 / kExponent);
+    return m * std::pow(current / m, 1.0 / curveMultiplier);
 }
 
 double BrightnessCurve::fraction(double position, double max) {
     if (!(max > 0)) return 0;
     const double ratio = position / max;
     if (!(ratio > 0)) return 0; // also catches NaN
-    return std::pow(ratio, kExponent);
+    return std::pow(ratio, curveMultiplier);
 }
 
 std::uint16_t BrightnessCurve::ddcValue(double fraction, double max) {
@@ -35,7 +35,7 @@ std::uint16_t BrightnessCurve::ddcValue(double fraction, double max) {
 
 double BrightnessCurve::dimmingLevel(double fraction) {
     if (!(fraction > 0)) return 0;
-    if (fraction <= kGammaDimThreshold) return fraction / kGammaDimThreshold;
+    if (fraction <= gammaDimThreshold) return fraction / gammaDimThreshold;
     return 1.0;
 }
 
@@ -56,7 +56,7 @@ std::string PopoverViewModel::writeStreamKey(std::uint32_t id, VCPCode code) {
 
 std::vector<std::string> PopoverViewModel::writeStreamKeys() const {
     std::vector<std::string> keys;
-    for (const auto& entry : writeStreams_)
+    for (const auto& entry : writeSubjects_)
         keys.push_back(entry.first);
     return keys;
 }
@@ -164,7 +164,7 @@ void PopoverViewModel::queueWrite(std::uint32_t id, VCPCode code, std::uint16_t 
     const auto* display = findDisplay(id);
     if (!display) return;
     const auto key = writeStreamKey(id, code);
-    auto& stream = writeStreams_[key];
+    auto& stream = writeSubjects_[key];
     stream.transport = display->transport;
     stream.code = code;
     stream.value = value;
@@ -176,8 +176,8 @@ void PopoverViewModel::queueWrite(std::uint32_t id, VCPCode code, std::uint16_t 
 }
 
 void PopoverViewModel::deliver(const std::string& key, std::uint64_t generation) {
-    const auto found = writeStreams_.find(key);
-    if (found == writeStreams_.end() || found->second.generation != generation) return;
+    const auto found = writeSubjects_.find(key);
+    if (found == writeSubjects_.end() || found->second.generation != generation) return;
     const auto& stream = found->second;
     ddcManager_->write(stream.transport, stream.code, stream.value);
 }

@@ -47,8 +47,8 @@ struct InputChoice {
 // of full DDC brightness the picture is also dimmed through the gamma tables, linearly to
 // black at the bottom of the slider.
 struct BrightnessCurve {
-    static constexpr double kExponent = 2.5;
-    static constexpr double kGammaDimThreshold = 0.05;
+    static constexpr double curveMultiplier = 2.5;
+    static constexpr double gammaDimThreshold = 0.05;
 
     // Slider position for a reading; a maximum of 0 shows the reading unchanged.
     static double sliderPosition(std::uint16_t current, std::uint16_t max);
@@ -143,7 +143,7 @@ private:
 
     std::vector<ExternalDisplay> ddcDisplays_;
     std::map<std::uint32_t, DisplayState> displayStates_;
-    std::map<std::string, WriteStream> writeStreams_;
+    std::map<std::string, WriteStream> writeSubjects_;
     std::map<ObserverToken, Observer> observers_;
     ObserverToken nextToken_ = 1;
     std::uint64_t displayListToken_ = 0;

@@ -84,8 +84,8 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     ASSERT_EQ(model->ddcDisplays().size(), 2u);
     const auto back = model->stateFor(2);
     EXPECT_EQ(back.brightness, 100);
-    EXPECT_EQ(back.volume, 5);      // what the slider left
-    EXPECT_FALSE(back.isMuted);     // toggled while away, kept
+    EXPECT_EQ(back.volume, 5);  // what the slider left
+    EXPECT_FALSE(back.isMuted); // toggled while away, kept
     EXPECT_EQ(back.activeInput, 0x11);
 }
 
@@ -118,10 +118,12 @@ TEST_F(PopoverViewModelTest, BrightnessWritesTheCurveValueAndDimsBelowFivePercen
 TEST_F(PopoverViewModelTest, ABurstWritesOnlyItsLastValueWhileDimmingFollowsEveryValue) {
     start(scenarioOf({keyMonitor(2, {25, 100}), keyMonitor(3, {25, 100})}));
     model->moveBrightnessSlider(2, 10);
-    EXPECT_NEAR(dimming(2), BrightnessCurve::dimmingLevel(BrightnessCurve::fraction(10, 100)), 1e-9);
+    EXPECT_NEAR(dimming(2), BrightnessCurve::dimmingLevel(BrightnessCurve::fraction(10, 100)),
+                1e-9);
     advance(30ms);
     model->moveBrightnessSlider(2, 15);
-    EXPECT_NEAR(dimming(2), BrightnessCurve::dimmingLevel(BrightnessCurve::fraction(15, 100)), 1e-9);
+    EXPECT_NEAR(dimming(2), BrightnessCurve::dimmingLevel(BrightnessCurve::fraction(15, 100)),
+                1e-9);
     advance(30ms);
     model->moveBrightnessSlider(2, 60);
     model->moveVolumeSlider(2, 37.9); // another stream of the same display
@@ -134,7 +136,7 @@ TEST_F(PopoverViewModelTest, ABurstWritesOnlyItsLastValueWhileDimmingFollowsEver
     EXPECT_TRUE(machine->bus().transfers().empty());
     advance(1ms);
     EXPECT_EQ(setWrites(2, kBrightness), Values{28}); // 100 * 0.6^2.5 = 27.89
-    EXPECT_EQ(setWrites(2, kVolume), Values{37}); // cut toward zero
+    EXPECT_EQ(setWrites(2, kVolume), Values{37});     // cut toward zero
     EXPECT_EQ(setWrites(3, kVolume), Values{20});
     EXPECT_EQ(model->stateFor(2).volume, 37.9);
     EXPECT_EQ(machine->bus().overlapCount(), 0u);

@@ -1,4 +1,5 @@
 #include "viewmodel/StatusBarController.h"
+
 #include "viewmodel/ViewModelTestBed.h"
 
 #include <gtest/gtest.h>

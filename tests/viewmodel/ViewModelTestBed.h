@@ -16,8 +16,8 @@ protected:
     void start(sim::Scenario scenario) {
         boot(std::move(scenario));
         gamma = std::make_shared<GammaManager>(machine->platform().gamma);
-        model = std::make_unique<PopoverViewModel>(displays, ddc, gamma,
-                                                   machine->platform().mainQueue);
+        model =
+            std::make_unique<PopoverViewModel>(displays, ddc, gamma, machine->platform().mainQueue);
         mainQueue().runPending();
     }
 
