@@ -1,4 +1,4 @@
-#include "cli/SimulatedState.h"
+#include "platform/sim/SimulatedState.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <string>
 #include <system_error>
 
-namespace pw::cli {
+namespace pw::sim {
 namespace {
 
 // FNV-1a: stable across runs and builds, which std::hash does not promise.
@@ -43,7 +43,8 @@ std::filesystem::path statePathFor(const std::filesystem::path& scenarioFile) {
 }
 
 // File format: {"displays": {"<display id>": {"<code>": [current, max], ...}, ...}}
-void restoreState(sim::SimMachine& machine, const std::filesystem::path& stateFile) {
+void restoreState(SimMachine& machine, const std::filesystem::path& stateFile,
+                  std::string_view program) {
     std::ifstream in(stateFile);
     if (!in) return;
     std::stringstream text;
@@ -59,12 +60,13 @@ void restoreState(sim::SimMachine& machine, const std::filesystem::path& stateFi
                                     value.at(1).get<std::uint16_t>());
         }
     } catch (const std::exception& error) {
-        std::cerr << "panelwright-cli: ignoring the saved monitor values in " << stateFile.string()
+        std::cerr << program << ": ignoring the saved monitor values in " << stateFile.string()
                   << ": " << error.what() << "\n";
     }
 }
 
-void saveState(const sim::SimMachine& machine, const std::filesystem::path& stateFile) {
+void saveState(const SimMachine& machine, const std::filesystem::path& stateFile,
+               std::string_view program) {
     nlohmann::json displays = nlohmann::json::object();
     for (const auto& display : machine.activeDisplays()) {
         const auto monitor = machine.monitor(display.id);
@@ -81,15 +83,15 @@ void saveState(const sim::SimMachine& machine, const std::filesystem::path& stat
         std::ofstream out(temporary, std::ios::trunc);
         out << nlohmann::json{{"displays", displays}}.dump(2) << "\n";
         if (!out) {
-            std::cerr << "panelwright-cli: could not save the monitor values to "
+            std::cerr << program << ": could not save the monitor values to "
                       << stateFile.string() << "\n";
             return;
         }
     }
     std::filesystem::rename(temporary, stateFile, ec);
     if (ec)
-        std::cerr << "panelwright-cli: could not save the monitor values to " << stateFile.string()
+        std::cerr << program << ": could not save the monitor values to " << stateFile.string()
                   << ": " << ec.message() << "\n";
 }
 
-} // namespace pw::cli
+} // namespace pw::sim
