@@ -4,7 +4,7 @@
 #include "app/Preferences.h"
 #include "app/Tuning.h"
 #include "cli/Arguments.h"
-#include "cli/SimulatedState.h"
+#include "platform/sim/SimulatedState.h"
 #include "ddc/DDCManager.h"
 #include "ddc/DDCMessages.h"
 #include "display/DisplayManager.h"
@@ -216,8 +216,8 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
     auto clock = std::make_shared<platform::SystemClock>();
     auto mainQueue = std::make_shared<platform::LoopMainQueue>();
     sim::SimMachine machine(std::get<sim::Scenario>(std::move(loaded)), clock, mainQueue);
-    const auto stateFile = statePathFor(options.scenario);
-    restoreState(machine, stateFile);
+    const auto stateFile = sim::statePathFor(options.scenario);
+    sim::restoreState(machine, stateFile, "panelwright-cli");
     if (options.trace)
         machine.bus().setObserver(
             [processStart](const sim::BusTransfer& t) { traceTransfer(t, processStart); });
@@ -264,7 +264,7 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
         displays.reset();
         ddc.reset(); // finishes queued work before the machine goes away
     }
-    saveState(machine, stateFile);
+    sim::saveState(machine, stateFile, "panelwright-cli");
     machine.bus().setObserver({});
     platform::install({});
     return status;

@@ -8,6 +8,14 @@ packages=(
   nlohmann-json3-dev libcli11-dev
   libsystemd-dev libudev-dev
   clang-14 libclang-rt-14-dev
+  # the application: Qt Quick for the views, Widgets for the tray and its menu
+  qt6-base-dev qt6-declarative-dev qt6-svg-dev qt6-qpa-plugins
+  qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates
+  qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtqml
+  qml6-module-qtqml-workerscript qml6-module-qttest
+  adwaita-icon-theme fonts-dejavu-core
+  # its end-to-end tests: a private X server, a private session bus, a pointer
+  xvfb xauth dbus-daemon dbus-bin libgl1-mesa-dri xdotool
 )
 
 missing=()

@@ -1,4 +1,4 @@
-#include "cli/SimulatedState.h"
+#include "platform/sim/SimulatedState.h"
 
 #include "platform/posix/BaseDirectories.h"
 
@@ -16,7 +16,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace pw::cli {
+namespace pw::sim {
 namespace {
 
 // FNV-1a: stable across runs and builds, which std::hash does not promise.
@@ -42,7 +42,8 @@ std::filesystem::path statePathFor(const std::filesystem::path& scenarioFile) {
 }
 
 // File format: {"displays": {"<display id>": {"<code>": [current, max], ...}, ...}}
-void restoreState(sim::SimMachine& machine, const std::filesystem::path& stateFile) {
+void restoreState(SimMachine& machine, const std::filesystem::path& stateFile,
+                  std::string_view program) {
     std::ifstream in(stateFile);
     if (!in) return;
     std::stringstream text;
@@ -58,12 +59,13 @@ void restoreState(sim::SimMachine& machine, const std::filesystem::path& stateFi
                                     value.at(1).get<std::uint16_t>());
         }
     } catch (const std::exception& error) {
-        std::cerr << "panelwright-cli: ignoring the saved monitor values in " << stateFile.string()
+        std::cerr << program << ": ignoring the saved monitor values in " << stateFile.string()
                   << ": " << error.what() << "\n";
     }
 }
 
-void saveState(const sim::SimMachine& machine, const std::filesystem::path& stateFile) {
+void saveState(const SimMachine& machine, const std::filesystem::path& stateFile,
+               std::string_view program) {
     nlohmann::json displays = nlohmann::json::object();
     for (const auto& display : machine.activeDisplays()) {
         const auto monitor = machine.monitor(display.id);
@@ -75,7 +77,7 @@ void saveState(const sim::SimMachine& machine, const std::filesystem::path& stat
     }
     const std::string text = nlohmann::json{{"displays", displays}}.dump(2) + "\n";
     auto failed = [&](const std::string& why) {
-        std::cerr << "panelwright-cli: could not save the monitor values to " << stateFile.string()
+        std::cerr << program << ": could not save the monitor values to " << stateFile.string()
                   << ": " << why << "\n";
     };
     // A name of its own for every run: runs on the same scenario at once each write their
@@ -112,4 +114,4 @@ void saveState(const sim::SimMachine& machine, const std::filesystem::path& stat
     }
 }
 
-} // namespace pw::cli
+} // namespace pw::sim

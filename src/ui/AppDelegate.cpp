@@ -1,0 +1,70 @@
+#include "ui/AppDelegate.h"
+
+#include "app/DiagnosticLog.h"
+#include "app/SystemLog.h"
+#include "ddc/DDCManager.h"
+#include "display/DisplayManager.h"
+#include "gamma/GammaManager.h"
+#include "keyboard/KeyboardManager.h"
+#include "platform/Platform.h"
+#include "ui/Tuning.h"
+#include "ui/QtStatusBar.h"
+#include "ui/Updater.h"
+
+namespace pw::ui {
+namespace {
+void fileLog(std::string_view message) { DiagnosticLog::log("App", message); }
+} // namespace
+
+AppDelegate::AppDelegate(QQmlEngine& engine, std::shared_ptr<Updater> updater)
+    : statusBarController_(std::make_unique<QtStatusBar>(engine)),
+      displayManager_(DisplayManager::shared()),
+      keyboardManager_(KeyboardManager::shared()),
+      updaterController_(std::move(updater)) {}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching(std::function<void()> launched) {
+    launched_ = std::move(launched);
+    DiagnosticLog::start();
+    DiagnosticLog::writeBanner();
+    fileLog("applicationDidFinishLaunching");
+    SystemLog::app().info("Panelwright starting...");
+
+    fileLog("Setting up status bar...");
+    statusBarController_->setup(updaterController_);
+    fileLog("Status bar ready");
+
+    fileLog("Enumerating displays...");
+    // Blocks while each monitor is probed once, with the DDC manager's initial settings:
+    // the tuning comes later. What follows is written as the enumeration's continuation
+    // so that it can move off the main thread by changing this one call.
+    displayManager_->enumerateDisplays();
+    finishLaunching();
+}
+
+void AppDelegate::finishLaunching() {
+    fileLog("Display enumeration complete");
+
+    fileLog("Starting display monitoring...");
+    displayManager_->startMonitoring();
+    fileLog("Display monitoring started");
+
+    fileLog("Starting keyboard manager...");
+    keyboardManager_->start();
+    fileLog("Keyboard manager started");
+    if (const auto& defaults = platform::current().defaults)
+        applyTuning(*defaults, *displayManager_->ddcManager(), keyboardManager_.get());
+
+    fileLog("Startup complete");
+    SystemLog::app().info("Panelwright ready");
+    if (launched_) std::exchange(launched_, nullptr)();
+}
+
+void AppDelegate::applicationWillTerminate() {
+    if (std::exchange(terminated_, true)) return; // SIGTERM and the quit item may both ask
+    keyboardManager_->stop();
+    GammaManager::shared()->restoreAll();
+}
+
+} // namespace pw::ui

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+class QQmlEngine;
+
+namespace pw {
+class DisplayManager;
+class KeyboardManager;
+} // namespace pw
+
+namespace pw::ui {
+
+class QtStatusBar;
+class Updater;
+
+// The application's start and stop, in a fixed order with a log line around each stage.
+// It owns no logic beyond the ordering; every stage logs its own problems, so the launch
+// always runs to "Startup complete".
+class AppDelegate {
+public:
+    // Construction, in this order: the status bar (and with it the popover's view model
+    // and the click rules), the shared display manager, the shared keyboard manager, the
+    // updater. The platform must be installed before; `engine` loads the popover's views.
+    AppDelegate(QQmlEngine& engine, std::shared_ptr<Updater> updater);
+    ~AppDelegate();
+
+    // The launch sequence, on the main thread. `launched` runs once "Startup complete"
+    // is written.
+    void applicationDidFinishLaunching(std::function<void()> launched = {});
+    // The shutdown sequence: the keyboard stops, every display gets its calibrated
+    // colour tables back. No DDC traffic, nothing written to the diagnostic log.
+    void applicationWillTerminate();
+
+    QtStatusBar& statusBar() const { return *statusBarController_; }
+    const std::shared_ptr<DisplayManager>& displayManager() const { return displayManager_; }
+    const std::shared_ptr<KeyboardManager>& keyboardManager() const { return keyboardManager_; }
+
+private:
+    // Everything after the enumeration, as the continuation of that step.
+    void finishLaunching();
+
+    std::unique_ptr<QtStatusBar> statusBarController_;
+    std::shared_ptr<DisplayManager> displayManager_;
+    std::shared_ptr<KeyboardManager> keyboardManager_;
+    std::shared_ptr<Updater> updaterController_;
+    std::function<void()> launched_;
+    bool terminated_ = false;
+};
+
+} // namespace pw::ui

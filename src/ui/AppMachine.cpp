@@ -1,0 +1,71 @@
+#include "ui/AppMachine.h"
+
+#include "platform/linux/JournalSystemLog.h"
+#include "platform/linux/JsonUserDefaults.h"
+#include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "platform/posix/SystemClock.h"
+#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimMachine.h"
+#include "platform/sim/SimulatedState.h"
+#include "ui/BusRecorder.h"
+
+namespace pw::ui {
+
+AppMachine::~AppMachine() = default;
+
+std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
+                                                  std::filesystem::path scenarioFile,
+                                                  std::shared_ptr<platform::MainQueue> mainQueue) {
+    std::unique_ptr<AppMachine> app(new AppMachine);
+    auto clock = std::make_shared<platform::SystemClock>();
+    app->machine_ = std::make_unique<sim::SimMachine>(std::move(scenario), clock, mainQueue);
+    app->stateFile_ = sim::statePathFor(scenarioFile);
+    sim::restoreState(*app->machine_, *app->stateFile_, "panelwright");
+    // The monitors are simulated; the person is real: their log file, their settings,
+    // their journal.
+    app->machine_->host().setLogPath(platform::LinuxHostInfo().diagnosticLogPath());
+    app->platform_ = app->machine_->platform();
+    app->platform_.systemLog = platform::makeSystemLog();
+    app->platform_.defaults = std::make_shared<platform::JsonUserDefaults>();
+    // Linux has no system indicator of that kind: our own window shows the levels.
+    app->platform_.osdFramework = nullptr;
+    return app;
+}
+
+std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue> mainQueue) {
+    std::unique_ptr<AppMachine> app(new AppMachine);
+    platform::Platform real = platform::makeLinuxPlatform();
+    real.mainQueue = mainQueue;
+    if (real.registry && real.displays && real.avServices && real.gamma) {
+        app->platform_ = std::move(real);
+        return app;
+    }
+    // Fill what the real machine lacks from a machine without displays.
+    app->machine_ = std::make_unique<sim::SimMachine>(sim::Scenario{}, real.clock, mainQueue);
+    platform::Platform p = app->machine_->platform();
+    p.clock = real.clock;
+    p.host = real.host;
+    p.systemLog = real.systemLog;
+    p.defaults = real.defaults;
+    app->platform_ = std::move(p);
+    app->unreachableNote_ =
+        "panelwright: no monitor can be reached on this machine yet; to try the program "
+        "on a simulated one, run: panelwright --simulate scenarios/two-monitors-and-builtin.json";
+    return app;
+}
+
+bool AppMachine::recordBus(const std::filesystem::path& file) {
+    if (!machine_ || !stateFile_) return false;
+    recorder_ = BusRecorder::open(file);
+    if (!recorder_) return false;
+    machine_->bus().setObserver(
+        [recorder = recorder_](const sim::BusTransfer& t) { recorder->record(t); });
+    return true;
+}
+
+void AppMachine::saveState() const {
+    if (machine_ && stateFile_) sim::saveState(*machine_, *stateFile_, "panelwright");
+}
+
+} // namespace pw::ui

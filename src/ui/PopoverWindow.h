@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QQuickItem>
+#include <QQuickWindow>
+
+class QQmlEngine;
+
+namespace pw::ui {
+
+// The popover: a frameless Qt Quick window, 360 wide, as tall as its content, placed
+// against the tray item. Escape or `closePopover` closes it; losing the focus (a click
+// elsewhere) is reported as `deactivated` for the click rules to act on. Every close
+// ends in `closed`. Nothing watches the pointer while it is closed.
+class PopoverWindow : public QQuickWindow {
+    Q_OBJECT
+public:
+    static constexpr int kWidth = 360;
+
+    // `source` is the QML of the root item; it is created with `model` as its required
+    // property of that name. A root that fails to load leaves an empty window and an
+    // error on stderr.
+    PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model);
+    ~PopoverWindow() override;
+
+    // Places the window against `trayGeometry` (empty when the tray host does not say)
+    // on the screen under the pointer, shows it and takes focus.
+    void popUp(const QRect& trayGeometry);
+    void closePopover();
+
+    // Shown, or closed by losing focus so recently that the click which took the focus
+    // away is the second click on the tray item: that click must not open it again.
+    bool isShownForToggle() const;
+
+    QQuickItem* content() const { return content_; }
+
+signals:
+    void closed();
+    // The window lost the focus to something else while shown: a click elsewhere.
+    void deactivated();
+    // The first frame after a popUp has been drawn (benchmarks measure the time to it).
+    void shownFrame();
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    bool event(QEvent* event) override;
+
+private:
+    void fitToContent();
+
+    QPointer<QQuickItem> content_;
+    QElapsedTimer closedByFocusLoss_;
+    bool waitingForFrame_ = false;
+};
+
+} // namespace pw::ui

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "viewmodel/StatusItemHost.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+
+class QQmlEngine;
+
+namespace pw {
+class PopoverViewModel;
+class StatusBarController;
+} // namespace pw
+
+namespace pw::ui {
+
+class PopoverModel;
+class PopoverWindow;
+class TrayItem;
+class Updater;
+
+// The program's presence in the panel: the tray item, its context menu and the popover,
+// driven by the core's click rules (StatusBarController) through the StatusItemHost seam.
+// Creating it makes the popover's view model and nothing visible; `setup` builds the rest.
+class QtStatusBar final : public QObject, public StatusItemHost {
+    Q_OBJECT
+public:
+    explicit QtStatusBar(QQmlEngine& engine, QObject* parent = nullptr);
+    ~QtStatusBar() override;
+
+    void setup(std::shared_ptr<Updater> updater);
+
+    // Whether the item is in a tray. Without a tray host the popover is the only way in.
+    bool trayAvailable() const;
+    // Opens the popover as a left click on the item would (another start of the program,
+    // no tray host, tests). Does nothing while it is open.
+    void openPopover();
+
+    // StatusItemHost
+    void showPopover() override;
+    void closePopover() override;
+    bool isPopoverShown() const override;
+    void showContextMenu() override;
+    bool installOutsideClickWatcher(std::function<void()> onOutsideClick) override;
+    void removeOutsideClickWatcher() override;
+
+    PopoverViewModel& viewModel() const { return *viewModel_; }
+    StatusBarController& controller() const { return *controller_; }
+    PopoverModel* model() const { return model_; }
+    PopoverWindow* window() const { return window_.get(); }
+    TrayItem* tray() const { return tray_; }
+    bool hasOutsideClickWatcher() const { return static_cast<bool>(watcher_); }
+
+signals:
+    void aboutRequested();
+    void settingsRequested();
+    void quitRequested();
+
+private:
+    QQmlEngine& engine_;
+    std::shared_ptr<PopoverViewModel> viewModel_;
+    std::unique_ptr<StatusBarController> controller_;
+    PopoverModel* model_ = nullptr;
+    TrayItem* tray_ = nullptr;
+    std::unique_ptr<PopoverWindow> window_;
+    std::shared_ptr<Updater> updater_;
+    std::function<void()> watcher_;
+};
+
+} // namespace pw::ui

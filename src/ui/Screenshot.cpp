@@ -1,0 +1,69 @@
+#include "ui/Screenshot.h"
+
+#include "display/DisplayManager.h"
+#include "ui/AppDelegate.h"
+#include "ui/PopoverWindow.h"
+#include "ui/QtStatusBar.h"
+#include "ui/views/QtLevelIndicators.h"
+
+#include <QCoreApplication>
+#include <QImage>
+#include <QPointer>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QTimer>
+
+#include <cstdio>
+#include <memory>
+
+namespace pw::ui {
+namespace {
+
+void finish(const QImage& image, const QString& file) {
+    if (image.isNull() || !image.save(file, "PNG")) {
+        std::fprintf(stderr, "panelwright: could not write the screenshot to %s\n",
+                     qPrintable(file));
+        QCoreApplication::exit(1);
+        return;
+    }
+    std::printf("%s\n", qPrintable(file));
+    QCoreApplication::exit(0);
+}
+
+// Grabs once the window has drawn a frame with its final size.
+void grabWhenDrawn(QQuickWindow* window, const QString& file) {
+    QTimer::singleShot(100, window, [window, file] { finish(window->grabWindow(), file); });
+}
+
+} // namespace
+
+bool isScreenshotKind(const QString& kind) {
+    return kind == u"popover" || kind == u"indicator";
+}
+
+void takeScreenshot(AppDelegate& app, QQmlEngine& engine, const QString& kind,
+                    const QString& file) {
+    if (kind == u"indicator") {
+        auto indicator = std::make_shared<QtLevelIndicatorWindow>(engine);
+        QQuickWindow* window = indicator->window();
+        if (!window) return finish({}, file);
+        indicator->show({"sun.max.fill", 0.625f, 0.625 * 132, std::nullopt});
+        // The indicator lives until the grab is done.
+        QTimer::singleShot(100, window, [indicator, window, file] {
+            finish(window->grabWindow(), file);
+        });
+        return;
+    }
+    // The popover as a person sees it on opening: every value read fresh first.
+    QPointer<PopoverWindow> window = app.statusBar().window();
+    app.displayManager()->refreshDisplays([window, file] {
+        if (!window) return;
+        // The refreshed list reaches the view model on the main queue after this.
+        QTimer::singleShot(300, window, [window, file] {
+            window->popUp({});
+            grabWhenDrawn(window, file);
+        });
+    });
+}
+
+} // namespace pw::ui

@@ -1,0 +1,190 @@
+// panelwright: the tray application. Builds the machine (simulated or real), installs it,
+// runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
+
+#include "app/DiagnosticLog.h"
+#include "platform/Platform.h"
+#include "platform/sim/Scenario.h"
+#include "ui/AppDelegate.h"
+#include "ui/AppMachine.h"
+#include "ui/PopoverWindow.h"
+#include "ui/QtMainQueue.h"
+#include "ui/QtStatusBar.h"
+#include "ui/Screenshot.h"
+#include "ui/SingleInstance.h"
+#include "ui/Updater.h"
+#include "ui/views/QtLevelIndicators.h"
+#include "ui/views/Views.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QMessageBox>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#ifndef PW_VERSION
+#define PW_VERSION "0.0.0"
+#endif
+
+namespace {
+
+constexpr int kUsage = 2;
+
+int signalPipe[2] = {-1, -1};
+
+void onTerminationSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] auto written = ::write(signalPipe[1], &byte, 1);
+}
+
+// SIGTERM, SIGINT and SIGHUP (the session going away) quit through the event loop, so
+// the shutdown sequence runs as it does for the Quit item.
+void quitOnSignals(QApplication& app) {
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0) return;
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [] {
+        char byte;
+        [[maybe_unused]] auto read = ::read(signalPipe[0], &byte, 1);
+        QCoreApplication::quit();
+    });
+    struct sigaction action {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (int signal : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(signal, &action, nullptr);
+}
+
+bool hasArgument(int argc, char** argv, const char* name) {
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], name) == 0) return true;
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // Pictures need no display at all.
+    const bool screenshot = hasArgument(argc, argv, "--screenshot");
+    if (screenshot) qputenv("QT_QPA_PLATFORM", "offscreen");
+    // A 360-point popover needs no GPU; the software renderer keeps the app near a third
+    // of the memory of the OpenGL path and draws its first frame sooner.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Panelwright"));
+    QApplication::setApplicationVersion(QStringLiteral(PW_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("com.panelwright.app"));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Controls external monitors over DDC/CI from a tray item."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption simulate(
+        QStringLiteral("simulate"),
+        QStringLiteral("Run on a simulated machine described by SCENARIO (see scenarios/)."),
+        QStringLiteral("SCENARIO"));
+    const QCommandLineOption shot(
+        QStringLiteral("screenshot"),
+        QStringLiteral("Render KIND (popover or indicator) offscreen to the PNG file given as "
+                       "the argument, then exit."),
+        QStringLiteral("KIND"));
+    const QCommandLineOption busLog(
+        QStringLiteral("bus-log"),
+        QStringLiteral("Testing aid: record every bus transfer of the simulated machine, with "
+                       "its time, to FILE."),
+        QStringLiteral("FILE"));
+    parser.addOptions({simulate, shot, busLog});
+    parser.addPositionalArgument(QStringLiteral("OUT.png"),
+                                 QStringLiteral("Where --screenshot writes its picture."));
+    parser.process(app);
+
+    const QString kind = parser.value(shot);
+    if (screenshot && (!pw::ui::isScreenshotKind(kind) || parser.positionalArguments().size() != 1)) {
+        std::fprintf(stderr, "panelwright: --screenshot takes popover or indicator and then the "
+                             "PNG file to write, e.g. --screenshot popover popover.png\n");
+        return kUsage;
+    }
+
+    // One instance per session: a second start opens the running one's popover.
+    pw::ui::SingleInstance instance;
+    if (!screenshot) {
+        if (instance.notifyRunningInstance()) return 0;
+        QString error;
+        if (!instance.listen(&error))
+            std::fprintf(stderr, "panelwright: cannot watch for other starts (%s); running on\n",
+                         qPrintable(error));
+    }
+
+    auto mainQueue = std::make_shared<pw::ui::QtMainQueue>(&app);
+    std::unique_ptr<pw::ui::AppMachine> machine;
+    if (parser.isSet(simulate)) {
+        const QString file = parser.value(simulate);
+        auto loaded = pw::sim::loadScenarioFile(file.toStdString());
+        if (const auto* error = std::get_if<pw::sim::ScenarioError>(&loaded)) {
+            std::fprintf(stderr, "panelwright: %s\n", error->message().c_str());
+            return kUsage;
+        }
+        machine = pw::ui::AppMachine::simulated(std::get<pw::sim::Scenario>(std::move(loaded)),
+                                                file.toStdString(), mainQueue);
+        if (parser.isSet(busLog) && !machine->recordBus(parser.value(busLog).toStdString())) {
+            std::fprintf(stderr, "panelwright: cannot write the bus log %s\n",
+                         qPrintable(parser.value(busLog)));
+            return kUsage;
+        }
+    } else {
+        machine = pw::ui::AppMachine::real(mainQueue);
+        if (!machine->unreachableNote().empty())
+            std::fprintf(stderr, "%s\n", machine->unreachableNote().c_str());
+    }
+
+    pw::ui::setUpIcons();
+    QQmlEngine engine;
+    pw::ui::installViews(engine);
+    // Our own indicator window, before anything asks the OSD manager for one.
+    machine->platform().levelIndicators = std::make_shared<pw::ui::QtLevelIndicators>(engine);
+    pw::platform::install(machine->platform());
+
+    pw::ui::AppDelegate delegate(engine, std::make_shared<pw::ui::PackageManagerUpdater>());
+    auto& statusBar = delegate.statusBar();
+    QObject::connect(&statusBar, &pw::ui::QtStatusBar::quitRequested, &app, &QCoreApplication::quit);
+    QObject::connect(&statusBar, &pw::ui::QtStatusBar::aboutRequested, &app, [] {
+        QMessageBox::about(nullptr, QStringLiteral("About Panelwright"),
+                           QStringLiteral("<b>Panelwright</b> %1<br>Brightness, volume and input "
+                                          "of external monitors over DDC/CI.")
+                               .arg(QStringLiteral(PW_VERSION)));
+    });
+    // The settings window comes with its own change; the footer button is already there.
+    QObject::connect(&instance, &pw::ui::SingleInstance::activationRequested, &statusBar,
+                     &pw::ui::QtStatusBar::openPopover);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &app, [&] {
+        statusBar.closePopover();
+        delegate.applicationWillTerminate();
+    });
+    quitOnSignals(app);
+
+    delegate.applicationDidFinishLaunching([&] {
+        if (screenshot) {
+            pw::ui::takeScreenshot(delegate, engine, kind, parser.positionalArguments().first());
+            return;
+        }
+        if (!statusBar.trayAvailable()) {
+            std::fprintf(stderr, "panelwright: this desktop shows no tray items, so the popover "
+                                 "opens now; run panelwright again to bring it back\n");
+            pw::DiagnosticLog::log("App", "No system tray available: opening the popover");
+            statusBar.openPopover();
+        }
+    });
+
+    const int status = app.exec();
+    machine->saveState();
+    return status;
+}

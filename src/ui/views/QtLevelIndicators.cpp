@@ -1,0 +1,85 @@
+#include "ui/views/QtLevelIndicators.h"
+
+#include <QGuiApplication>
+#include <QLoggingCategory>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QSurfaceFormat>
+
+#include <cmath>
+
+Q_LOGGING_CATEGORY(lcIndicator, "panelwright.views.indicator")
+
+namespace pw::ui {
+
+namespace {
+
+constexpr int kBottomInset = 100;
+
+int toInt(double value) { return static_cast<int>(std::lround(value)); }
+
+} // namespace
+
+QPoint indicatorPosition(const std::optional<platform::Point>& origin,
+                         const QRect& primaryGeometry, const QRect& primaryAvailable,
+                         const QList<QRect>& screenGeometries, QPoint current) {
+    if (!origin) return current;
+    const QPoint converted(primaryGeometry.left() + toInt(origin->x),
+                           primaryGeometry.top() + primaryGeometry.height() - toInt(origin->y) -
+                               kIndicatorHeight);
+    const QPoint centre = converted + QPoint(kIndicatorWidth / 2, kIndicatorHeight / 2);
+    for (const QRect& screen : screenGeometries)
+        if (screen.contains(centre)) return converted;
+    if (primaryAvailable.isEmpty()) return current;
+    return {primaryAvailable.center().x() + 1 - kIndicatorWidth / 2,
+            primaryAvailable.top() + primaryAvailable.height() - kBottomInset - kIndicatorHeight};
+}
+
+QtLevelIndicatorWindow::QtLevelIndicatorWindow(QQmlEngine& engine) {
+    QQmlComponent component(&engine);
+    component.setData("import Panelwright.Views\nLevelIndicator {}\n", QUrl());
+    QObject* object = component.create();
+    window_ = qobject_cast<QQuickWindow*>(object);
+    if (!window_) {
+        qCWarning(lcIndicator) << "The level indicator window could not be made:"
+                               << component.errorString();
+        delete object;
+        return;
+    }
+    // An alpha channel, so that a compositing desktop shows the panel's rounded corners.
+    QSurfaceFormat format = window_->format();
+    format.setAlphaBufferSize(8);
+    window_->setFormat(format);
+    window_->setFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                      Qt::WindowDoesNotAcceptFocus | Qt::WindowTransparentForInput);
+}
+
+QtLevelIndicatorWindow::~QtLevelIndicatorWindow() { delete window_.data(); }
+
+void QtLevelIndicatorWindow::show(const platform::IndicatorContent& content) {
+    if (!window_) return;
+    window_->setProperty("symbol", QString::fromStdString(content.symbol));
+    window_->setProperty("level", static_cast<double>(content.level));
+    window_->setProperty("fillWidth", content.fillWidth);
+
+    QList<QRect> geometries;
+    for (QScreen* screen : QGuiApplication::screens()) geometries.append(screen->geometry());
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    window_->setPosition(indicatorPosition(content.origin,
+                                           primary ? primary->geometry() : QRect(),
+                                           primary ? primary->availableGeometry() : QRect(),
+                                           geometries, window_->position()));
+    window_->show();
+}
+
+void QtLevelIndicatorWindow::hide() {
+    if (window_) window_->hide();
+}
+
+std::shared_ptr<platform::LevelIndicatorWindow> QtLevelIndicators::createWindow() {
+    return std::make_shared<QtLevelIndicatorWindow>(engine_);
+}
+
+} // namespace pw::ui

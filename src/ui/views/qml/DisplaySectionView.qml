@@ -1,0 +1,120 @@
+import QtQuick
+import QtQuick.Layouts
+
+// The controls of one display: a header with its name and status, brightness, volume with
+// a mute button, and the input sources. Every control is shown whatever the status.
+Column {
+    id: section
+
+    // The popover's model: the section calls its operations with `displayId`.
+    required property var popoverModel
+    property int displayId: 0
+    property string title
+    property string ddcStatus: "verified"
+    property real brightness: 50
+    property real brightnessMax: 100
+    property real volume: 50
+    property real volumeMax: 100
+    property bool isMuted: false
+    property int activeInput: 0
+
+    readonly property string volumeSymbol: isMuted ? "speaker.slash.fill" : "speaker.wave.2.fill"
+
+    width: 360
+    spacing: 6
+    bottomPadding: 14
+
+    Item {
+        objectName: "header"
+        width: section.width
+        height: header.implicitHeight + 14 + 4
+
+        RowLayout {
+            id: header
+            x: 16
+            y: 14
+            width: parent.width - 32
+            spacing: 7
+
+            SymbolImage {
+                size: Theme.symbolSize(14)
+                name: "display"
+                color: Theme.blue
+            }
+            Text {
+                objectName: "title"
+                Layout.fillWidth: true
+                // The model names every display; an empty name still gets a title.
+                text: section.title.length > 0 ? section.title : qsTr("Display %1").arg(section.displayId)
+                elide: Text.ElideRight
+                maximumLineCount: 1
+                color: Theme.primary
+                font.family: Theme.fontFamily
+                font.pixelSize: 13
+                font.weight: Font.DemiBold
+            }
+            StatusBadge {
+                objectName: "badge"
+                status: section.ddcStatus
+            }
+        }
+    }
+
+    PanelwrightSlider {
+        objectName: "brightnessSlider"
+        width: section.width
+        icon: "sun.max.fill"
+        tint: Theme.yellow
+        value: section.brightness
+        maxValue: section.brightnessMax
+        onChanged: newValue => section.popoverModel.changeBrightness(section.displayId, newValue)
+    }
+
+    RowLayout {
+        width: section.width
+        spacing: 4
+
+        PanelwrightSlider {
+            objectName: "volumeSlider"
+            Layout.fillWidth: true
+            icon: section.volumeSymbol
+            tint: section.isMuted ? Theme.red : Theme.green
+            value: section.volume
+            maxValue: section.volumeMax
+            // Monitors take whole 16-bit values.
+            onChanged: newValue => section.popoverModel.changeVolume(
+                           section.displayId, Math.min(65535, Math.max(0, Math.trunc(newValue))))
+        }
+
+        Item {
+            objectName: "muteButton"
+            Layout.preferredWidth: 24
+            Layout.preferredHeight: 24
+            Layout.rightMargin: 16
+
+            SymbolImage {
+                objectName: "muteSymbol"
+                anchors.centerIn: parent
+                size: Theme.symbolSize(10)
+                name: section.volumeSymbol
+                color: section.isMuted ? Theme.red : Theme.secondary
+            }
+            TapHandler { onTapped: section.popoverModel.toggleMute(section.displayId) }
+        }
+    }
+
+    Item {
+        width: section.width
+        height: inputs.height + 6
+
+        InputSelectorView {
+            id: inputs
+            objectName: "inputSelector"
+            y: 6
+            width: section.width
+            inputs: section.popoverModel ? section.popoverModel.inputs : []
+            activeInput: section.activeInput
+            onInputSelected: value => section.popoverModel.selectInput(section.displayId, value)
+        }
+    }
+}

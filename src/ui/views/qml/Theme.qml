@@ -1,0 +1,62 @@
+pragma Singleton
+import QtQuick
+
+// Colours, fonts and symbol sizes of the views. Neutral colours follow the application
+// palette, so the popover reads in a light and in a dark desktop alike; the accent colours
+// have a light and a dark variant, picked by the lightness of the window colour.
+QtObject {
+    id: theme
+
+    readonly property SystemPalette palette: SystemPalette { colorGroup: SystemPalette.Active }
+
+    readonly property color window: palette.window
+    readonly property color primary: palette.windowText
+    // Secondary text: the primary colour 45 % of the way to the window colour, opaque so
+    // that it can also tint symbols.
+    readonly property color secondary: Qt.tint(primary, Qt.rgba(window.r, window.g, window.b, 0.45))
+    readonly property color accent: palette.highlight
+    readonly property bool dark: window.hslLightness < 0.5
+
+    readonly property color green: dark ? "#30d158" : "#28b14c"
+    readonly property color orange: dark ? "#ff9f0a" : "#f08a00"
+    readonly property color yellow: dark ? "#ffd60a" : "#f5b800"
+    readonly property color red: dark ? "#ff453a" : "#ff3b30"
+    readonly property color blue: dark ? "#0a84ff" : "#007aff"
+    readonly property color purple: dark ? "#bf5af2" : "#af52de"
+
+    readonly property string fontFamily: "DejaVu Sans"
+    readonly property string monospaceFamily: "DejaVu Sans Mono"
+
+    // The primary colour at an opacity, for fills that lie on the window colour.
+    function primaryAt(opacity) {
+        return Qt.rgba(primary.r, primary.g, primary.b, opacity)
+    }
+
+    function withAlpha(c, opacity) {
+        return Qt.rgba(c.r, c.g, c.b, opacity)
+    }
+
+    // A symbol beside text of a given font size is drawn a little taller than the letters,
+    // as symbol fonts do.
+    function symbolSize(fontSize) {
+        return Math.round(fontSize * 1.25)
+    }
+
+    // Nearest integer, halves away from zero.
+    function roundAway(x) {
+        return x < 0 ? -Math.round(-x) : Math.round(x)
+    }
+
+    // "#rrggbb" of a colour, ignoring its alpha (the symbol URLs carry opaque colours).
+    function hex(c) {
+        function part(v) {
+            const s = Math.round(Math.max(0, Math.min(1, v)) * 255).toString(16)
+            return s.length < 2 ? "0" + s : s
+        }
+        return "#" + part(c.r) + part(c.g) + part(c.b)
+    }
+
+    function symbolUrl(name, c) {
+        return name.length > 0 ? "image://symbol/" + name + "?color=" + hex(c) : ""
+    }
+}

@@ -1,0 +1,238 @@
+import QtQuick
+import QtTest
+import Panelwright.Views
+
+TestCase {
+    id: testCase
+    name: "PopoverContent"
+    when: windowShown
+    // A TestCase is invisible by default, and an invisible item gets no pointer events.
+    visible: true
+    width: 400
+    height: 900
+
+    Component { id: fakeComponent; FakePopoverModel {} }
+    Component { id: popoverComponent; PopoverContent {} }
+
+    // Items named `name` under `item`, in visual order, visible or not.
+    function allNamed(item, name) {
+        let found = []
+        for (let i = 0; i < item.children.length; ++i) {
+            const child = item.children[i]
+            if (child.objectName === name) found.push(child)
+            found = found.concat(allNamed(child, name))
+        }
+        return found
+    }
+
+    function makePopover(displayCount, overrides) {
+        const fake = createTemporaryObject(fakeComponent, testCase)
+        for (let i = 0; i < displayCount; ++i) fake.addDisplay(overrides || {})
+        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
+        verify(popover)
+        waitForRendering(popover)
+        return popover
+    }
+
+    // Equal to 8 bits a channel: computed colours carry more precision than a drawn one.
+    function sameColour(a, b) {
+        const c = Qt.color(a), d = Qt.color(b)
+        return [c.r, c.g, c.b, c.a].every((v, i) => Math.round(v * 255) === Math.round([d.r, d.g, d.b, d.a][i] * 255))
+    }
+
+    function visibleCount(items) {
+        return items.filter(item => item.visible).length
+    }
+
+    function test_sectionsDividersAndEmptyState_data() {
+        return [
+            { tag: "none", displays: 0, dividers: 0, empty: true },
+            { tag: "one", displays: 1, dividers: 0, empty: false },
+            { tag: "three", displays: 3, dividers: 2, empty: false }
+        ]
+    }
+    function test_sectionsDividersAndEmptyState(data) {
+        const popover = makePopover(data.displays)
+        compare(allNamed(popover, "section").length, data.displays)
+        compare(visibleCount(allNamed(popover, "sectionDivider")), data.dividers)
+        compare(findChild(popover, "emptyState").visible, data.empty)
+        compare(findChild(popover, "footerDivider").visible, true)
+        compare(popover.width, 360)
+        // The popover is exactly as tall as what it shows.
+        compare(popover.implicitHeight, findChild(popover, "footer").y + findChild(popover, "footer").height)
+    }
+
+    function test_displaysComingAndGoing() {
+        const popover = makePopover(0)
+        const startHeight = popover.implicitHeight
+        popover.model.addDisplay({})
+        compare(findChild(popover, "emptyState").visible, false)
+        tryVerify(() => popover.implicitHeight > startHeight)
+        popover.model.addDisplay({})
+        compare(visibleCount(allNamed(popover, "sectionDivider")), 1)
+        popover.model.displays.remove(0, 2)
+        compare(findChild(popover, "emptyState").visible, true)
+        tryCompare(popover, "implicitHeight", startHeight)
+    }
+
+    function test_badgeByStatus_data() {
+        return [
+            { tag: "verified", status: "verified", text: "DDC", color: Theme.green },
+            { tag: "unverified", status: "unverified", text: "DDC (unverified)", color: Theme.orange },
+            { tag: "softwareOnly", status: "softwareOnly", text: "Software", color: Theme.orange }
+        ]
+    }
+    function test_badgeByStatus(data) {
+        const popover = makePopover(1, { ddcStatus: data.status })
+        const badge = findChild(popover, "badge")
+        const text = findChild(badge, "badgeText")
+        compare(text.text, data.text)
+        verify(sameColour(text.color, data.color))
+        verify(sameColour(badge.color, Theme.withAlpha(data.color, 0.15)))
+        // The status changes the badge only: every control is there.
+        verify(findChild(popover, "brightnessSlider").visible)
+        verify(findChild(popover, "volumeSlider").visible)
+        verify(findChild(popover, "muteButton").visible)
+        compare(allNamed(findChild(popover, "inputSelector"), "tile").length, 5)
+    }
+
+    function test_slidersCallTheModelAndSurviveUpdates() {
+        const popover = makePopover(2)
+        const second = allNamed(popover, "section")[1]
+        const brightness = findChild(second, "brightnessSlider")
+        const track = findChild(brightness, "track")
+        mousePress(track, track.width / 4, 5)
+        // An update from elsewhere while the drag runs changes the row in place: the
+        // slider under the pointer is the same object afterwards.
+        popover.model.displays.setProperty(1, "volume", 80)
+        compare(findChild(allNamed(popover, "section")[1], "brightnessSlider"), brightness)
+        mouseRelease(track, track.width / 4, 5)
+        compare(popover.model.callsNamed("changeBrightness")[0].args, [2, 25])
+        compare(popover.model.displays.get(1).brightness, 25)
+        compare(brightness.value, 25)
+
+        const volume = findChild(second, "volumeSlider")
+        const volumeTrack = findChild(volume, "track")
+        mouseClick(volumeTrack, volumeTrack.width - 1, 5)
+        compare(popover.model.callsNamed("changeVolume")[0].args, [2, 100])
+    }
+
+    function test_muteSwitchesSymbolAndTintTogether() {
+        const popover = makePopover(1)
+        const volume = findChild(popover, "volumeSlider")
+        const muteSymbol = findChild(popover, "muteSymbol")
+        compare(volume.icon, "speaker.wave.2.fill")
+        verify(sameColour(volume.tint, Theme.green))
+        compare(muteSymbol.name, "speaker.wave.2.fill")
+        verify(sameColour(muteSymbol.color, Theme.secondary))
+
+        mouseClick(findChild(popover, "muteButton"))
+        compare(popover.model.callsNamed("toggleMute")[0].args, [1])
+        compare(volume.icon, "speaker.slash.fill")
+        verify(sameColour(volume.tint, Theme.red))
+        compare(muteSymbol.name, "speaker.slash.fill")
+        verify(sameColour(muteSymbol.color, Theme.red))
+
+        mouseClick(findChild(popover, "muteButton"))
+        compare(volume.icon, "speaker.wave.2.fill")
+        compare(muteSymbol.name, "speaker.wave.2.fill")
+    }
+
+    function activeLabels(popover) {
+        return allNamed(popover, "activeTile").filter(t => t.visible)
+            .map(t => findChild(t.parent, "label").text)
+    }
+
+    function test_clickedInputLightsUpAtOnce() {
+        const popover = makePopover(1, { activeInput: 0x11 })
+        compare(activeLabels(popover), ["HDMI 1"])
+        // A model that has not recorded the choice yet: the click shows at once anyway.
+        popover.model.echoes = false
+        const tiles = allNamed(popover, "tile")
+        mouseClick(tiles[2].parent)
+        compare(popover.model.callsNamed("selectInput")[0].args, [1, 0x0F])
+        compare(activeLabels(popover), ["DP 1"])
+        // The display reports another input later: that one is shown.
+        popover.model.displays.setProperty(0, "activeInput", 0x13)
+        compare(activeLabels(popover), ["USB-C"])
+    }
+
+    function test_inputTileHover() {
+        const popover = makePopover(1, { activeInput: 0x11 })
+        mouseMove(popover, 350, 5)
+        const tile = allNamed(popover, "tile")[1]
+        const button = tile.parent
+        const label = findChild(button, "label")
+        tryVerify(() => sameColour(tile.color, Theme.primaryAt(0.06)))
+        verify(sameColour(label.color, Theme.secondary))
+        mouseMove(button, 10, 10)
+        tryVerify(() => sameColour(tile.color, Theme.withAlpha(Theme.accent, 0.6)))
+        verify(sameColour(label.color, "white"))
+        // Hovering is not choosing.
+        compare(activeLabels(popover), ["HDMI 1"])
+    }
+
+    function test_untitledDisplayIsNamedByItsId() {
+        const popover = makePopover(1, { displayId: 7, title: "" })
+        compare(allNamed(findChild(popover, "section"), "title")[0].text, "Display 7")
+    }
+
+    function test_noInputActiveWhenUnknown() {
+        const popover = makePopover(1, { activeInput: 0 })
+        compare(activeLabels(popover), [])
+    }
+
+    function test_inputButtonPressLook() {
+        const popover = makePopover(1)
+        const button = allNamed(popover, "tile")[0].parent
+        mouseMove(button, 10, 10)
+        compare(button.isPressed, false)
+        mousePress(button, 10, 10)
+        compare(button.isPressed, true)
+        tryCompare(button, "scale", 0.95)
+        mouseRelease(button, 10, 10)
+        compare(button.isPressed, false)
+        tryCompare(button, "scale", 1)
+    }
+
+    function test_footerHoverAndActions() {
+        const popover = makePopover(1)
+        const about = findChild(popover, "aboutButton")
+        const backdrop = findChild(about, "backdrop")
+        const title = findChild(about, "title")
+        // Away from the button first: the pointer may still rest where an earlier test left it.
+        mouseMove(popover, 350, 5)
+        tryVerify(() => backdrop.color.a === 0)
+        tryVerify(() => sameColour(title.color, Theme.secondary))
+
+        mouseMove(about, about.width / 2, about.height / 2)
+        tryVerify(() => about.isHovering)
+        tryVerify(() => Math.abs(backdrop.color.a - 0.08) < 0.01)
+        tryVerify(() => sameColour(title.color, Theme.primary))
+
+        mouseMove(popover, 5, 5)
+        tryVerify(() => !about.isHovering)
+        tryVerify(() => backdrop.color.a === 0)
+
+        mouseClick(about)
+        mouseClick(findChild(popover, "settingsButton"))
+        mouseClick(findChild(popover, "quitButton"))
+        compare(popover.model.calls.map(c => c.name), ["showAbout", "showSettings", "quit"])
+    }
+
+    function test_symbolsReachTheProviderWithTheirColour() {
+        const popover = makePopover(1, { isMuted: true })
+        const muteSymbol = findChild(popover, "muteSymbol")
+        tryCompare(muteSymbol, "status", Image.Ready)
+        // Somewhere in the drawn symbol is the red of the tint.
+        const image = grabImage(popover)
+        const origin = muteSymbol.mapToItem(popover, 0, 0)
+        let red = 0
+        for (let y = 0; y < muteSymbol.height; ++y)
+            for (let x = 0; x < muteSymbol.width; ++x) {
+                const pixel = image.pixel(Math.floor(origin.x) + x, Math.floor(origin.y) + y)
+                if (pixel.r > 0.9 && pixel.g < 0.4 && pixel.b < 0.4) ++red
+            }
+        verify(red > 5, "red pixels: " + red)
+    }
+}
