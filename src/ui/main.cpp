@@ -6,6 +6,7 @@
 #include "platform/sim/Scenario.h"
 #include "ui/AppDelegate.h"
 #include "ui/AppMachine.h"
+#include "ui/ItemMap.h"
 #include "ui/PopoverWindow.h"
 #include "ui/QtMainQueue.h"
 #include "ui/QtStatusBar.h"
@@ -172,6 +173,12 @@ int main(int argc, char** argv) {
     quitOnSignals(app);
 
     delegate.applicationDidFinishLaunching([&] {
+        // Testing aid: where the popover's controls are, written with every frame.
+        if (const QString map = qEnvironmentVariable("PANELWRIGHT_ITEM_MAP"); !map.isEmpty())
+            QObject::connect(statusBar.window(), &QQuickWindow::frameSwapped, &app,
+                             [&statusBar, map] {
+                                 pw::ui::writeItemMap(statusBar.window()->content(), map);
+                             });
         if (screenshot) {
             pw::ui::takeScreenshot(delegate, engine, kind, parser.positionalArguments().first());
             return;
