@@ -1,15 +1,27 @@
 #!/usr/bin/env bash
-# The main job in one go: installs what is missing, builds the command line and runs it on a
-# simulated laptop with two monitors: find them, read the brightness, change it, read it back.
+# See it work in one go: installs what is missing and builds. On a desktop session it starts
+# the tray app (on a shipped simulated machine, since no monitor is reachable from it yet);
+# without a display it runs the command line on a simulated laptop with two monitors (find
+# them, read the brightness, change it, read it back) and renders the popover to a picture.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 cmake --preset debug >/dev/null
-cmake --build --preset debug --target panelwright-cli
-
-cli=build/debug/cli/panelwright-cli
 scenario=scenarios/two-monitors-and-builtin.json
+app=build/debug/src/ui/panelwright
+
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+  cmake --build --preset debug --target panelwright
+  echo
+  echo "No monitor can be reached from Panelwright on this machine yet, so it runs on the"
+  echo "simulated machine $scenario. Look for the display icon in your panel's tray"
+  echo "(without a tray the popover opens by itself); quit from its menu or its footer."
+  exec "$app" --simulate "$scenario"
+fi
+
+cmake --build --preset debug --target panelwright-cli panelwright
+cli=build/debug/cli/panelwright-cli
 # The simulated monitors remember their values between runs; the demo starts from the
 # scenario's own values each time by keeping its memory in the build folder.
 export XDG_STATE_HOME="$PWD/build/debug/demo-state"
@@ -24,5 +36,11 @@ run --simulate "$scenario" detect
 run --simulate "$scenario" getvcp brightness
 run --simulate "$scenario" setvcp brightness 70
 run --simulate "$scenario" getvcp brightness
+
+picture="$PWD/build/debug/popover.png"
 echo
-echo "Next: $cli --help"
+echo "No display here, so the tray app draws its popover for the same machine offscreen:"
+"$app" --simulate "$scenario" --screenshot popover "$picture" >/dev/null
+echo "  $picture"
+echo
+echo "Next: $cli --help, or on a desktop: $app --simulate $scenario"

@@ -58,18 +58,24 @@ void PopoverWindow::fitToContent() {
     setMinimumSize({kWidth, h});
     setMaximumSize({kWidth, h});
     resize(kWidth, h);
+    // Displays that arrive while it is open make it taller: keep it on the screen.
+    if (isVisible()) place();
+}
+
+void PopoverWindow::place() {
+    const QPoint pointer = QCursor::pos();
+    QScreen* screen = QGuiApplication::screenAt(trayGeometry_.isEmpty() ? pointer
+                                                                         : trayGeometry_.center());
+    if (!screen) screen = QGuiApplication::primaryScreen();
+    if (!screen) return;
+    setScreen(screen);
+    setPosition(popoverPosition(trayGeometry_, size(), screen->geometry(),
+                                screen->availableGeometry(), pointer));
 }
 
 void PopoverWindow::popUp(const QRect& trayGeometry) {
-    const QPoint pointer = QCursor::pos();
-    QScreen* screen = QGuiApplication::screenAt(trayGeometry.isEmpty() ? pointer
-                                                                        : trayGeometry.center());
-    if (!screen) screen = QGuiApplication::primaryScreen();
-    if (screen) {
-        setScreen(screen);
-        setPosition(popoverPosition(trayGeometry, size(), screen->geometry(),
-                                    screen->availableGeometry(), pointer));
-    }
+    trayGeometry_ = trayGeometry;
+    place();
     closedByFocusLoss_.invalidate();
     waitingForFrame_ = true;
     show();

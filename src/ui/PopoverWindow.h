@@ -32,6 +32,8 @@ public:
     // Shown, or closed by losing focus so recently that the click which took the focus
     // away is the second click on the tray item: that click must not open it again.
     bool isShownForToggle() const;
+    // Ends that grace at once: the next opening is asked for by something else.
+    void forgetFocusLoss() { closedByFocusLoss_.invalidate(); }
 
     QQuickItem* content() const { return content_; }
 
@@ -49,7 +51,10 @@ protected:
 private:
     void fitToContent();
 
+    void place();
+
     QPointer<QQuickItem> content_;
+    QRect trayGeometry_;
     QElapsedTimer closedByFocusLoss_;
     bool waitingForFrame_ = false;
 };

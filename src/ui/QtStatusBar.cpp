@@ -17,10 +17,15 @@ constexpr char kPopoverSource[] = "import Panelwright.Views\nPopoverContent {}\n
 }
 
 QtStatusBar::QtStatusBar(QQmlEngine& engine, QObject* parent)
-    : QObject(parent), engine_(engine),
-      viewModel_(std::make_shared<PopoverViewModel>(DisplayManager::shared(), DDCManager::shared(),
-                                                    GammaManager::shared(),
-                                                    platform::current().mainQueue)),
+    : QtStatusBar(engine,
+                  std::make_shared<PopoverViewModel>(DisplayManager::shared(),
+                                                     DDCManager::shared(), GammaManager::shared(),
+                                                     platform::current().mainQueue),
+                  parent) {}
+
+QtStatusBar::QtStatusBar(QQmlEngine& engine, std::shared_ptr<PopoverViewModel> viewModel,
+                         QObject* parent)
+    : QObject(parent), engine_(engine), viewModel_(std::move(viewModel)),
       controller_(std::make_unique<StatusBarController>(*this, *viewModel_)) {}
 
 QtStatusBar::~QtStatusBar() {
@@ -62,6 +67,7 @@ bool QtStatusBar::trayAvailable() const { return TrayItem::hostAvailable(); }
 
 void QtStatusBar::openPopover() {
     if (!window_ || window_->isVisible()) return;
+    window_->forgetFocusLoss();
     controller_->leftClick();
 }
 

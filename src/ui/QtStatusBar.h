@@ -27,7 +27,10 @@ class Updater;
 class QtStatusBar final : public QObject, public StatusItemHost {
     Q_OBJECT
 public:
+    // Over a new view model of the shared managers.
     explicit QtStatusBar(QQmlEngine& engine, QObject* parent = nullptr);
+    QtStatusBar(QQmlEngine& engine, std::shared_ptr<PopoverViewModel> viewModel,
+                QObject* parent = nullptr);
     ~QtStatusBar() override;
 
     void setup(std::shared_ptr<Updater> updater);

@@ -6,6 +6,7 @@
 #include "platform/sim/Scenario.h"
 #include "ui/AppDelegate.h"
 #include "ui/AppMachine.h"
+#include "ui/ItemMap.h"
 #include "ui/PopoverWindow.h"
 #include "ui/QtMainQueue.h"
 #include "ui/QtStatusBar.h"
@@ -71,7 +72,8 @@ bool hasArgument(int argc, char** argv, const char* name) {
 int main(int argc, char** argv) {
     // Pictures need no display at all.
     const bool screenshot = hasArgument(argc, argv, "--screenshot");
-    if (screenshot) qputenv("QT_QPA_PLATFORM", "offscreen");
+    if (screenshot && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     // A 360-point popover needs no GPU; the software renderer keeps the app near a third
     // of the memory of the OpenGL path and draws its first frame sooner.
     if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
@@ -171,7 +173,15 @@ int main(int argc, char** argv) {
     });
     quitOnSignals(app);
 
-    delegate.applicationDidFinishLaunching([&] {
+    // What follows the launch waits for the enumerated list: the display manager publishes
+    // it on the main queue and the view model takes it in one hop later.
+    const auto afterLaunch = [&] {
+        // Testing aid: where the popover's controls are, written with every frame.
+        if (const QString map = qEnvironmentVariable("PANELWRIGHT_ITEM_MAP"); !map.isEmpty())
+            QObject::connect(statusBar.window(), &QQuickWindow::frameSwapped, &app,
+                             [&statusBar, map] {
+                                 pw::ui::writeItemMap(statusBar.window()->content(), map);
+                             });
         if (screenshot) {
             pw::ui::takeScreenshot(delegate, engine, kind, parser.positionalArguments().first());
             return;
@@ -182,6 +192,9 @@ int main(int argc, char** argv) {
             pw::DiagnosticLog::log("App", "No system tray available: opening the popover");
             statusBar.openPopover();
         }
+    };
+    delegate.applicationDidFinishLaunching([&] {
+        mainQueue->post([&, mainQueue] { mainQueue->post(afterLaunch); });
     });
 
     const int status = app.exec();
