@@ -78,13 +78,31 @@ bool isPreferenceKey(std::string_view key) {
            allDigits(key.substr(vendor + 1, product - vendor - 1));
 }
 
+// The global keys the program reads, with their kinds.
+constexpr std::array<std::pair<std::string_view, Kind>, 7> kGlobalKeys = {{
+    {Preferences::kStartupAction, Kind::integer},
+    {Preferences::kLaunchAtLogin, Kind::boolean},
+    {Preferences::kShowOSD, Kind::boolean},
+    {Preferences::kDDCRetryCount, Kind::integer},
+    {Preferences::kDDCCacheTTL, Kind::real},
+    {Preferences::kBrightnessStepPercent, Kind::integer},
+    {Preferences::kVolumeStepPercent, Kind::integer},
+}};
+
+std::string knownKeysText() {
+    std::string text;
+    for (const auto& [known, kind] : kGlobalKeys)
+        text.append(known).append(", ");
+    namespace P = Preferences;
+    return text + "and display.NAME+VENDOR+PRODUCT@ID." + std::string(P::kLongerDelay) + "|" +
+           std::string(P::kForceSoftwareBrightness) + "|" + std::string(P::kFriendlyName) +
+           " (NAME+VENDOR+PRODUCT@ID as detect prints it)";
+}
+
 std::optional<Kind> knownKind(std::string_view key) {
     namespace P = Preferences;
-    for (std::string_view k :
-         {P::kStartupAction, P::kDDCRetryCount, P::kBrightnessStepPercent, P::kVolumeStepPercent})
-        if (key == k) return Kind::integer;
-    if (key == P::kDDCCacheTTL) return Kind::real;
-    if (key == P::kLaunchAtLogin || key == P::kShowOSD) return Kind::boolean;
+    for (const auto& [known, kind] : kGlobalKeys)
+        if (key == known) return kind;
     // Per-display options: "display.<preference key>.<option>"; the preference key may
     // itself contain dots, so only the last part is the option.
     constexpr std::string_view kPrefix = "display.";
@@ -163,10 +181,7 @@ std::optional<platform::DefaultsValue> parseSetting(std::string_view key, std::s
     const auto kind = knownKind(key);
     if (!kind) {
         error = "unknown setting \"" + std::string(key) + "\"; the settings are " +
-                "app.startupAction, app.launchAtLogin, app.showOSD, ddcRetryCount, ddcCacheTTL, " +
-                "brightnessStepPercent, volumeStepPercent and display.NAME+VENDOR+PRODUCT@ID." +
-                "(longerDelay|forceSoftwareBrightness|friendlyName) with NAME+VENDOR+PRODUCT@ID " +
-                "as detect prints it";
+                knownKeysText();
         return std::nullopt;
     }
     switch (*kind) {
