@@ -1,5 +1,7 @@
 #include "ui/AppDelegate.h"
 
+#include "app/Tuning.h"
+
 #include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
@@ -7,7 +9,6 @@
 #include "gamma/GammaManager.h"
 #include "keyboard/KeyboardManager.h"
 #include "platform/Platform.h"
-#include "ui/Tuning.h"
 #include "ui/QtStatusBar.h"
 #include "ui/Updater.h"
 
@@ -36,11 +37,10 @@ void AppDelegate::applicationDidFinishLaunching(std::function<void()> launched) 
     fileLog("Status bar ready");
 
     fileLog("Enumerating displays...");
-    // Blocks while each monitor is probed once, with the DDC manager's initial settings:
-    // the tuning comes later. What follows is written as the enumeration's continuation
-    // so that it can move off the main thread by changing this one call.
-    displayManager_->enumerateDisplays();
-    finishLaunching();
+    // Each monitor is probed once, with the DDC manager's initial settings (the tuning comes
+    // later), on the enumeration's own queue: the main thread stays free for the tray and the
+    // keys. The rest of the launch runs once the new list is published.
+    displayManager_->enumerateDisplaysInBackground([this] { finishLaunching(); });
 }
 
 void AppDelegate::finishLaunching() {
@@ -54,7 +54,7 @@ void AppDelegate::finishLaunching() {
     keyboardManager_->start();
     fileLog("Keyboard manager started");
     if (const auto& defaults = platform::current().defaults)
-        applyTuning(*defaults, *displayManager_->ddcManager(), keyboardManager_.get());
+        applyTuningPreferences(*defaults, *displayManager_->ddcManager(), keyboardManager_.get());
 
     fileLog("Startup complete");
     SystemLog::app().info("Panelwright ready");

@@ -48,7 +48,7 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     EXPECT_EQ(model->stateFor(99), DisplayState{});
 
     // Readings that arrive fill their fields; mute is on only for the value 1.
-    displays->updateDisplay(0, std::nullopt, DDCReadResult{70, 100}, DDCReadResult{12, 40},
+    displays->updateDisplay(DisplayManager::keyOf(displays->displays()[0]), std::nullopt, DDCReadResult{70, 100}, DDCReadResult{12, 40},
                             DDCReadResult{1, 2}, DDCReadResult{0x11, 0});
     mainQueue().runPending();
     EXPECT_GT(changes, 0);
@@ -64,6 +64,7 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     displays->startMonitoring();
     machine->unplug(2);
     mainQueue().advance(DisplayManager::kHotPlugDelay);
+    while (displays->enumerationInProgress()) mainQueue().waitAndRun();
     mainQueue().runPending();
     ASSERT_EQ(model->ddcDisplays().size(), 1u);
     EXPECT_EQ(model->ddcDisplays()[0].id, 3u);
@@ -80,6 +81,7 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     // It comes back: the probe brings brightness only, so the other values are the old ones.
     machine->plug(keyMonitor(2, {100, 100}));
     mainQueue().advance(DisplayManager::kHotPlugDelay);
+    while (displays->enumerationInProgress()) mainQueue().waitAndRun();
     mainQueue().runPending();
     ASSERT_EQ(model->ddcDisplays().size(), 2u);
     const auto back = model->stateFor(2);
@@ -201,7 +203,7 @@ TEST_F(PopoverViewModelTest, WorkQueuedForAModelThatIsGoneIsDropped) {
     start(scenarioOf({keyMonitor(2, {25, 100})}));
     model->moveBrightnessSlider(2, 80);
     model->moveVolumeSlider(2, 10);
-    displays->updateDisplay(0, DDCReadResult{90, 100}, {}, {}, {}, {}); // a list on its way
+    displays->updateDisplay(DisplayManager::keyOf(displays->displays()[0]), DDCReadResult{90, 100}, {}, {}, {}, {}); // a list on its way
     model.reset();
     advance(1s);
     EXPECT_TRUE(machine->bus().transfers().empty());

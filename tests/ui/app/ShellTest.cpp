@@ -8,7 +8,6 @@
 #include "ui/QtStatusBar.h"
 #include "ui/SingleInstance.h"
 #include "ui/TrayItem.h"
-#include "ui/Tuning.h"
 #include "ui/views/Views.h"
 #include "viewmodel/StatusBarController.h"
 #include "viewmodel/ViewModelTestBed.h"
@@ -165,44 +164,6 @@ TEST(SingleInstanceTest, ASecondStartReachesTheFirstAndAStaleSocketIsTakenOver) 
     EXPECT_TRUE(answered);
 }
 
-// --- Tuning at launch ---------------------------------------------------------------------
-
-TEST(TuningTest, OnlyUsableValuesReplaceTheBuiltInOnesAndNothingIsClamped) {
-    struct Case {
-        std::int64_t retries;
-        double ttl;
-        std::int64_t brightness, volume;
-        std::int64_t wantRetries;
-        double wantTTL;
-        float wantBrightness, wantVolume;
-    };
-    const Case cases[] = {
-        {0, 0, 0, 0, 3, 5.0, 0.0625f, 0.0625f},   // nothing usable stored
-        {-2, -1, -5, 0, 3, 5.0, 0.0625f, 0.0625f}, // negatives leave the defaults
-        {7, 0.5, 10, 250, 7, 0.5, 0.1f, 2.5f},    // no upper limit
-    };
-    for (const auto& c : cases) {
-        sim::SimMachine machine(sim::Scenario{});
-        ScopedPlatform scoped(machine.platform());
-        auto& store = machine.defaults();
-        store.set(Preferences::kDDCRetryCount, c.retries);
-        store.set(Preferences::kDDCCacheTTL, c.ttl);
-        store.set(Preferences::kBrightnessStepPercent, c.brightness);
-        store.set(Preferences::kVolumeStepPercent, c.volume);
-        auto ddc = std::make_shared<DDCManager>(machine.platform().clock,
-                                                machine.platform().mainQueue);
-        auto displays = std::make_shared<DisplayManager>(machine.platform(), ddc);
-        auto keyboard = std::make_shared<KeyboardManager>(machine.platform(), displays, ddc,
-                                                          OSDManager::create(machine.platform()));
-        ui::applyTuning(store, *ddc, keyboard.get());
-        EXPECT_EQ(ddc->maxRetries(), c.wantRetries);
-        EXPECT_DOUBLE_EQ(ddc->cacheTTL(), c.wantTTL);
-        EXPECT_FLOAT_EQ(keyboard->brightnessStep(), c.wantBrightness);
-        EXPECT_FLOAT_EQ(keyboard->volumeStep(), c.wantVolume);
-        machine.manualMainQueue()->runPending();
-    }
-}
-
 // --- The status bar over a simulated machine ------------------------------------------------
 
 // The tray item, popover window and adapter over a view model of the simulated machine,
@@ -334,6 +295,7 @@ TEST_F(StatusBarTest, TheAdapterHandsActionsToTheViewModelAndFollowsItsList) {
     displays->startMonitoring();
     machine->unplug(2);
     mainQueue().advance(DisplayManager::kHotPlugDelay);
+    while (displays->enumerationInProgress()) mainQueue().waitAndRun();
     mainQueue().runPending();
     processEvents();
     ASSERT_EQ(rows(), 1);
@@ -356,7 +318,8 @@ TEST(AppDelegateTest, ShutdownGivesTheColourTablesBackAndSendsNoDDC) {
     ui::AppDelegate app(engine, nullptr);
     bool launched = false;
     app.applicationDidFinishLaunching([&] { launched = true; });
-    EXPECT_TRUE(launched);
+    // The monitors are probed off the main thread; the launch ends once the list is published.
+    while (!launched) queue.waitAndRun();
     queue.runPending();
     processEvents();
     ASSERT_EQ(app.statusBar().model()->displays()->rowCount(), 1);
