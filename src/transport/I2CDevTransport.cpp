@@ -58,6 +58,11 @@ std::string I2CDevTransport::problem() const {
     return problem_;
 }
 
+bool I2CDevTransport::unreachable() const {
+    std::lock_guard lock(mutex_);
+    return unreachable_;
+}
+
 bool I2CDevTransport::plainReadWrite() const {
     std::lock_guard lock(mutex_);
     return plain_;
@@ -122,6 +127,7 @@ bool I2CDevTransport::run(const std::function<std::optional<Failure>(I2CDevice&)
     const auto line = failure ? describe(*failure, path()) : std::string();
     if (!line.empty() && line != problem_) report(line);
     problem_ = line;
+    unreachable_ = failure && failure->step != Failure::Step::transfer;
     return !failure;
 }
 

@@ -59,6 +59,9 @@ public:
     // Why the last call failed, as one line naming the device and the fix; empty after
     // a call that worked.
     std::string problem() const;
+    // True when the last call failed before anything reached the bus (the device could
+    // not be opened, locked or addressed): the monitor cannot be reached at all.
+    bool unreachable() const;
     // True once the driver refused I2C_RDWR and plain read/write took over.
     bool plainReadWrite() const;
 
@@ -88,6 +91,7 @@ private:
     bool plain_ = false;
     bool addressSet_ = false;
     std::string problem_;
+    bool unreachable_ = false;
 };
 
 } // namespace pw

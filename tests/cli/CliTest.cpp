@@ -41,6 +41,8 @@ protected:
             dup2(err, 2);
             setenv("XDG_STATE_HOME", (home / "state").c_str(), 1);
             setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
+            // The real backend looks at an empty machine, never at this one's /sys and /dev.
+            setenv("PANELWRIGHT_ROOT", (home / "empty-machine").c_str(), 1);
             std::vector<char*> argv{const_cast<char*>(PW_CLI_PATH)};
             for (const auto& a : args)
                 argv.push_back(const_cast<char*>(a.c_str()));
