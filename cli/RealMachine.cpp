@@ -16,6 +16,9 @@ namespace {
 
 using Steady = std::chrono::steady_clock;
 
+// Trace times count from the program's start, like the simulated machine's.
+const Steady::time_point kOrigin = Steady::now();
+
 // Every device call of the program, timed and printed: which bus, which way, the address
 // and the bytes, and the error when there was one.
 class TracingDevice final : public platform::I2CDevice {
@@ -55,10 +58,9 @@ private:
     void print(Steady::time_point start, const char* kind, std::uint16_t address,
                std::span<const std::uint8_t> bytes, int error) const {
         using Ms = std::chrono::duration<double, std::milli>;
-        static const auto origin = Steady::now();
         char head[160];
         std::snprintf(head, sizeof head, "[%9.3f ms] %-5s %s addr 0x%02X (%.3f ms):",
-                      Ms(start - origin).count(), kind, path_.c_str(), address,
+                      Ms(start - kOrigin).count(), kind, path_.c_str(), address,
                       Ms(Steady::now() - start).count());
         std::string line = std::string(head) + " " +
                            ddc::hexDump(bytes);

@@ -88,8 +88,11 @@ TEST_F(LinuxDiscoveryTest, LinkedAdaptersAreUsedWithoutProbing) {
       ]})"));
     const auto displays = enumerate();
     ASSERT_EQ(displays.size(), 3u);
-    EXPECT_EQ(busOf(displays[0]).bus(), 4);
-    EXPECT_EQ(busOf(displays[1]).bus(), 8);
+    // The system's order is the connectors' names: card0-DP-1, card0-HDMI-A-1, card0-HDMI-A-2.
+    EXPECT_EQ(displays[0].id, 91u);
+    EXPECT_EQ(busOf(displays[0]).bus(), 8);
+    EXPECT_EQ(displays[1].id, 90u);
+    EXPECT_EQ(busOf(displays[1]).bus(), 4);
     // A linked adapter without DDC/CI still carries the display, unverified.
     EXPECT_EQ(displays[2].ddcStatus, DDCStatus::unverified);
     EXPECT_NE(busOf(displays[2]).problem().find("/dev/i2c-6: no answer at address 0x37"),
