@@ -155,6 +155,7 @@ struct SimMachine::State {
     std::shared_ptr<platform::DrmDisplayServices> drmDisplays;
     int nextAdapter = 10;
     std::map<std::string, unsigned> connectorsOfType;
+    std::map<DisplayID, std::string> connectorNames;
 
     mutable std::mutex mutex; // plug and unplug, and what they change below
     std::map<DisplayID, Attachment> attached;
@@ -326,8 +327,11 @@ void SimMachine::State::attachLinux(const DisplaySpec& display, Attachment& atta
     platform::DrmConnector connector;
     connector.name = spec.name;
     if (connector.name.empty()) {
+        // A display plugged in again comes back on the connector it had.
+        auto& known = connectorNames[display.id];
         const std::string kind = display.builtin ? "eDP" : spec.link == Link::aux ? "DP" : "HDMI-A";
-        connector.name = "card0-" + kind + "-" + std::to_string(++connectorsOfType[kind]);
+        if (known.empty()) known = "card0-" + kind + "-" + std::to_string(++connectorsOfType[kind]);
+        connector.name = known;
     }
     connector.id = display.id;
     connector.status = spec.status;
