@@ -2,42 +2,22 @@
 // write) against a fake root, with the fake i2c-dev driver preloaded into the process.
 
 #include "../platform/linux/FakeRoot.h"
+#include "CliRunner.h"
 
-#include "platform/sim/Edid.h"
-
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace pw {
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string hex(const std::vector<std::uint8_t>& bytes) {
-    static const char* digits = "0123456789abcdef";
-    std::string text;
-    for (const auto b : bytes)
-        text += std::string{digits[b >> 4], digits[b & 15]};
-    return text;
-}
+using test::Outcome;
 
 class CliOnLinux : public ::testing::Test {
 protected:
     test::TempDir home;
     test::FakeRoot fake;
-    std::vector<std::uint8_t> edid = [] {
-        sim::DisplaySpec d;
-        d.vendor = 0x10AC, d.model = 0xA0C4, d.serial = 7, d.name = "DELL U2720Q";
-        return sim::buildEdid(d);
-    }();
+    std::vector<std::uint8_t> edid = test::edidOf(0x10AC, 0xA0C4, 7, "DELL U2720Q");
     std::filesystem::path card;
 
     // An Intel desktop with one HDMI monitor on i2c-5, a ddc link to it, and the laptop's
@@ -52,31 +32,11 @@ protected:
     }
 
     Outcome run(const std::vector<std::string>& args) {
-        const auto outFile = home / "stdout";
-        const auto errFile = home / "stderr";
-        const pid_t child = fork();
-        if (child == 0) {
-            const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            const int err = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            dup2(out, 1);
-            dup2(err, 2);
-            setenv("XDG_STATE_HOME", (home / "state").c_str(), 1);
-            setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
-            setenv("PANELWRIGHT_ROOT", fake.root().c_str(), 1);
-            setenv("LD_PRELOAD", PW_FAKE_I2C_PATH, 1);
-            setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
-            unsetenv("PANELWRIGHT_FORCE_I2C_ADDRESS");
-            std::vector<char*> argv{const_cast<char*>(PW_CLI_PATH)};
-            for (const auto& a : args)
-                argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(PW_CLI_PATH, argv.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::readFile(outFile),
-                test::readFile(errFile)};
+        return test::runCli(home.path(), args,
+                            {{"PANELWRIGHT_ROOT", fake.root().string()},
+                             {"LD_PRELOAD", PW_FAKE_I2C_PATH},
+                             {"ASAN_OPTIONS", "verify_asan_link_order=0"},
+                             {"PANELWRIGHT_FORCE_I2C_ADDRESS", "0"}});
     }
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/TestSupport.h"
+#include "platform/sim/Edid.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -9,6 +10,22 @@
 #include <vector>
 
 namespace pw::test {
+
+// The EDID a monitor of this identity reports.
+inline std::vector<std::uint8_t> edidOf(std::uint32_t vendor, std::uint32_t model,
+                                        std::uint32_t serial, const std::string& name) {
+    sim::DisplaySpec d;
+    d.vendor = vendor, d.model = model, d.serial = serial, d.name = name;
+    return sim::buildEdid(d);
+}
+
+inline std::string hex(const std::vector<std::uint8_t>& bytes) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const auto b : bytes)
+        text += std::string{kDigits[b >> 4], kDigits[b & 15]};
+    return text;
+}
 
 // A sysfs tree and a /dev folder in a temporary directory, laid out as the kernel lays
 // them out: PCI devices with their class, DRM cards and connectors below them, i2c

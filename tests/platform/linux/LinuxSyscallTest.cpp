@@ -10,7 +10,6 @@
 #include "platform/linux/LinuxDrmSysfs.h"
 #include "platform/linux/LinuxI2CDevices.h"
 #include "platform/linux/LinuxPlatform.h"
-#include "platform/sim/Edid.h"
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/VirtualClock.h"
@@ -23,21 +22,6 @@ extern "C" int pw_fake_i2c_loaded();
 
 namespace pw::test {
 namespace {
-
-std::vector<std::uint8_t> edidOf(std::uint32_t vendor, std::uint32_t model, std::uint32_t serial,
-                                 const std::string& name) {
-    sim::DisplaySpec d;
-    d.vendor = vendor, d.model = model, d.serial = serial, d.name = name;
-    return sim::buildEdid(d);
-}
-
-std::string hex(const std::vector<std::uint8_t>& bytes) {
-    static const char* digits = "0123456789abcdef";
-    std::string text;
-    for (const auto b : bytes)
-        text += std::string{digits[b >> 4], digits[b & 15]};
-    return text;
-}
 
 // An Intel desktop: HDMI with a ddc link, DisplayPort with its AUX adapter, a laptop
 // panel, a disconnected VGA, a connector vanishing mid-read, and the chipset's SMBus.
