@@ -38,6 +38,14 @@ int lockDevice(I2CDevice& device, platform::Clock* clock) {
     }
 }
 
+// The errors drivers give when nothing acknowledged the address or the transfer timed out.
+bool noAnswer(int error) {
+#ifdef EREMOTEIO
+    if (error == EREMOTEIO) return true; // Linux only; the core also builds elsewhere
+#endif
+    return error == ENXIO || error == EIO || error == ETIMEDOUT || error == EAGAIN;
+}
+
 void report(const std::string& line) {
     DiagnosticLog::log("I2C", line);
     SystemLog::ddc().error(line);
@@ -90,7 +98,7 @@ std::string I2CDevTransport::describe(const Failure& failure, const std::string&
                           "with --force-i2c-address (PANELWRIGHT_FORCE_I2C_ADDRESS=1)";
         break;
     case Failure::Step::transfer:
-        if (e == ENXIO || e == EREMOTEIO || e == EIO || e == ETIMEDOUT || e == EAGAIN)
+        if (noAnswer(e))
             return path + ": no answer at address 0x37; check that DDC/CI is switched on in "
                           "the monitor's own menu";
         if (e == ENODEV)
