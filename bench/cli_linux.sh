@@ -57,7 +57,8 @@ measure() {
 }
 
 echo "real Linux backend, fake root, monitor answers after 40 ms ($cli)"
+measure --version # the process alone: start, no machine, exit
 measure getvcp brightness
 measure setvcp brightness 70
-echo "floor: 50 ms, the wait a read gives the monitor before fetching its reply (getvcp: the"
-echo "enumeration's probe read plus the read asked for, unless the probe's value is cached)"
+echo "floor: --version plus 50 ms, the wait a read gives the monitor before fetching its reply"
+echo "(getvcp is answered by the enumeration's probe read through the cache; setvcp adds the write)"
