@@ -4,10 +4,13 @@
 #include "app/Preferences.h"
 #include "app/Tuning.h"
 #include "cli/Arguments.h"
+#include "cli/RealMachine.h"
 #include "platform/sim/SimulatedState.h"
 #include "ddc/DDCManager.h"
 #include "ddc/DDCMessages.h"
 #include "display/DisplayManager.h"
+#include "display/LinuxDiscovery.h"
+#include "transport/I2CDevTransport.h"
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/posix/LoopMainQueue.h"
@@ -47,6 +50,7 @@ struct Options {
     std::optional<std::uint32_t> displayID;
     bool json = false;
     bool trace = false;
+    bool forceI2CAddress = false;
     std::vector<std::string> codes; // getvcp
     std::string setCode, setValue;  // setvcp
     std::string key, value;         // config
@@ -94,6 +98,11 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options)
                            {"ddcStatus", std::string(rawValue(d.ddcStatus))},
                            {"preferenceKey", d.preferenceKey()},
                            {"brightness", readingJSON(d.brightness)}});
+        for (std::size_t i = 0; i < displays.size(); ++i)
+            if (const auto* bus = dynamic_cast<const I2CDevTransport*>(displays[i].transport.get())) {
+                out[i]["bus"] = bus->path();
+                if (const auto problem = bus->problem(); !problem.empty()) out[i]["problem"] = problem;
+            }
         std::cout << out.dump(2) << "\n";
         return kOK;
     }
@@ -105,6 +114,11 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options)
         if (d.brightness)
             std::cout << "  brightness " << d.brightness->current << " of " << d.brightness->max
                       << "\n";
+        if (const auto* bus = dynamic_cast<const I2CDevTransport*>(d.transport.get())) {
+            std::cout << "  bus " << bus->path() << "\n";
+            if (const auto problem = bus->problem(); !problem.empty())
+                std::cout << "  problem: " << problem << "\n";
+        }
         std::cout << "  settings key: " << d.preferenceKey() << "\n";
     }
     return kOK;
@@ -179,16 +193,104 @@ int setvcp(DDCManager& ddc, platform::LoopMainQueue& mainQueue, const ExternalDi
 
 enum class Command { detect, getvcp, setvcp };
 
-int runOnMachine(Command command, const Options& options, platform::Clock::TimePoint processStart) {
-    if (options.scenario.empty()) {
-        // The real machine: usable once it can list displays and reach their I2C buses.
-        const auto real = platform::makeLinuxPlatform();
-        if (!real.registry || !real.displays || !real.avServices)
-            return fail(kNoDisplay, "this machine has no display backend yet; try --simulate "
-                                    "SCENARIO (e.g. --simulate scenarios/one-monitor.json)");
-        return fail(kNoDisplay, "the real display backend is not wired to the command line yet");
+// The i2c-dev channel's own account of why the monitor could not be reached, if it has
+// one; nothing for other machines' channels.
+std::string busProblem(const ExternalDisplay& display, bool* unreachable = nullptr) {
+    const auto* bus = dynamic_cast<const I2CDevTransport*>(display.transport.get());
+    if (unreachable) *unreachable = bus && bus->unreachable();
+    return bus ? bus->problem() : std::string();
+}
+
+struct Request {
+    Command command;
+    std::vector<std::uint8_t> codes;
+    std::uint8_t setCode = 0;
+    std::uint16_t setValue = 0;
+};
+
+// Enumerates the machine's displays and carries out the command on them.
+int runCommand(const platform::Platform& machine, const std::shared_ptr<platform::Clock>& clock,
+               const std::shared_ptr<platform::LoopMainQueue>& mainQueue, const Request& request,
+               const Options& options) {
+    const Command command = request.command;
+    const bool linuxMachine = machine.flavor == platform::Flavor::linux;
+    int status = kOK;
+    auto ddc = std::make_shared<DDCManager>(clock, mainQueue);
+    applyTuningPreferences(platform::JsonUserDefaults(), *ddc, nullptr);
+    auto displays = std::make_shared<DisplayManager>(machine, ddc);
+    displays->enumerateDisplays();
+    mainQueue->runPending(); // publishes the list
+    const auto list = displays->displays();
+
+    // No display at all, or none whose channel can even be opened: say why, exit 3.
+    if (linuxMachine && !options.displayID) {
+        std::string why;
+        if (list.empty()) why = whyNoExternalDisplay(machine);
+        bool allUnreachable = !list.empty();
+        std::string first;
+        for (const auto& d : list) {
+            bool unreachable = false;
+            const auto problem = busProblem(d, &unreachable);
+            allUnreachable = allUnreachable && unreachable;
+            if (first.empty()) first = problem;
+        }
+        if (allUnreachable) why = first;
+        if (!machine.drm || !machine.drm->present())
+            why += "; try --simulate SCENARIO to see the program on a simulated machine";
+        if (!why.empty()) {
+            if (command == Command::detect) detect(list, options);
+            status = fail(kNoDisplay, why);
+        } else if (list.empty() && command != Command::detect) {
+            status = fail(kNoDisplay, "no external display with DDC/CI found; see \"detect\" and "
+                                      "the diagnostic log");
+        }
+        if (status != kOK) {
+            displays.reset();
+            ddc.reset();
+            return status;
+        }
     }
 
+    if (command == Command::detect) {
+        auto shown = list;
+        if (options.displayID)
+            std::erase_if(shown,
+                          [&](const ExternalDisplay& d) { return d.id != *options.displayID; });
+        status = shown.empty() && options.displayID
+                     ? fail(kNoDisplay,
+                            "no external display with id " + std::to_string(*options.displayID))
+                     : detect(shown, options);
+    } else {
+        std::optional<ExternalDisplay> target;
+        for (const auto& d : ddcCapableDisplays(list))
+            if (!options.displayID || d.id == *options.displayID) {
+                target = d;
+                break;
+            }
+        if (!target) {
+            status =
+                options.displayID
+                    ? fail(kNoDisplay, "no external display with id " +
+                                           std::to_string(*options.displayID) + " (see detect)")
+                    : fail(kNoDisplay, "no external display with DDC/CI found");
+        } else if (command == Command::getvcp) {
+            status = getvcp(*ddc, *target, request.codes, options);
+            if (status == kNoAnswer) std::cerr << "panelwright-cli: a read got no answer\n";
+        } else {
+            status = setvcp(*ddc, *mainQueue, *target, request.setCode, request.setValue, options);
+        }
+        if (target && status != kOK) {
+            bool unreachable = false;
+            if (const auto problem = busProblem(*target, &unreachable); !problem.empty())
+                status = fail(unreachable ? kNoDisplay : status, problem);
+        }
+    }
+    displays.reset();
+    ddc.reset(); // finishes queued work before the machine goes away
+    return status;
+}
+
+int runOnMachine(Command command, const Options& options, platform::Clock::TimePoint processStart) {
     // Arguments first, so a typing mistake costs no bus traffic.
     std::vector<std::uint8_t> codes;
     for (const auto& text : options.codes) {
@@ -208,6 +310,30 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
         setCode = *code;
         setValue = *value;
     }
+    const Request request{command, codes, setCode, setValue};
+
+    if (options.scenario.empty()) {
+        // The real machine: its DRM connectors and /dev/i2c-* devices.
+        auto mainQueue = std::make_shared<platform::LoopMainQueue>();
+        RealMachineOptions real;
+        real.forceSlaveAddress = options.forceI2CAddress;
+        real.mainQueue = mainQueue;
+        if (options.trace) {
+            real.trace = [](const std::string& line) {
+                static std::mutex printing;
+                std::lock_guard lock(printing);
+                std::cerr << line << "\n";
+            };
+        }
+        const auto machine = makeRealMachine(real);
+        if (machine.flavor != platform::Flavor::linux || !machine.drm)
+            return fail(kNoDisplay, "this machine has no display backend; try --simulate "
+                                    "SCENARIO (e.g. --simulate scenarios/one-monitor.json)");
+        platform::install(machine);
+        const int status = runCommand(machine, machine.clock, mainQueue, request, options);
+        platform::install({});
+        return status;
+    }
 
     auto loaded = sim::loadScenarioFile(options.scenario);
     if (const auto* error = std::get_if<sim::ScenarioError>(&loaded))
@@ -223,47 +349,7 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
             [processStart](const sim::BusTransfer& t) { traceTransfer(t, processStart); });
     platform::install(machine.platform());
 
-    int status = kOK;
-    {
-        auto ddc = std::make_shared<DDCManager>(clock, mainQueue);
-        applyTuningPreferences(platform::JsonUserDefaults(), *ddc, nullptr);
-        auto displays = std::make_shared<DisplayManager>(machine.platform(), ddc);
-        displays->enumerateDisplays();
-        mainQueue->runPending(); // publishes the list
-        const auto list = displays->displays();
-
-        if (command == Command::detect) {
-            auto shown = list;
-            if (options.displayID)
-                std::erase_if(shown,
-                              [&](const ExternalDisplay& d) { return d.id != *options.displayID; });
-            status = shown.empty() && options.displayID
-                         ? fail(kNoDisplay,
-                                "no external display with id " + std::to_string(*options.displayID))
-                         : detect(shown, options);
-        } else {
-            std::optional<ExternalDisplay> target;
-            for (const auto& d : ddcCapableDisplays(list))
-                if (!options.displayID || d.id == *options.displayID) {
-                    target = d;
-                    break;
-                }
-            if (!target) {
-                status =
-                    options.displayID
-                        ? fail(kNoDisplay, "no external display with id " +
-                                               std::to_string(*options.displayID) + " (see detect)")
-                        : fail(kNoDisplay, "no external display with DDC/CI found");
-            } else if (command == Command::getvcp) {
-                status = getvcp(*ddc, *target, codes, options);
-                if (status == kNoAnswer) std::cerr << "panelwright-cli: a read got no answer\n";
-            } else {
-                status = setvcp(*ddc, *mainQueue, *target, setCode, setValue, options);
-            }
-        }
-        displays.reset();
-        ddc.reset(); // finishes queued work before the machine goes away
-    }
+    const int status = runCommand(machine.platform(), clock, mainQueue, request, options);
     sim::saveState(machine, stateFile, "panelwright-cli");
     machine.bus().setObserver({});
     platform::install({});
@@ -329,8 +415,10 @@ int main(int argc, char** argv) {
   panelwright-cli --simulate scenarios/one-monitor.json --display 1 setvcp inputSource hdmi1
   panelwright-cli config set ddcRetryCount 5
 
+Without --simulate the commands drive this machine's monitors (Linux: DRM and i2c-dev).
+
 Exit status: 0 success, 1 the monitor did not answer (or a config key is not set),
-2 usage error or malformed scenario, 3 no such display or no display backend.)");
+2 usage error or malformed scenario, 3 no such display, or no display can be reached.)");
 
     Options options;
     std::uint32_t displayID = 0;
@@ -341,6 +429,8 @@ Exit status: 0 success, 1 the monitor did not answer (or a config key is not set
                               ->option_text("ID");
     app.add_flag("--json", options.json, "Print JSON instead of text");
     app.add_flag("--trace", options.trace, "Print every bus transfer on stderr");
+    app.add_flag("--force-i2c-address", options.forceI2CAddress,
+                 "Talk to address 0x37 even while a kernel driver (ddcci) claims it");
 
     auto* detectCmd = app.add_subcommand("detect", "List the external displays");
     detectCmd->footer("Example: panelwright-cli --simulate scenarios/two-monitors-and-builtin.json "

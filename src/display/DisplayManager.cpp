@@ -400,6 +400,13 @@ void DisplayManager::scheduleEnumeration() {
 }
 
 void DisplayManager::startMonitoring() {
+    // A machine with a hot-plug event of its own (udev on Linux) needs no registry watch.
+    if (platform_.mainQueue && discovery_->startWatching([weak = weak_from_this()] {
+            if (auto self = weak.lock()) self->scheduleEnumeration();
+        })) {
+        SystemLog::display().info("Display monitoring started");
+        return;
+    }
     if (!platform_.registry || !platform_.mainQueue) return;
     auto& registry = *platform_.registry;
 

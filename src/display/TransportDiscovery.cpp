@@ -5,6 +5,7 @@
 #include "display/AppleSiliconDiscovery.h"
 #include "display/DisplayManager.h"
 #include "display/IntelDiscovery.h"
+#include "display/LinuxDiscovery.h"
 
 #include <chrono>
 #include <string>
@@ -172,6 +173,8 @@ std::unique_ptr<TransportDiscovery> makeTransportDiscovery(const platform::Platf
     switch (platform.flavor) {
     case platform::Flavor::intel:
         return std::make_unique<IntelDiscovery>(platform, std::move(matcher));
+    case platform::Flavor::linux:
+        return makeLinuxDiscovery(platform);
     case platform::Flavor::appleSilicon:
         break;
     }

@@ -11,10 +11,10 @@
 
 namespace pw {
 
-// How one kind of Mac finds the I2C channel of each display. The display manager picks
+// How one kind of machine finds the I2C channel of each display. The display manager picks
 // its strategy once, when it is built, and from then on never asks which kind of machine
 // it runs on: everything that differs (how channels are found and paired, the pause
-// between probes, the registry class that signals hot-plug) lives behind this interface.
+// between probes, the event that signals hot-plug) lives behind this interface.
 class TransportDiscovery {
 public:
     // The plain pairing rule for one display and a candidate list (the display manager's
@@ -45,6 +45,10 @@ public:
     virtual void waitBeforeProbe() = 0;
     // The registry class whose appearance and disappearance means a display came or went.
     virtual std::string_view watchedClass() const = 0;
+    // A machine whose hot-plug reports do not come through the registry starts its own
+    // source here: `onChange` then runs on the main queue for every report, as long as the
+    // strategy lives. False (the default) means the registry is watched instead.
+    virtual bool startWatching(std::function<void()> /*onChange*/) { return false; }
 };
 
 // The strategy for the installed machine's flavour: the one place that asks.

@@ -5,12 +5,15 @@
 #include "platform/AVService.h"
 #include "platform/Clock.h"
 #include "platform/DisplayServices.h"
+#include "platform/DrmSysfs.h"
 #include "platform/EventTap.h"
 #include "platform/FramebufferI2C.h"
 #include "platform/Gamma.h"
 #include "platform/OSD.h"
 #include "platform/Workspace.h"
 #include "platform/HostInfo.h"
+#include "platform/HotPlugMonitor.h"
+#include "platform/I2CDevices.h"
 #include "platform/MainQueue.h"
 #include "platform/Registry.h"
 #include "platform/SystemLog.h"
@@ -18,11 +21,10 @@
 
 namespace pw::platform {
 
-// Which kind of Mac the program runs as: decides transport discovery, the registry
-// class watched for hot-plug and the banner. Fixed by the CPU on a Mac, by the
-// scenario on the simulated machine; Linux presents itself as `appleSilicon`
-// (AV-service style I2C channels found through the registry seam).
-enum class Flavor { appleSilicon, intel };
+// Which kind of machine the program runs on: decides transport discovery, the source
+// of hot-plug reports and the banner. Fixed by the CPU on a Mac, by the operating
+// system on Linux (DRM connectors and i2c-dev), by the scenario on the simulated machine.
+enum class Flavor { appleSilicon, intel, linux };
 
 // Every operating-system facility the program uses, as installed at start-up.
 // A member may be null where a machine lacks the facility; callers check.
@@ -44,6 +46,10 @@ struct Platform {
     std::shared_ptr<DistributedNotifications> distributedNotifications;
     std::shared_ptr<OSDFramework> osdFramework;
     std::shared_ptr<LevelIndicators> levelIndicators;
+    // Linux only: DRM connectors and i2c adapters, the /dev/i2c-* files, udev hot-plug.
+    std::shared_ptr<DrmSysfs> drm;
+    std::shared_ptr<I2CDevices> i2cDevices;
+    std::shared_ptr<HotPlugMonitor> hotPlug;
 };
 
 // The process-wide platform that `shared()` services are built from. Installed

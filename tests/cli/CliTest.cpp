@@ -1,3 +1,4 @@
+#include "CliRunner.h"
 #include "common/TestSupport.h"
 
 #include <algorithm>
@@ -18,11 +19,7 @@ namespace {
 using nlohmann::json;
 using test::sourcePath;
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using test::Outcome;
 
 // Runs the command line with its state and settings in a private folder, as a user would
 // from a shell: separate stdout and stderr, exit status.
@@ -31,27 +28,9 @@ protected:
     test::TempDir home;
 
     Outcome run(const std::vector<std::string>& args) {
-        const auto outFile = home / "stdout";
-        const auto errFile = home / "stderr";
-        const pid_t child = fork();
-        if (child == 0) {
-            const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            const int err = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            dup2(out, 1);
-            dup2(err, 2);
-            setenv("XDG_STATE_HOME", (home / "state").c_str(), 1);
-            setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
-            std::vector<char*> argv{const_cast<char*>(PW_CLI_PATH)};
-            for (const auto& a : args)
-                argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(PW_CLI_PATH, argv.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::readFile(outFile),
-                test::readFile(errFile)};
+        // The real backend looks at an empty machine, never at this one's /sys and /dev.
+        return test::runCli(home.path(), args,
+                            {{"PANELWRIGHT_ROOT", (home / "empty-machine").string()}});
     }
 
     static std::string scenario(const std::string& name) {

@@ -1,16 +1,21 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include "platform/DrmDisplayServices.h"
 #include "platform/linux/JournalSystemLog.h"
 #include "platform/linux/JsonUserDefaults.h"
+#include "platform/linux/LinuxDrmSysfs.h"
 #include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/LinuxI2CDevices.h"
+#include "platform/linux/UdevHotPlugMonitor.h"
 #include "platform/posix/SystemClock.h"
 
 namespace pw::platform {
 
-Platform makeLinuxPlatform() {
+Platform makeLinuxPlatform(const LinuxMachineOptions& options) {
     Platform p;
-    p.flavor = Flavor::appleSilicon;
+    p.flavor = Flavor::linux;
     p.clock = std::make_shared<SystemClock>();
+    p.mainQueue = options.mainQueue;
     p.host = std::make_shared<LinuxHostInfo>();
     p.systemLog = makeSystemLog();
     // A settings file that had to be moved aside is worth one line in the system log
@@ -20,7 +25,18 @@ Platform makeLinuxPlatform() {
         log->write("com.panelwright.app", "App", LogLevel::error, message);
     });
     p.defaults = std::move(defaults);
+
+    auto drm = std::make_shared<LinuxDrmSysfs>(options.root);
+    p.drm = drm;
+    // Screens and the pointer come from the desktop session once the application has one.
+    p.displays = std::make_shared<DrmDisplayServices>(drm);
+    p.i2cDevices = std::make_shared<LinuxI2CDevices>(options.root, options.forceSlaveAddress);
+    if (options.mainQueue) p.hotPlug = std::make_shared<UdevHotPlugMonitor>(options.mainQueue);
     return p;
+}
+
+Platform makeLinuxPlatform() {
+    return makeLinuxPlatform(LinuxMachineOptions{});
 }
 
 } // namespace pw::platform

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -397,12 +398,118 @@ DisplaySpec::Intel readIntel(const Json& json, const std::string& path) {
     return intel;
 }
 
+// --- Linux: DRM connectors and i2c adapters ----------------------------------------------
+
+constexpr std::array<std::pair<std::string_view, int>, 7> kErrnoNames = {{
+    {"EACCES", EACCES}, {"EPERM", EPERM}, {"ENOENT", ENOENT}, {"ENODEV", ENODEV},
+    {"EBUSY", EBUSY},   {"ENXIO", ENXIO}, {"EIO", EIO},
+}};
+
+int readErrno(const Json& value, const std::string& path) {
+    const auto text = value.is_string() ? value.get<std::string>() : std::string();
+    for (const auto& [name, code] : kErrnoNames)
+        if (text == name) return code;
+    fail(path, "an error name: EACCES, EPERM, ENOENT, ENODEV, EBUSY, ENXIO or EIO");
+}
+
+std::uint32_t readPciClass(const Json& value, const std::string& path) {
+    const auto text = value.is_string() ? value.get<std::string>() : std::string();
+    std::uint32_t number = 0;
+    bool ok = text.size() > 2 && text.size() <= 8 && text[0] == '0' && text[1] == 'x';
+    for (std::size_t i = 2; ok && i < text.size(); ++i) {
+        const int d = digitValue(text[i], 16);
+        ok = d >= 0;
+        number = number * 16 + static_cast<std::uint32_t>(d < 0 ? 0 : d);
+    }
+    if (!ok) fail(path, "a PCI class as hex text, such as \"0x030000\"");
+    return number;
+}
+
+DisplaySpec::Connector readConnector(const Json& json, const std::string& path) {
+    if (!json.is_object()) fail(path, "an object describing the display's DRM connector");
+    onlyFields(json, path,
+               {"connector", "status", "enabled", "link", "adapter", "adapterName", "pciClass",
+                "openError", "slaveError", "lockHeld", "refusesRdwr", "edidReadable"},
+               "a connector field");
+    DisplaySpec::Connector c;
+    if (const auto* v = field(json, "connector")) {
+        c.name = readString(*v, child(path, "connector"));
+        if (c.name.rfind("card", 0) != 0 || c.name.find('-') == std::string::npos)
+            fail(child(path, "connector"), "a connector name such as \"card0-HDMI-A-1\"");
+    }
+    if (const auto* v = field(json, "status")) {
+        c.status = readString(*v, child(path, "status"));
+        if (c.status != "connected" && c.status != "disconnected" && c.status != "unknown")
+            fail(child(path, "status"), "\"connected\", \"disconnected\" or \"unknown\"");
+    }
+    if (const auto* v = field(json, "enabled")) c.enabled = readBool(*v, child(path, "enabled"));
+    if (const auto* v = field(json, "link")) {
+        const auto text = v->is_string() ? v->get<std::string>() : std::string();
+        if (text == "ddc") c.link = DisplaySpec::Connector::Link::ddc;
+        else if (text == "aux") c.link = DisplaySpec::Connector::Link::aux;
+        else if (text == "none") c.link = DisplaySpec::Connector::Link::none;
+        else fail(child(path, "link"), "\"ddc\", \"aux\" or \"none\"");
+    }
+    if (const auto* v = field(json, "adapter"))
+        c.adapter = static_cast<int>(readInteger(*v, child(path, "adapter"), 0, 4095));
+    if (const auto* v = field(json, "adapterName"))
+        c.adapterName = readString(*v, child(path, "adapterName"));
+    if (const auto* v = field(json, "pciClass")) c.pciClass = readPciClass(*v, child(path, "pciClass"));
+    if (const auto* v = field(json, "openError")) c.openError = readErrno(*v, child(path, "openError"));
+    if (const auto* v = field(json, "slaveError"))
+        c.slaveError = readErrno(*v, child(path, "slaveError"));
+    if (const auto* v = field(json, "lockHeld")) c.lockHeld = readBool(*v, child(path, "lockHeld"));
+    if (const auto* v = field(json, "refusesRdwr"))
+        c.refusesRdwr = readBool(*v, child(path, "refusesRdwr"));
+    if (const auto* v = field(json, "edidReadable"))
+        c.edidReadable = readBool(*v, child(path, "edidReadable"));
+    return c;
+}
+
+LinuxMachineSpec readLinuxMachine(const Json& json, const std::string& path) {
+    if (!json.is_object()) fail(path, "an object with the fields drm, i2cDev, adapters");
+    onlyFields(json, path, {"drm", "i2cDev", "adapters"}, "a Linux machine field");
+    LinuxMachineSpec machine;
+    if (const auto* v = field(json, "drm")) machine.drm = readBool(*v, child(path, "drm"));
+    if (const auto* v = field(json, "i2cDev")) machine.i2cDev = readBool(*v, child(path, "i2cDev"));
+    if (const auto* v = field(json, "adapters")) {
+        const auto listPath = child(path, "adapters");
+        if (!v->is_array()) fail(listPath, "an array of i2c adapters");
+        for (std::size_t i = 0; i < v->size(); ++i) {
+            const auto& entry = (*v)[i];
+            const auto at = element(listPath, i);
+            if (!entry.is_object()) fail(at, "an object with number, name and pciClass");
+            onlyFields(entry, at, {"number", "name", "pciClass"}, "an adapter field");
+            AdapterSpec adapter;
+            const auto* number = field(entry, "number");
+            if (!number) fail(child(at, "number"), "the adapter's number (i2c-N)");
+            adapter.number = static_cast<int>(readInteger(*number, child(at, "number"), 0, 4095));
+            if (const auto* n = field(entry, "name")) adapter.name = readString(*n, child(at, "name"));
+            if (const auto* c = field(entry, "pciClass"); c && !c->is_null())
+                adapter.pciClass = readPciClass(*c, child(at, "pciClass"));
+            machine.adapters.push_back(std::move(adapter));
+        }
+    }
+    return machine;
+}
+
 // Fields that describe a part only one kind of Mac has.
 const std::vector<std::string_view> kAppleSiliconOnlyFields = {
     "location", "edidParentDepth", "avServiceCreateFails", "proxyProperties"};
 
 void checkFlavorFields(const Json& json, const std::string& path, platform::Flavor flavor) {
-    if (flavor == platform::Flavor::intel) {
+    if (flavor != platform::Flavor::linux && field(json, "linux")) {
+        fail(child(path, "linux"), "no linux object on a Mac (set \"flavor\": \"linux\" for "
+                                   "DRM connectors and i2c adapters)");
+    }
+    if (flavor == platform::Flavor::linux) {
+        for (const auto key : kAppleSiliconOnlyFields) {
+            if (field(json, key))
+                fail(child(path, key), "no " + std::string(key) + " on a Linux machine (use \"linux\")");
+        }
+        if (field(json, "intel"))
+            fail(child(path, "intel"), "no intel object on a Linux machine (use \"linux\")");
+    } else if (flavor == platform::Flavor::intel) {
         for (const auto key : kAppleSiliconOnlyFields) {
             if (field(json, key)) {
                 fail(child(path, key), "no " + std::string(key) +
@@ -437,6 +544,7 @@ const std::vector<std::string_view> kDisplayFields = {
     "proxyProperties",
     "framebufferProperties",
     "intel",
+    "linux",
 };
 
 DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t position,
@@ -529,12 +637,14 @@ DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t p
         display.framebufferProperties = readOverrides(*v, child(path, "framebufferProperties"));
     }
     if (const auto* v = field(json, "intel")) display.intel = readIntel(*v, child(path, "intel"));
+    if (const auto* v = field(json, "linux"))
+        display.connector = readConnector(*v, child(path, "linux"));
     return display;
 }
 
 Scenario readScenario(const Json& json) {
     if (!json.is_object()) fail("", "an object with the fields flavor, displays, description");
-    onlyFields(json, "", {"flavor", "displays", "description"}, "a scenario field");
+    onlyFields(json, "", {"flavor", "displays", "description", "linux"}, "a scenario field");
 
     Scenario scenario;
     if (const auto* flavor = field(json, "flavor")) {
@@ -543,9 +653,16 @@ Scenario readScenario(const Json& json) {
             scenario.flavor = platform::Flavor::appleSilicon;
         } else if (text == "intel") {
             scenario.flavor = platform::Flavor::intel;
+        } else if (text == "linux") {
+            scenario.flavor = platform::Flavor::linux;
         } else {
-            fail("flavor", "\"appleSilicon\" or \"intel\"");
+            fail("flavor", "\"appleSilicon\", \"intel\" or \"linux\"");
         }
+    }
+    if (const auto* machine = field(json, "linux")) {
+        if (scenario.flavor != platform::Flavor::linux)
+            fail("linux", "no linux object on a Mac (set \"flavor\": \"linux\")");
+        scenario.linuxMachine = readLinuxMachine(*machine, "linux");
     }
     if (const auto* description = field(json, "description")) {
         scenario.description = readString(*description, "description");

@@ -74,11 +74,45 @@ struct DisplaySpec {
         std::chrono::milliseconds replyWait{50};
     };
     Intel intel;
+
+    // What a Linux machine shows for this display: its DRM connector, the i2c adapter
+    // that carries its DDC/CI, and what goes wrong when the program uses that adapter.
+    struct Connector {
+        std::string name;              // "card0-HDMI-A-1"; default from the position
+        std::string status = "connected";
+        bool enabled = true;
+        enum class Link { ddc, aux, none };
+        Link link = Link::ddc;         // how the driver names the adapter, if at all
+        int adapter = -1;              // i2c-N; -1 = the next free number from 10
+        std::string adapterName;       // default after the link ("card0 DDC", "DPDDC-A")
+        std::uint32_t pciClass = 0x030000;
+        int openError = 0;             // errno open() fails with (EACCES, ENOENT)
+        int slaveError = 0;            // errno I2C_SLAVE fails with (EBUSY: a driver at 0x37)
+        bool lockHeld = false;         // another program holds the device's flock
+        bool refusesRdwr = false;      // I2C_RDWR gives EINVAL, as NVIDIA's driver does
+        bool edidReadable = true;      // the EEPROM at 0x50 answers
+    };
+    Connector connector;
+};
+
+// An i2c adapter of a Linux machine that belongs to no display.
+struct AdapterSpec {
+    int number = 0;
+    std::string name;
+    std::optional<std::uint32_t> pciClass; // nothing = not a PCI device
+};
+
+// What a Linux machine has beyond its displays.
+struct LinuxMachineSpec {
+    bool drm = true;    // false: no DRM device at all (a virtual machine)
+    bool i2cDev = true; // false: no /dev/i2c-* (the i2c-dev module is not loaded)
+    std::vector<AdapterSpec> adapters;
 };
 
 struct Scenario {
     platform::Flavor flavor = platform::Flavor::appleSilicon;
     std::vector<DisplaySpec> displays;
+    LinuxMachineSpec linuxMachine; // read only for "flavor": "linux"
     std::string source;      // file it came from, for messages
     std::string description; // what the machine is meant to show, for people
 };

@@ -27,8 +27,15 @@ bool SimHostInfo::prepareDiagnosticLogFolder() const {
 std::string SimHostInfo::operatingSystemLine() const { return "macOS 14.5.0"; }
 
 std::string SimHostInfo::architectureLine() const {
-    return flavor_ == platform::Flavor::intel ? "Architecture: x86_64 (Intel)"
-                                              : "Architecture: arm64 (Apple Silicon)";
+    switch (flavor_) {
+    case platform::Flavor::intel:
+        return "Architecture: x86_64 (Intel)";
+    case platform::Flavor::linux:
+        return "Architecture: x86_64 (Linux)";
+    case platform::Flavor::appleSilicon:
+        break;
+    }
+    return "Architecture: arm64 (Apple Silicon)";
 }
 
 std::string SimHostInfo::processName() const { return "Panelwright"; }

@@ -1,11 +1,14 @@
 #include "platform/sim/SimMachine.h"
 
+#include "platform/DrmDisplayServices.h"
+
 #include "platform/sim/Edid.h"
 #include "platform/sim/SimAVService.h"
 #include "platform/sim/SimDisplayServices.h"
 #include "platform/sim/SimEventTaps.h"
 #include "platform/sim/SimFramebufferI2C.h"
 #include "platform/sim/SimGamma.h"
+#include "platform/sim/SimLinux.h"
 #include "platform/sim/SimOSD.h"
 #include "platform/sim/SimWorkspace.h"
 #include "support/Hex.h"
@@ -109,6 +112,7 @@ struct Attachment {
     IOObject framebuffer = 0;
     IOObject proxy = 0;
     std::shared_ptr<VirtualMonitor> monitor;
+    int adapter = -1; // Linux: the i2c adapter of the display's DDC/CI
 };
 
 // This program as the simulated workspace knows it.
@@ -143,6 +147,14 @@ struct SimMachine::State {
     std::shared_ptr<SimDistributedNotifications> distributed;
     std::shared_ptr<SimOSDFramework> osdFramework;
     std::shared_ptr<SimLevelIndicators> levelIndicators;
+    // A Linux machine's kernel side, and the display list taken from it.
+    std::shared_ptr<SimDrmSysfs> drm;
+    std::shared_ptr<SimI2CDevices> i2c;
+    std::shared_ptr<SimHotPlugMonitor> hotPlug;
+    std::shared_ptr<platform::DrmDisplayServices> drmDisplays;
+    int nextAdapter = 10;
+    std::map<std::string, unsigned> connectorsOfType;
+    std::map<DisplayID, std::string> connectorNames;
 
     mutable std::mutex mutex; // plug and unplug, and what they change below
     std::map<DisplayID, Attachment> attached;
@@ -155,6 +167,8 @@ struct SimMachine::State {
     Attachment attach(const DisplaySpec& display);
     void attachAppleSilicon(const DisplaySpec& display, Attachment& attachment);
     void attachIntel(const DisplaySpec& display, Attachment& attachment);
+    void attachLinux(const DisplaySpec& display, Attachment& attachment);
+    void detachLinux(DisplayID id, const Attachment& attachment);
 };
 
 void SimMachine::State::build(const Scenario& scenario) {
@@ -172,6 +186,19 @@ void SimMachine::State::build(const Scenario& scenario) {
     distributed = std::make_shared<SimDistributedNotifications>(distributedBus, mainQueue);
     osdFramework = std::make_shared<SimOSDFramework>();
     levelIndicators = std::make_shared<SimLevelIndicators>(clock);
+    if (flavor == platform::Flavor::linux) {
+        drm = std::make_shared<SimDrmSysfs>();
+        i2c = std::make_shared<SimI2CDevices>(bus);
+        hotPlug = std::make_shared<SimHotPlugMonitor>(mainQueue);
+        drmDisplays = std::make_shared<platform::DrmDisplayServices>(drm);
+        drm->setPresent(scenario.linuxMachine.drm);
+        i2c->setPresent(scenario.linuxMachine.i2cDev);
+        // Adapters of no display: nothing answers on them.
+        for (const auto& adapter : scenario.linuxMachine.adapters) {
+            drm->setAdapter({adapter.number, adapter.name, adapter.pciClass});
+            i2c->attach(adapter.number, SimI2CBus{});
+        }
+    }
 
     if (flavor == platform::Flavor::appleSilicon) {
         const auto expert = registry->addEntry(registry->root(), "AppleARMPE", "AppleARMPE");
@@ -206,6 +233,10 @@ Attachment SimMachine::State::attach(const DisplaySpec& display) {
     Attachment attachment;
     if (display.monitor && !display.builtin) {
         attachment.monitor = holdingClock<VirtualMonitor>(clock, *display.monitor);
+    }
+    if (flavor == platform::Flavor::linux) {
+        attachLinux(display, attachment);
+        return attachment;
     }
     if (flavor == platform::Flavor::appleSilicon) {
         attachAppleSilicon(display, attachment);
@@ -287,6 +318,55 @@ void SimMachine::State::attachIntel(const DisplaySpec& display, Attachment& atta
                            attachment.monitor);
 }
 
+// A connector per display (named after its kind unless the scenario names it) and, for an
+// external one, the adapter its DDC/CI travels on, linked as the driver would.
+void SimMachine::State::attachLinux(const DisplaySpec& display, Attachment& attachment) {
+    using Link = DisplaySpec::Connector::Link;
+    const auto& spec = display.connector;
+    platform::DrmConnector connector;
+    connector.name = spec.name;
+    if (connector.name.empty()) {
+        // A display plugged in again comes back on the connector it had.
+        auto& known = connectorNames[display.id];
+        const std::string kind = display.builtin ? "eDP" : spec.link == Link::aux ? "DP" : "HDMI-A";
+        if (known.empty()) known = "card0-" + kind + "-" + std::to_string(++connectorsOfType[kind]);
+        connector.name = known;
+    }
+    connector.id = display.id;
+    connector.status = spec.status;
+    connector.enabled = spec.enabled && spec.status == "connected";
+    const auto edid = display.edid.value_or(buildEdid(display));
+    if (display.hasEDID) connector.edid = edid;
+    if (!display.builtin) {
+        attachment.adapter = spec.adapter >= 0 ? spec.adapter : nextAdapter++;
+        const char letter = static_cast<char>('A' + attachment.adapter % 26);
+        std::string name = spec.adapterName;
+        if (name.empty()) name = spec.link == Link::aux ? std::string("DPDDC-") + letter
+                                                        : std::string("i915 gmbus dp") + letter;
+        drm->setAdapter({attachment.adapter, name, spec.pciClass});
+        if (spec.link == Link::ddc) connector.ddcAdapter = attachment.adapter;
+        if (spec.link == Link::aux) connector.auxAdapter = attachment.adapter;
+        SimI2CBus wire;
+        wire.monitor = attachment.monitor;
+        if (spec.edidReadable) wire.edid = edid;
+        wire.openError = spec.openError;
+        wire.slaveError = spec.slaveError;
+        wire.lockHeld = spec.lockHeld;
+        wire.refusesRdwr = spec.refusesRdwr;
+        i2c->attach(attachment.adapter, std::move(wire));
+    }
+    drm->setConnector(std::move(connector));
+}
+
+void SimMachine::State::detachLinux(DisplayID id, const Attachment& attachment) {
+    drm->removeConnector(id);
+    if (attachment.adapter >= 0) {
+        i2c->detach(attachment.adapter);
+        drm->removeAdapter(attachment.adapter);
+    }
+    hotPlug->report();
+}
+
 SimMachine::SimMachine(Scenario scenario) : state_(std::make_unique<State>()) {
     auto clock = std::make_shared<VirtualClock>();
     state_->virtualClock = clock.get();
@@ -332,6 +412,15 @@ platform::Platform SimMachine::platform() const {
     p.distributedNotifications = state_->distributed;
     p.osdFramework = state_->osdFramework;
     p.levelIndicators = state_->levelIndicators;
+    if (state_->flavor == platform::Flavor::linux) {
+        // A Linux machine has no registry: displays and channels come from DRM and i2c-dev.
+        p.registry = nullptr;
+        p.avServices = nullptr;
+        p.displays = state_->drmDisplays;
+        p.drm = state_->drm;
+        p.i2cDevices = state_->i2c;
+        p.hotPlug = state_->hotPlug;
+    }
     return p;
 }
 
@@ -386,6 +475,20 @@ SimOSDFramework& SimMachine::osdFramework() const {
 SimLevelIndicators& SimMachine::levelIndicators() const {
     return *state_->levelIndicators;
 }
+SimDrmSysfs* SimMachine::drm() const {
+    return state_->drm.get();
+}
+SimI2CDevices* SimMachine::i2cDevices() const {
+    return state_->i2c.get();
+}
+SimHotPlugMonitor* SimMachine::hotPlug() const {
+    return state_->hotPlug.get();
+}
+int SimMachine::adapterOf(DisplayID id) const {
+    std::lock_guard lock(state_->mutex);
+    const auto found = state_->attached.find(id);
+    return found == state_->attached.end() ? -1 : found->second.adapter;
+}
 
 std::shared_ptr<VirtualMonitor> SimMachine::monitor(DisplayID id) const {
     std::lock_guard lock(state_->mutex);
@@ -429,6 +532,7 @@ bool SimMachine::plug(DisplaySpec display) {
         state_->displays->add(std::move(placed));
     }
     state_->registry->announceMatched(entries);
+    if (state_->hotPlug) state_->hotPlug->report();
     return true;
 }
 
@@ -446,6 +550,7 @@ bool SimMachine::unplug(DisplayID id) {
     if (gone.monitor) gone.monitor->setAttached(false);
     if (gone.proxy != 0) state_->avServices->disconnect(gone.proxy);
     if (state_->framebufferI2C) state_->framebufferI2C->detach(gone.framebuffer);
+    if (state_->drm) state_->detachLinux(id, gone);
     state_->registry->terminate(gone.entries);
     return true;
 }

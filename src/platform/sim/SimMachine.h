@@ -33,6 +33,9 @@ class DistributedBus;
 class SimDistributedNotifications;
 class SimOSDFramework;
 class SimLevelIndicators;
+class SimDrmSysfs;
+class SimI2CDevices;
+class SimHotPlugMonitor;
 
 class SimMachine {
 public:
@@ -79,6 +82,12 @@ public:
     SimDistributedNotifications& distributedNotifications() const;
     SimOSDFramework& osdFramework() const;
     SimLevelIndicators& levelIndicators() const;
+    // A Linux machine's sysfs, /dev/i2c-* files and udev (null on a Mac), and the i2c
+    // adapter of a display's DDC/CI (-1 when it has none).
+    SimDrmSysfs* drm() const;
+    SimI2CDevices* i2cDevices() const;
+    SimHotPlugMonitor* hotPlug() const;
+    int adapterOf(platform::DisplayID id) const;
     // The display's entries in the registry (0 when it has none or is unplugged): the
     // connection's AV service ("DCPAVServiceProxy") and its framebuffer ("AppleCLCD2").
     platform::IOObject proxyEntry(platform::DisplayID id) const;

@@ -146,7 +146,7 @@ TEST(ScenarioLoader, RefusesBadInputNamingPathAndExpectation) {
     } cases[] = {
         {R"([])", "", "an object with the fields"},
         {R"({"displays": [], "colour": 1})", "colour", "a scenario field (flavor, displays"},
-        {R"({"flavor": "arm"})", "flavor", R"("appleSilicon" or "intel")"},
+        {R"({"flavor": "arm"})", "flavor", R"("appleSilicon", "intel" or "linux")"},
         {R"({"displays": {}})", "displays", "an array of displays"},
         {R"({"displays": [3]})", "displays[0]", "an object describing one display"},
         {R"({"displays": [{}, {"Name": "x"}]})", "displays[1].Name", "a display field (id, "},

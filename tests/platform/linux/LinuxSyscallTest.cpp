@@ -1,0 +1,194 @@
+// The real sysfs and /dev/i2c-* code against a fake root: sysfs is a tree of files in a
+// temporary folder, and the i2c-dev driver is the fake one linked into this program.
+
+#include "FakeRoot.h"
+
+#include "app/DiagnosticLog.h"
+#include "ddc/DDCManager.h"
+#include "display/DisplayManager.h"
+#include "platform/EdidFacts.h"
+#include "platform/linux/LinuxDrmSysfs.h"
+#include "platform/linux/LinuxI2CDevices.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "platform/sim/ManualMainQueue.h"
+#include "platform/sim/MemorySystemLog.h"
+#include "platform/sim/VirtualClock.h"
+#include "transport/I2CDevTransport.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+
+extern "C" int pw_fake_i2c_loaded();
+
+namespace pw::test {
+namespace {
+
+// An Intel desktop: HDMI with a ddc link, DisplayPort with its AUX adapter, a laptop
+// panel, a disconnected VGA, a connector vanishing mid-read, and the chipset's SMBus.
+class FakeMachine : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(pw_fake_i2c_loaded(), 1);
+        const auto gpu = fake.pciDevice("0000:00:02.0", "0x030000");
+        const auto chipset = fake.pciDevice("0000:00:1f.4", "0x0c0500");
+        fake.adapter(gpu, 5, "i915 gmbus dpb");
+        fake.adapter(chipset, 0, "SMBus I801 adapter at efa0");
+        const auto card = fake.card(gpu, 0);
+        fake.connector(card, "card0-HDMI-A-1", "connected", dell, 95, 5);
+        const auto dp = fake.connector(card, "card0-DP-1", "connected", benq, 0);
+        fake.adapter(dp, 7, "DPDDC-B");
+        fake.connector(card, "card0-eDP-1", "connected", panel, 77);
+        fake.connector(card, "card0-VGA-1", "disconnected", {}, 80);
+        // Listed, but its attributes are gone: unplugged while the program looked.
+        std::filesystem::create_directories(card / "card0-DP-2");
+        std::filesystem::create_directory_symlink(card / "card0-DP-2",
+                                                  fake.root() / "sys/class/drm/card0-DP-2");
+        fake.device(0, "no_monitor\n");
+        fake.device(5, "feature 10 30 100\nedid " + hex(dell) + "\n");
+        fake.device(7, "feature 10 60 100\n");
+    }
+
+    FakeRoot fake;
+    std::vector<std::uint8_t> dell = edidOf(0x10AC, 0xA0C4, 1001, "DELL U2720Q");
+    std::vector<std::uint8_t> benq = edidOf(0x09D1, 0x7F41, 2002, "BenQ PD2700U");
+    std::vector<std::uint8_t> panel = edidOf(0x30E4, 0x0666, 0, "");
+};
+
+TEST_F(FakeMachine, SysfsListsConnectorsLinksAndAdaptersWithTheirDevicesClass) {
+    platform::LinuxDrmSysfs sysfs(fake.root());
+    EXPECT_TRUE(sysfs.present());
+
+    const auto connectors = sysfs.connectors();
+    ASSERT_EQ(connectors.size(), 4u); // card0-DP-2 vanished and is left out
+    const auto& dp = connectors[0];
+    EXPECT_EQ(dp.name, "card0-DP-1");
+    EXPECT_EQ(dp.auxAdapter, 7);
+    EXPECT_FALSE(dp.ddcAdapter);
+    // No connector_id on this kernel: an id from its position, clear of real ids.
+    EXPECT_EQ(dp.id, platform::LinuxDrmSysfs::kPositionalIds + 1);
+    EXPECT_EQ(connectors[1].name, "card0-HDMI-A-1");
+    EXPECT_EQ(connectors[1].id, 95u);
+    EXPECT_EQ(connectors[1].ddcAdapter, 5);
+    EXPECT_EQ(connectors[1].edid, dell);
+    EXPECT_TRUE(connectors[1].enabled);
+    EXPECT_EQ(connectors[2].status, "disconnected"); // card0-VGA-1
+    EXPECT_TRUE(connectors[2].edid.empty());
+    EXPECT_TRUE(connectors[3].builtin()); // card0-eDP-1
+
+    const auto adapters = sysfs.adapters();
+    ASSERT_EQ(adapters.size(), 3u);
+    EXPECT_EQ(adapters[0].name, "SMBus I801 adapter at efa0");
+    EXPECT_EQ(adapters[0].pciClass, 0x0c0500u);
+    EXPECT_EQ(adapters[1].number, 5);
+    EXPECT_EQ(adapters[1].pciClass, 0x030000u);
+    EXPECT_EQ(adapters[2].number, 7); // below the connector, still the card's device
+    EXPECT_EQ(adapters[2].pciClass, 0x030000u);
+
+    EXPECT_EQ(platform::LinuxI2CDevices(fake.root()).list(), (std::vector<int>{0, 5, 7}));
+}
+
+TEST_F(FakeMachine, NoDrmAndNoDevicesAreToldApart) {
+    FakeRoot empty;
+    platform::LinuxDrmSysfs sysfs(empty.root());
+    EXPECT_FALSE(sysfs.present());
+    EXPECT_TRUE(sysfs.connectors().empty());
+    EXPECT_TRUE(platform::LinuxI2CDevices(empty.root()).list().empty());
+    int error = 0;
+    EXPECT_EQ(platform::LinuxI2CDevices(empty.root()).open(3, error), nullptr);
+    EXPECT_EQ(error, ENOENT);
+}
+
+TEST_F(FakeMachine, DeviceCallsReachTheMonitorAndTheLockIsExclusive) {
+    platform::LinuxI2CDevices devices(fake.root());
+    int error = 0;
+    auto first = devices.open(5, error);
+    auto second = devices.open(5, error);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->tryLock(), 0);
+    EXPECT_EQ(second->tryLock(), EWOULDBLOCK); // a real flock on the device file
+    first->unlock();
+    EXPECT_EQ(second->tryLock(), 0);
+    second->unlock();
+
+    std::vector<std::uint8_t> request = {0x51, 0x82, 0x01, 0x10, 0xAC};
+    std::vector<std::uint8_t> reply(11);
+    const platform::I2CMessage write{0x37, false, request};
+    const platform::I2CMessage read{0x37, true, reply};
+    EXPECT_EQ(first->transfer({&write, 1}), 0);
+    EXPECT_EQ(first->transfer({&read, 1}), 0);
+    EXPECT_EQ(reply, (std::vector<std::uint8_t>{0x6E, 0x88, 0x02, 0x00, 0x10, 0x00, 0x00, 0x64,
+                                                0x00, 0x1E, reply[10]}));
+    // Nothing at another address; the chipset's bus has nothing at all.
+    const platform::I2CMessage elsewhere{0x38, false, request};
+    EXPECT_EQ(first->transfer({&elsewhere, 1}), ENXIO);
+    auto smbus = devices.open(0, error);
+    ASSERT_TRUE(smbus);
+    EXPECT_EQ(smbus->transfer({&write, 1}), ENXIO);
+}
+
+TEST_F(FakeMachine, TransportFallsBackToPlainReadWriteWhenTheDriverRefusesRdwr) {
+    fake.device(9, "refuse_rdwr\nslave_busy\nfeature 10 42 100\n");
+    auto devices = std::make_shared<platform::LinuxI2CDevices>(fake.root());
+    auto clock = std::make_shared<sim::VirtualClock>();
+    I2CDevTransport blocked(9, devices, clock);
+    const std::vector<std::uint8_t> request = {0x82, 0x01, 0x10, 0xAC};
+    EXPECT_FALSE(blocked.read(request, 11));
+    EXPECT_TRUE(blocked.plainReadWrite());
+    EXPECT_TRUE(blocked.unreachable());
+    EXPECT_NE(blocked.problem().find("/dev/i2c-9: address 0x37 is claimed"), std::string::npos);
+
+    // With the user's permission the address is shared despite the driver.
+    I2CDevTransport forced(9, devices, clock, {.forceAddress = true});
+    const auto reply = forced.read(request, 11);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ((*reply)[9], 42);
+    EXPECT_EQ(forced.problem(), "");
+}
+
+TEST_F(FakeMachine, EdidAtTheEepromAddressIsReadWhole) {
+    platform::LinuxI2CDevices devices(fake.root());
+    std::string problem;
+    EXPECT_EQ(I2CDevTransport::readEdid(devices, nullptr, 5, &problem), dell);
+    EXPECT_FALSE(I2CDevTransport::readEdid(devices, nullptr, 7, &problem));
+    EXPECT_NE(problem.find("/dev/i2c-7: no answer"), std::string::npos);
+}
+
+TEST_F(FakeMachine, DisplayManagerFindsAndReadsTheMonitorsOverTheRealCalls) {
+    TempDir logs;
+    auto clock = std::make_shared<sim::VirtualClock>();
+    auto queue = std::make_shared<sim::ManualMainQueue>(*clock);
+    auto machine = platform::makeLinuxPlatform({fake.root(), false, queue});
+    machine.clock = clock;
+    machine.systemLog = std::make_shared<sim::MemorySystemLog>();
+    ScopedPlatform installed(machine);
+    auto ddc = std::make_shared<DDCManager>(clock, queue);
+    auto manager = std::make_shared<DisplayManager>(machine, ddc);
+    manager->enumerateDisplays();
+    queue->runPending();
+    const auto displays = manager->displays();
+
+    ASSERT_EQ(displays.size(), 2u); // the panel is the system's; VGA is unplugged
+    EXPECT_EQ(displays[0].name, "BenQ PD2700U");
+    EXPECT_EQ(displays[0].vendorID, 0x09D1u);
+    ASSERT_TRUE(displays[0].brightness);
+    EXPECT_EQ(displays[0].brightness->current, 60);
+    EXPECT_EQ(displays[1].id, 95u);
+    EXPECT_EQ(displays[1].name, "DELL U2720Q");
+    ASSERT_TRUE(displays[1].brightness);
+    EXPECT_EQ(displays[1].brightness->current, 30);
+
+    bool written = false;
+    ddc->write(displays[1].transport, VCPCode::brightness, 75, [&](bool ok) { written = ok; });
+    while (!written && queue->waitAndRun(std::chrono::seconds(5))) {
+    }
+    EXPECT_TRUE(written);
+    ddc->invalidateCache(*displays[1].transport);
+    const auto now = ddc->read(displays[1].transport, VCPCode::brightness);
+    ASSERT_TRUE(now);
+    EXPECT_EQ(now->current, 75);
+    manager.reset();
+    ddc.reset();
+}
+
+} // namespace
+} // namespace pw::test
