@@ -1,0 +1,184 @@
+#include "platform/linux/desktop/XRandrGamma.h"
+
+#include "platform/linux/desktop/RandrOutputs.h"
+#include "platform/linux/desktop/XConnection.h"
+
+#include <X11/Xlib.h>
+#include <X11/extensions/Xrandr.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace pw::linuxdesktop {
+
+namespace {
+
+constexpr std::string_view kCategory = "Display";
+
+// The value at position i of `to` evenly spaced points over a curve of `from` samples,
+// linearly interpolated. Both ends are kept exactly.
+template <typename Sample>
+double sampleAt(const Sample* curve, std::size_t from, std::size_t i, std::size_t to) {
+    if (from == 1 || to == 1) return static_cast<double>(curve[0]);
+    const double position =
+        static_cast<double>(i) * static_cast<double>(from - 1) / static_cast<double>(to - 1);
+    const auto below = static_cast<std::size_t>(position);
+    if (below + 1 >= from) return static_cast<double>(curve[from - 1]);
+    const double t = position - static_cast<double>(below);
+    return static_cast<double>(curve[below]) * (1 - t) + static_cast<double>(curve[below + 1]) * t;
+}
+
+unsigned short toServer(double sample) {
+    if (!(sample > 0)) return 0;
+    if (sample >= 1) return 65535;
+    return static_cast<unsigned short>(std::lround(sample * 65535.0));
+}
+
+} // namespace
+
+std::shared_ptr<XRandrGammaTables> XRandrGammaTables::create(const std::optional<std::string>& displayName,
+                                                             DisplaySource source, DesktopLog log) {
+    std::string whyNot;
+    auto connection = XConnection::open(displayName, whyNot);
+    if (connection && !hasRandr(*connection, whyNot)) connection.reset();
+    if (!connection) {
+        log.error(kCategory, "Dimming through X gamma ramps unavailable: " + whyNot);
+        return nullptr;
+    }
+    return std::shared_ptr<XRandrGammaTables>(
+        new XRandrGammaTables(std::move(connection), std::move(source), std::move(log)));
+}
+
+XRandrGammaTables::XRandrGammaTables(std::unique_ptr<XConnection> connection, DisplaySource source,
+                                     DesktopLog log)
+    : connection_(std::move(connection)), source_(std::move(source)), log_(std::move(log)) {}
+
+XRandrGammaTables::~XRandrGammaTables() {
+    std::lock_guard lock(mutex_);
+    restoreLocked();
+}
+
+std::optional<unsigned long> XRandrGammaTables::crtcFor(platform::DisplayID display) {
+    const auto outputs = activeOutputs(*connection_);
+    std::vector<OutputIdentity> identities;
+    for (const auto& output : outputs)
+        identities.push_back(output.identity);
+    const auto paired = pairOutputs(identities, source_);
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+        if (paired[i] == display) return outputs[i].crtc;
+    return std::nullopt;
+}
+
+std::optional<XRandrGammaTables::Ramp> XRandrGammaTables::readRamp(unsigned long crtc) {
+    Display* x = connection_->display();
+    int size = 0;
+    XRRCrtcGamma* gamma = nullptr;
+    const int error = connection_->checked([&] {
+        size = XRRGetCrtcGammaSize(x, crtc);
+        if (size > 0) gamma = XRRGetCrtcGamma(x, crtc);
+    });
+    std::optional<Ramp> ramp;
+    if (!error && gamma && size > 0) {
+        const auto n = static_cast<std::size_t>(size);
+        ramp = Ramp{{gamma->red, gamma->red + n},
+                    {gamma->green, gamma->green + n},
+                    {gamma->blue, gamma->blue + n}};
+    }
+    if (gamma) XRRFreeGamma(gamma);
+    return ramp;
+}
+
+bool XRandrGammaTables::writeRamp(unsigned long crtc, const Ramp& ramp) {
+    XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(ramp.red.size()));
+    if (!gamma) return false;
+    std::copy(ramp.red.begin(), ramp.red.end(), gamma->red);
+    std::copy(ramp.green.begin(), ramp.green.end(), gamma->green);
+    std::copy(ramp.blue.begin(), ramp.blue.end(), gamma->blue);
+    const int error =
+        connection_->checked([&] { XRRSetCrtcGamma(connection_->display(), crtc, gamma); });
+    XRRFreeGamma(gamma);
+    return error == 0;
+}
+
+std::int32_t XRandrGammaTables::getTransferByTable(platform::DisplayID display,
+                                                   std::uint32_t capacity, float* red,
+                                                   float* green, float* blue,
+                                                   std::uint32_t& sampleCount) {
+    std::lock_guard lock(mutex_);
+    const auto crtc = crtcFor(display);
+    if (!crtc) return kIllegalArgument;
+    const auto ramp = readRamp(*crtc);
+    if (!ramp) return kFailure;
+
+    // A longer ramp is resampled to the capacity, so the caller keeps the whole curve
+    // rather than its first part.
+    const std::size_t size = ramp->red.size();
+    const std::size_t count = std::min<std::size_t>(size, capacity);
+    auto fill = [&](const std::vector<unsigned short>& channel, float* out) {
+        for (std::size_t i = 0; i < count; ++i)
+            out[i] = static_cast<float>(sampleAt(channel.data(), size, i, count) / 65535.0);
+    };
+    fill(ramp->red, red);
+    fill(ramp->green, green);
+    fill(ramp->blue, blue);
+    sampleCount = static_cast<std::uint32_t>(count);
+    return 0;
+}
+
+std::int32_t XRandrGammaTables::setTransferByTable(platform::DisplayID display,
+                                                   std::uint32_t sampleCount, const float* red,
+                                                   const float* green, const float* blue) {
+    std::lock_guard lock(mutex_);
+    // An empty table would leave the CRTC half-set or black: refused.
+    if (sampleCount == 0) return kIllegalArgument;
+    const auto crtc = crtcFor(display);
+    if (!crtc) return kIllegalArgument;
+
+    auto original = originals_.find(*crtc);
+    if (original == originals_.end()) {
+        auto ramp = readRamp(*crtc);
+        if (!ramp) {
+            log_.error(kCategory, "Cannot read the gamma ramp of display " +
+                                      std::to_string(display) + ", not dimming it");
+            return kFailure;
+        }
+        original = originals_.emplace(*crtc, std::move(*ramp)).first;
+    }
+
+    const std::size_t size = original->second.red.size();
+    Ramp ramp;
+    auto stretch = [&](const float* samples, std::vector<unsigned short>& out) {
+        out.resize(size);
+        for (std::size_t i = 0; i < size; ++i)
+            out[i] = toServer(sampleAt(samples, sampleCount, i, size));
+    };
+    stretch(red, ramp.red);
+    stretch(green, ramp.green);
+    stretch(blue, ramp.blue);
+    if (!writeRamp(*crtc, ramp)) {
+        log_.error(kCategory, "The X server refused the gamma ramp of display " +
+                                  std::to_string(display));
+        return kFailure;
+    }
+    return 0;
+}
+
+void XRandrGammaTables::restoreColorSyncSettings() {
+    std::lock_guard lock(mutex_);
+    restoreLocked();
+}
+
+void XRandrGammaTables::restoreLocked() {
+    for (const auto& [crtc, ramp] : originals_)
+        if (!writeRamp(crtc, ramp))
+            log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");
+    originals_.clear();
+}
+
+bool XRandrGammaTables::holdsOriginal(platform::DisplayID display) {
+    std::lock_guard lock(mutex_);
+    const auto crtc = crtcFor(display);
+    return crtc && originals_.contains(*crtc);
+}
+
+} // namespace pw::linuxdesktop

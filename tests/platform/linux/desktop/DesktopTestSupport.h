@@ -1,0 +1,59 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace pw::test {
+
+// A helper program the test starts and stops: it writes one line on a descriptor it is
+// given (a display number, a bus address) once it is ready.
+class ChildProcess {
+public:
+    // Starts `argv`, passing the write end of a pipe as descriptor `readyFd` in the child,
+    // and waits (at most 20 s, by poll, no sleeping) for the first line written there.
+    // `argv` may name "{fd}" for the descriptor's number.
+    static std::optional<ChildProcess> start(std::vector<std::string> argv, int readyFd = 3);
+    ChildProcess(ChildProcess&& other) noexcept;
+    ChildProcess& operator=(ChildProcess&& other) noexcept;
+    ChildProcess(const ChildProcess&) = delete;
+    ~ChildProcess(); // SIGTERM and wait
+
+    const std::string& readyLine() const { return line_; }
+
+private:
+    ChildProcess(pid_t pid, std::string line) : pid_(pid), line_(std::move(line)) {}
+    pid_t pid_ = -1;
+    std::string line_;
+};
+
+// A private X server (Xvfb with RandR) on a display number it picks itself.
+class VirtualXServer {
+public:
+    // Nothing when Xvfb cannot be started.
+    static std::optional<VirtualXServer> start(const std::string& geometry = "1280x1024x24");
+    const std::string& name() const { return name_; } // ":N"
+
+private:
+    VirtualXServer(ChildProcess process, std::string name)
+        : process_(std::move(process)), name_(std::move(name)) {}
+    ChildProcess process_;
+    std::string name_;
+};
+
+// A private D-Bus daemon with the session bus configuration.
+class PrivateBus {
+public:
+    static std::optional<PrivateBus> start();
+    const std::string& address() const { return address_; }
+
+private:
+    PrivateBus(ChildProcess process, std::string address)
+        : process_(std::move(process)), address_(std::move(address)) {}
+    ChildProcess process_;
+    std::string address_;
+};
+
+} // namespace pw::test
