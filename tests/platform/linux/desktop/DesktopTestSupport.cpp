@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <systemd/sd-bus.h>
+
 #include <chrono>
 #include <cstring>
 
@@ -39,7 +41,8 @@ std::optional<ChildProcess> ChildProcess::start(std::vector<std::string> argv, i
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0) return std::nullopt;
     for (auto& arg : argv)
-        if (arg == "{fd}") arg = std::to_string(readyFd);
+        if (const auto at = arg.find("{fd}"); at != std::string::npos)
+            arg.replace(at, 4, std::to_string(readyFd));
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -97,6 +100,57 @@ std::optional<PrivateBus> PrivateBus::start() {
     if (!process || process->readyLine().empty()) return std::nullopt;
     std::string address = process->readyLine();
     return PrivateBus(std::move(*process), std::move(address));
+}
+
+std::unique_ptr<BusPeer> BusPeer::connect(const std::string& address, const char* name) {
+    std::unique_ptr<BusPeer> peer(new BusPeer);
+    if (sd_bus_new(&peer->bus_) < 0 || sd_bus_set_address(peer->bus_, address.c_str()) < 0 ||
+        sd_bus_set_bus_client(peer->bus_, 1) < 0 || sd_bus_start(peer->bus_) < 0)
+        return nullptr;
+    if (name && sd_bus_request_name(peer->bus_, name, 0) < 0) return nullptr;
+    const auto filter = [](sd_bus_message* message, void* self, sd_bus_error*) -> int {
+        std::uint8_t type = 0;
+        sd_bus_message_get_type(message, &type);
+        if (type != SD_BUS_MESSAGE_METHOD_CALL || !sd_bus_message_get_interface(message)) return 0;
+        Call call{sd_bus_message_get_member(message), 0};
+        sd_bus_message_read(message, "i", &call.argument);
+        static_cast<BusPeer*>(self)->calls_.emplace_back(sd_bus_message_get_interface(message),
+                                                         std::move(call));
+        return 0;
+    };
+    sd_bus_add_filter(peer->bus_, nullptr, filter, peer.get());
+    return peer;
+}
+
+BusPeer::~BusPeer() {
+    sd_bus_flush_close_unref(bus_);
+}
+
+std::vector<BusPeer::Call> BusPeer::waitForCalls(const char* interface, std::size_t count) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    auto matching = [&] {
+        std::vector<Call> found;
+        for (const auto& [name, call] : calls_)
+            if (name == interface) found.push_back(call);
+        return found;
+    };
+    while (matching().size() < count && std::chrono::steady_clock::now() < deadline) {
+        if (sd_bus_process(bus_, nullptr) > 0) continue;
+        sd_bus_wait(bus_, 100000);
+    }
+    return matching();
+}
+
+void BusPeer::emitBool(const char* path, const char* interface, const char* member, bool value) {
+    sd_bus_emit_signal(bus_, path, interface, member, "b", value ? 1 : 0);
+    sd_bus_flush(bus_);
+}
+
+void BusPeer::roundTrip() {
+    sd_bus_message* reply = nullptr;
+    sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                       "org.freedesktop.DBus", "GetId", nullptr, &reply, "");
+    sd_bus_message_unref(reply);
 }
 
 } // namespace pw::test

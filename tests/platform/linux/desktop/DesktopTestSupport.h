@@ -2,9 +2,12 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+struct sd_bus;
 
 namespace pw::test {
 
@@ -14,7 +17,7 @@ class ChildProcess {
 public:
     // Starts `argv`, passing the write end of a pipe as descriptor `readyFd` in the child,
     // and waits (at most 20 s, by poll, no sleeping) for the first line written there.
-    // `argv` may name "{fd}" for the descriptor's number.
+    // "{fd}" in an argument stands for the descriptor's number.
     static std::optional<ChildProcess> start(std::vector<std::string> argv, int readyFd = 3);
     ChildProcess(ChildProcess&& other) noexcept;
     ChildProcess& operator=(ChildProcess&& other) noexcept;
@@ -54,6 +57,32 @@ private:
         : process_(std::move(process)), address_(std::move(address)) {}
     ChildProcess process_;
     std::string address_;
+};
+
+// A program of the test's own on a private bus: it may own a name (a fake service),
+// records the method calls sent to it and emits signals. Used from one thread; its
+// messages are read only while the test waits for them.
+class BusPeer {
+public:
+    struct Call {
+        std::string member;
+        int argument = 0;
+    };
+    // Nothing when the bus cannot be reached or the name not owned.
+    static std::unique_ptr<BusPeer> connect(const std::string& address, const char* name = nullptr);
+    ~BusPeer();
+
+    // The calls of `interface` received so far, after reading the bus until there are at
+    // least `count` (at most 10 s).
+    std::vector<Call> waitForCalls(const char* interface, std::size_t count);
+    void emitBool(const char* path, const char* interface, const char* member, bool value);
+    // Waits for a reply of the bus daemon: what this peer sent before has been routed.
+    void roundTrip();
+
+private:
+    BusPeer() = default;
+    sd_bus* bus_ = nullptr;
+    std::vector<std::pair<std::string, Call>> calls_; // interface, call
 };
 
 } // namespace pw::test
