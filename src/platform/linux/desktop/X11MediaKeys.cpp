@@ -237,11 +237,15 @@ void TapState::run() {
         for (auto& command : pending)
             command();
 
-        while (XPending(x) > 0) {
+        while (!connection->lost() && XPending(x) > 0) {
             XEvent event;
             XNextEvent(x, &event);
             if (event.type == KeyPress || event.type == KeyRelease)
                 handleKey(event.xkey, event.type == KeyPress);
+        }
+        if (connection->lost()) {
+            log.error(kCategory, "The X server went away: media keys stop");
+            return;
         }
 
         int timeout = -1;

@@ -2,8 +2,11 @@
 
 #include <X11/Xlib.h>
 
+#include <unistd.h>
+
 #include <map>
 #include <mutex>
+#include <vector>
 
 namespace pw::linuxdesktop {
 
@@ -15,6 +18,8 @@ struct ErrorBook {
     std::mutex mutex;
     std::map<Display*, int> firstError; // present = ours; 0 = no error since last taken
     XErrorHandler previous = nullptr;
+    XIOErrorHandler previousIO = nullptr;
+    std::vector<Display*> lost; // records of dead connections Xlib cannot free
 };
 
 ErrorBook& book() {
@@ -37,6 +42,24 @@ int recordError(Display* display, XErrorEvent* event) {
     return previous ? previous(display, event) : 0;
 }
 
+// A server that goes away (the session ends, the server crashes) must not end the
+// program: Xlib would call exit() after these handlers. Ours are marked dead instead, and
+// every later request on them fails at once.
+int onConnectionLost(Display* display) {
+    XIOErrorHandler previous = nullptr;
+    {
+        auto& errors = book();
+        std::lock_guard lock(errors.mutex);
+        if (errors.firstError.contains(display)) return 0;
+        previous = errors.previousIO;
+    }
+    return previous ? previous(display) : 0;
+}
+
+void connectionLost(Display*, void* connection) {
+    static_cast<XConnection*>(connection)->markLost();
+}
+
 void installHandlerOnce() {
     static std::once_flag once;
     std::call_once(once, [] {
@@ -45,6 +68,7 @@ void installHandlerOnce() {
         auto& errors = book();
         std::lock_guard lock(errors.mutex);
         errors.previous = XSetErrorHandler(recordError);
+        errors.previousIO = XSetIOErrorHandler(onConnectionLost);
     });
 }
 
@@ -64,19 +88,27 @@ std::unique_ptr<XConnection> XConnection::open(const std::optional<std::string>&
         std::lock_guard lock(errors.mutex);
         errors.firstError[display] = 0;
     }
-    return std::unique_ptr<XConnection>(new XConnection(display));
+    std::unique_ptr<XConnection> connection(new XConnection(display));
+    XSetIOErrorExitHandler(display, connectionLost, connection.get());
+    return connection;
 }
 
 XConnection::~XConnection() {
     // Errors still on the way are collected first; once the entry is gone the address may
     // be handed to a new connection.
-    XSync(display_, False);
+    if (!lost()) XSync(display_, False);
     {
         auto& errors = book();
         std::lock_guard lock(errors.mutex);
         errors.firstError.erase(display_);
+        // Xlib cannot close a connection whose server went away (it waits for locks the
+        // failed request left behind): its socket is closed and the small record kept.
+        if (lost()) errors.lost.push_back(display_);
     }
-    XCloseDisplay(display_);
+    if (lost())
+        close(ConnectionNumber(display_));
+    else
+        XCloseDisplay(display_);
 }
 
 unsigned long XConnection::root() const {
@@ -98,7 +130,7 @@ int XConnection::takeError() {
 }
 
 void XConnection::sync() {
-    XSync(display_, False);
+    if (!lost()) XSync(display_, False);
 }
 
 int XConnection::badAccess() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -38,12 +39,20 @@ public:
         takeError();
         requests();
         sync();
-        return takeError();
+        const int error = takeError();
+        return error ? error : lost() ? kLostConnection : 0;
     }
+    // What `checked` answers once the server has gone away (no X error code is this high).
+    static constexpr int kLostConnection = 1000;
 
     // The first error recorded since the last call, then forgotten.
     int takeError();
     void sync();
+
+    // The server went away (session end, crash). Xlib would end the program; ours only
+    // fail from then on, and their users report the feature gone.
+    bool lost() const { return lost_; }
+    void markLost() { lost_ = true; }
 
     // The X error code a grab of a key someone else holds gets.
     static int badAccess();
@@ -51,6 +60,7 @@ public:
 private:
     explicit XConnection(_XDisplay* display) : display_(display) {}
     _XDisplay* display_;
+    std::atomic<bool> lost_{false};
 };
 
 } // namespace pw::linuxdesktop

@@ -105,6 +105,7 @@ std::int32_t XRandrGammaTables::getTransferByTable(platform::DisplayID display,
                                                    float* green, float* blue,
                                                    std::uint32_t& sampleCount) {
     std::lock_guard lock(mutex_);
+    if (connection_->lost()) return kCannotComplete;
     const auto crtc = crtcFor(display);
     if (!crtc) return kIllegalArgument;
     const auto ramp = readRamp(*crtc);
@@ -131,6 +132,7 @@ std::int32_t XRandrGammaTables::setTransferByTable(platform::DisplayID display,
     std::lock_guard lock(mutex_);
     // An empty table would leave the CRTC half-set or black: refused.
     if (sampleCount == 0) return kIllegalArgument;
+    if (connection_->lost()) return kCannotComplete;
     const auto crtc = crtcFor(display);
     if (!crtc) return kIllegalArgument;
 
@@ -169,6 +171,8 @@ void XRandrGammaTables::restoreColorSyncSettings() {
 }
 
 void XRandrGammaTables::restoreLocked() {
+    // A server that went away took its ramps with it.
+    if (connection_->lost()) originals_.clear();
     for (const auto& [crtc, ramp] : originals_)
         if (!writeRamp(crtc, ramp))
             log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");

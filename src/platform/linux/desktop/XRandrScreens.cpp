@@ -127,6 +127,7 @@ std::optional<XRandrScreens::WorkArea> XRandrScreens::workArea() {
 
 std::vector<platform::Screen> XRandrScreens::screens() {
     std::lock_guard lock(mutex_);
+    if (connection_->lost()) return {};
     const auto outputs = activeOutputs(*connection_);
     std::vector<OutputIdentity> identities;
     for (const auto& output : outputs)
@@ -142,6 +143,7 @@ std::optional<platform::Screen> XRandrScreens::mainScreen() {
 
 platform::Point XRandrScreens::pointerLocation() {
     std::lock_guard lock(mutex_);
+    if (connection_->lost()) return {};
     Display* x = connection_->display();
     Window rootReturn = 0, child = 0;
     int rootX = 0, rootY = 0, winX = 0, winY = 0;
@@ -151,7 +153,8 @@ platform::Point XRandrScreens::pointerLocation() {
         return {}; // the pointer is on another X screen
     const auto base = origin(activeOutputs(*connection_),
                              static_cast<unsigned>(DisplayHeight(x, DefaultScreen(x))));
-    return {rootX - base.x, base.y - rootY - 1};
+    // The centre of the pixel: inside the screen whichever of its edges a caller counts.
+    return {rootX - base.x + 0.5, base.y - rootY - 0.5};
 }
 
 } // namespace pw::linuxdesktop

@@ -20,9 +20,9 @@ class XConnection;
 // connector id or EDID (DisplayPairing.h), named after its output ("HDMI-1").
 //
 // Coordinates are turned into the program's convention: y grows upwards and the primary
-// output's bottom-left corner is the origin. The pointer is given as the bottom edge of
-// the pixel row it is on, so a screen's frame contains it exactly when the pointer is on
-// that screen. The visible frame is the desktop's work area (_NET_WORKAREA of the current
+// output's bottom-left corner is the origin. The pointer is given as the centre of the
+// pixel it is on, so it lies inside the frame of the screen it is on whether a caller
+// counts a frame's lower or upper edge as inside. The visible frame is the desktop's work area (_NET_WORKAREA of the current
 // desktop, set by the window manager) cut to the screen; without one it is the frame.
 class XRandrScreens {
 public:

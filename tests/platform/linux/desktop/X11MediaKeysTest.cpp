@@ -263,6 +263,18 @@ TEST_F(X11MediaKeysTest, KeysHeldByAnotherProgramAreNamedAndLeftToIt) {
     EXPECT_EQ(presses[0], desk->code("XF86AudioMute"));
 }
 
+TEST_F(X11MediaKeysTest, ServerGoingAwayStopsTheKeysNotTheProgram) {
+    tap = startTap();
+    ASSERT_TRUE(tap);
+    desk.reset();
+    server.reset();
+    // The tap's thread notices on its own; tearing the tap down waits for it.
+    tap.reset();
+    const auto lines = log->messages("Keyboard");
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "The X server went away: media keys stop"),
+              lines.end());
+}
+
 TEST(X11MediaKeysStart, NoServerIsOneLineAndNoTap) {
     auto log = std::make_shared<sim::MemorySystemLog>();
     X11EventTaps taps(":4093", DesktopLog{log});

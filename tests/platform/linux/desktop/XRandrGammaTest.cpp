@@ -152,6 +152,19 @@ TEST_F(XRandrGammaTest, GoingAwayGivesTheRampBack) {
     EXPECT_EQ(probe->red()[255], 65535);
 }
 
+TEST_F(XRandrGammaTest, ServerGoingAwayIsAnErrorNotTheEndOfTheProgram) {
+    std::vector<float> half(256, 0.5f);
+    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+    probe.reset();
+    server.reset(); // the session ends under us
+    std::uint32_t count = 0;
+    EXPECT_NE(tables->getTransferByTable(kDisplay, 256, half.data(), half.data(), half.data(), count), 0);
+    EXPECT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()),
+              XRandrGammaTables::kCannotComplete);
+    tables->restoreColorSyncSettings();
+    tables.reset();
+}
+
 TEST(XRandrGammaStart, NoServerIsOneLineAndNoTables) {
     auto log = std::make_shared<sim::MemorySystemLog>();
     EXPECT_FALSE(XRandrGammaTables::create(":4093", DisplaySource{}, DesktopLog{log}));

@@ -99,13 +99,13 @@ TEST_F(XRandrScreensTest, ScreenPointerAndWorkAreaOfTheServer) {
     // The top-left and bottom-right pixels are both on the screen.
     warp(0, 0);
     auto pointer = screens->pointerLocation();
-    EXPECT_EQ(pointer.x, 0);
-    EXPECT_EQ(pointer.y, 1023);
+    EXPECT_EQ(pointer.x, 0.5);
+    EXPECT_EQ(pointer.y, 1023.5);
     EXPECT_TRUE(all[0].frame.contains(pointer));
     warp(1279, 1023);
     pointer = screens->pointerLocation();
-    EXPECT_EQ(pointer.x, 1279);
-    EXPECT_EQ(pointer.y, 0);
+    EXPECT_EQ(pointer.x, 1279.5);
+    EXPECT_EQ(pointer.y, 0.5);
     EXPECT_TRUE(all[0].frame.contains(pointer));
 
     // A window manager's 24-pixel top panel, on the second of two desktops.
