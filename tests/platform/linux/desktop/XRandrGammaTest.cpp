@@ -1,5 +1,7 @@
 #include "platform/linux/desktop/XRandrGamma.h"
 
+#include "platform/linux/desktop/GammaChoice.h"
+
 #include "DesktopTestSupport.h"
 #include "platform/sim/MemorySystemLog.h"
 
@@ -171,6 +173,22 @@ TEST(XRandrGammaStart, NoServerIsOneLineAndNoTables) {
     const auto lines = log->messages("Display");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], "Dimming through X gamma ramps unavailable: no X server at \":4093\"");
+}
+
+TEST_F(XRandrGammaTest, TheSessionDecidesOnceWhetherAndHowToDim) {
+    SessionFacts x11{"x11", false, server->name()};
+    log->clear();
+    EXPECT_TRUE(chooseGamma(x11, oneDisplay(), DesktopLog{log}));
+    // A Wayland session's X server is not asked, even though one answers.
+    SessionFacts wayland{"", true, server->name()};
+    EXPECT_FALSE(chooseGamma(wayland, oneDisplay(), DesktopLog{log}));
+    EXPECT_FALSE(chooseGamma(SessionFacts{"tty", false, std::nullopt}, oneDisplay(), DesktopLog{log}));
+    EXPECT_EQ(log->messages("Display"),
+              (std::vector<std::string>{
+                  "Dimming through the X server's gamma ramps",
+                  "Dimming unavailable: this Wayland session gives programs no gamma tables; "
+                  "brightness stays within each monitor's own range",
+                  "Dimming unavailable: no X server in this session"}));
 }
 
 } // namespace
