@@ -7,32 +7,12 @@
 #include <X11/extensions/Xrandr.h>
 
 #include <algorithm>
-#include <cmath>
 
 namespace pw::linuxdesktop {
 
 namespace {
 
 constexpr std::string_view kCategory = "Display";
-
-// The value at position i of `to` evenly spaced points over a curve of `from` samples,
-// linearly interpolated. Both ends are kept exactly.
-template <typename Sample>
-double sampleAt(const Sample* curve, std::size_t from, std::size_t i, std::size_t to) {
-    if (from == 1 || to == 1) return static_cast<double>(curve[0]);
-    const double position =
-        static_cast<double>(i) * static_cast<double>(from - 1) / static_cast<double>(to - 1);
-    const auto below = static_cast<std::size_t>(position);
-    if (below + 1 >= from) return static_cast<double>(curve[from - 1]);
-    const double t = position - static_cast<double>(below);
-    return static_cast<double>(curve[below]) * (1 - t) + static_cast<double>(curve[below + 1]) * t;
-}
-
-unsigned short toServer(double sample) {
-    if (!(sample > 0)) return 0;
-    if (sample >= 1) return 65535;
-    return static_cast<unsigned short>(std::lround(sample * 65535.0));
-}
 
 } // namespace
 
@@ -69,7 +49,7 @@ std::optional<unsigned long> XRandrGammaTables::crtcFor(platform::DisplayID disp
     return std::nullopt;
 }
 
-std::optional<XRandrGammaTables::Ramp> XRandrGammaTables::readRamp(unsigned long crtc) {
+std::optional<GammaRamp> XRandrGammaTables::readCrtc(unsigned long crtc) {
     Display* x = connection_->display();
     int size = 0;
     XRRCrtcGamma* gamma = nullptr;
@@ -77,10 +57,10 @@ std::optional<XRandrGammaTables::Ramp> XRandrGammaTables::readRamp(unsigned long
         size = XRRGetCrtcGammaSize(x, crtc);
         if (size > 0) gamma = XRRGetCrtcGamma(x, crtc);
     });
-    std::optional<Ramp> ramp;
+    std::optional<GammaRamp> ramp;
     if (!error && gamma && size > 0) {
         const auto n = static_cast<std::size_t>(size);
-        ramp = Ramp{{gamma->red, gamma->red + n},
+        ramp = GammaRamp{{gamma->red, gamma->red + n},
                     {gamma->green, gamma->green + n},
                     {gamma->blue, gamma->blue + n}};
     }
@@ -88,7 +68,7 @@ std::optional<XRandrGammaTables::Ramp> XRandrGammaTables::readRamp(unsigned long
     return ramp;
 }
 
-bool XRandrGammaTables::writeRamp(unsigned long crtc, const Ramp& ramp) {
+bool XRandrGammaTables::writeRamp(unsigned long crtc, const GammaRamp& ramp) {
     XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(ramp.red.size()));
     if (!gamma) return false;
     std::copy(ramp.red.begin(), ramp.red.end(), gamma->red);
@@ -108,20 +88,13 @@ std::int32_t XRandrGammaTables::getTransferByTable(platform::DisplayID display,
     if (connection_->lost()) return kCannotComplete;
     const auto crtc = crtcFor(display);
     if (!crtc) return kIllegalArgument;
-    const auto ramp = readRamp(*crtc);
+    const auto ramp = readCrtc(*crtc);
     if (!ramp) return kFailure;
 
     // A longer ramp is resampled to the capacity, so the caller keeps the whole curve
     // rather than its first part.
-    const std::size_t size = ramp->red.size();
-    const std::size_t count = std::min<std::size_t>(size, capacity);
-    auto fill = [&](const std::vector<unsigned short>& channel, float* out) {
-        for (std::size_t i = 0; i < count; ++i)
-            out[i] = static_cast<float>(sampleAt(channel.data(), size, i, count) / 65535.0);
-    };
-    fill(ramp->red, red);
-    fill(ramp->green, green);
-    fill(ramp->blue, blue);
+    const std::size_t count = std::min<std::size_t>(ramp->size(), capacity);
+    readRamp(*ramp, count, red, green, blue);
     sampleCount = static_cast<std::uint32_t>(count);
     return 0;
 }
@@ -138,7 +111,7 @@ std::int32_t XRandrGammaTables::setTransferByTable(platform::DisplayID display,
 
     auto original = originals_.find(*crtc);
     if (original == originals_.end()) {
-        auto ramp = readRamp(*crtc);
+        auto ramp = readCrtc(*crtc);
         if (!ramp) {
             log_.error(kCategory, "Cannot read the gamma ramp of display " +
                                       std::to_string(display) + ", not dimming it");
@@ -147,16 +120,7 @@ std::int32_t XRandrGammaTables::setTransferByTable(platform::DisplayID display,
         original = originals_.emplace(*crtc, std::move(*ramp)).first;
     }
 
-    const std::size_t size = original->second.red.size();
-    Ramp ramp;
-    auto stretch = [&](const float* samples, std::vector<unsigned short>& out) {
-        out.resize(size);
-        for (std::size_t i = 0; i < size; ++i)
-            out[i] = toServer(sampleAt(samples, sampleCount, i, size));
-    };
-    stretch(red, ramp.red);
-    stretch(green, ramp.green);
-    stretch(blue, ramp.blue);
+    const auto ramp = stretchTable(sampleCount, red, green, blue, original->second.size());
     if (!writeRamp(*crtc, ramp)) {
         log_.error(kCategory, "The X server refused the gamma ramp of display " +
                                   std::to_string(display));

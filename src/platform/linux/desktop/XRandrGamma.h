@@ -10,6 +10,7 @@
 #include "platform/Gamma.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/DisplayPairing.h"
+#include "platform/linux/desktop/GammaRamp.h"
 
 namespace pw::linuxdesktop {
 
@@ -50,21 +51,18 @@ public:
     bool holdsOriginal(platform::DisplayID display);
 
 private:
-    struct Ramp {
-        std::vector<unsigned short> red, green, blue;
-    };
     XRandrGammaTables(std::unique_ptr<XConnection> connection, DisplaySource source,
                       DesktopLog log);
     std::optional<unsigned long> crtcFor(platform::DisplayID display);
-    std::optional<Ramp> readRamp(unsigned long crtc);
-    bool writeRamp(unsigned long crtc, const Ramp& ramp);
+    std::optional<GammaRamp> readCrtc(unsigned long crtc);
+    bool writeRamp(unsigned long crtc, const GammaRamp& ramp);
     void restoreLocked();
 
     std::mutex mutex_;
     std::unique_ptr<XConnection> connection_;
     DisplaySource source_;
     DesktopLog log_;
-    std::map<unsigned long, Ramp> originals_; // by CRTC
+    std::map<unsigned long, GammaRamp> originals_; // by CRTC
 };
 
 } // namespace pw::linuxdesktop
