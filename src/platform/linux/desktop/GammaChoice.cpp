@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/GammaChoice.h"
 
+#include "platform/linux/desktop/MutterGamma.h"
 #include "platform/linux/desktop/XRandrGamma.h"
 
 #include <cstdlib>
@@ -24,7 +25,12 @@ SessionFacts SessionFacts::fromEnvironment() {
 }
 
 std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
+                                                   const std::optional<std::string>& busAddress,
                                                    DisplaySource source, DesktopLog log) {
+    if (auto mutter = MutterGammaTables::create(busAddress, source, log)) {
+        log.info(kCategory, "Dimming through GNOME's display configuration");
+        return mutter;
+    }
     if (session.wayland()) {
         log.info(kCategory, "Dimming unavailable: this Wayland session gives programs no gamma "
                             "tables; brightness stays within each monitor's own range");

@@ -21,13 +21,16 @@ struct SessionFacts {
     bool wayland() const { return sessionType == "wayland" || (sessionType.empty() && hasWaylandDisplay); }
 };
 
-// Picks, once, how this session dims in software, and says so in one log line:
-//  - an X11 session: the CRTC gamma ramps of the X server (XRandrGammaTables);
-//  - a Wayland session: none; compositors do not give programs the gamma of their
-//    outputs through X (the X server of a Wayland session only pretends to have it);
+// Picks, once, how this session dims in software, and says so in the log:
+//  - GNOME (X11 or Wayland), when its display configuration answers on the session bus
+//    (or the bus at `busAddress`): Mutter's CRTC gamma (MutterGammaTables);
+//  - else an X11 session: the CRTC gamma ramps of the X server (XRandrGammaTables);
+//  - else a Wayland session: none; other compositors give programs no gamma through X
+//    (the X server of a Wayland session only pretends to have it);
 //  - no X server or no RandR: none.
-// Null means "dimming unavailable"; the line says why.
+// Null means "dimming unavailable"; a line says why.
 std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
+                                                   const std::optional<std::string>& busAddress,
                                                    DisplaySource source, DesktopLog log);
 
 } // namespace pw::linuxdesktop

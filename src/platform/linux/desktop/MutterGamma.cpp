@@ -1,0 +1,233 @@
+#include "platform/linux/desktop/MutterGamma.h"
+
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace pw::linuxdesktop {
+
+namespace {
+
+constexpr std::string_view kCategory = "Display";
+constexpr const char* kService = "org.gnome.Mutter.DisplayConfig";
+constexpr const char* kObject = "/org/gnome/Mutter/DisplayConfig";
+constexpr const char* kInterface = "org.gnome.Mutter.DisplayConfig";
+
+struct MessageRef {
+    sd_bus_message* message = nullptr;
+    ~MessageRef() { sd_bus_message_unref(message); }
+};
+
+// What GetResources says: the configuration serial and the outputs that a CRTC drives.
+struct Resources {
+    std::uint32_t serial = 0;
+    std::vector<OutputIdentity> outputs;
+    std::vector<std::uint32_t> crtcs; // per output
+};
+
+// The output's properties (a{sv}): only "edid" (ay) is taken.
+int readEdid(sd_bus_message* reply, std::vector<std::uint8_t>& edid) {
+    int r = sd_bus_message_enter_container(reply, 'a', "{sv}");
+    if (r < 0) return r;
+    while ((r = sd_bus_message_enter_container(reply, 'e', "sv")) > 0) {
+        const char* key = nullptr;
+        if ((r = sd_bus_message_read(reply, "s", &key)) < 0) return r;
+        if (std::strcmp(key, "edid") == 0 && sd_bus_message_enter_container(reply, 'v', "ay") > 0) {
+            const void* bytes = nullptr;
+            std::size_t size = 0;
+            if ((r = sd_bus_message_read_array(reply, 'y', &bytes, &size)) < 0) return r;
+            const auto* first = static_cast<const std::uint8_t*>(bytes);
+            edid.assign(first, first + size);
+            if ((r = sd_bus_message_exit_container(reply)) < 0) return r;
+        } else if ((r = sd_bus_message_skip(reply, "v")) < 0) {
+            return r;
+        }
+        if ((r = sd_bus_message_exit_container(reply)) < 0) return r;
+    }
+    if (r < 0) return r;
+    return sd_bus_message_exit_container(reply);
+}
+
+int readResources(sd_bus_message* reply, Resources& resources) {
+    int r = sd_bus_message_read(reply, "u", &resources.serial);
+    if (r < 0) return r;
+    if ((r = sd_bus_message_skip(reply, "a(uxiiiiiuaua{sv})")) < 0) return r;
+    if ((r = sd_bus_message_enter_container(reply, 'a', "(uxiausauaua{sv})")) < 0) return r;
+    while ((r = sd_bus_message_enter_container(reply, 'r', "uxiausauaua{sv}")) > 0) {
+        std::uint32_t id = 0;
+        std::int64_t winsys = 0;
+        std::int32_t crtc = -1;
+        const char* name = nullptr;
+        OutputIdentity output;
+        if ((r = sd_bus_message_read(reply, "uxi", &id, &winsys, &crtc)) < 0) return r;
+        if ((r = sd_bus_message_skip(reply, "au")) < 0) return r;
+        if ((r = sd_bus_message_read(reply, "s", &name)) < 0) return r;
+        if ((r = sd_bus_message_skip(reply, "auau")) < 0) return r;
+        if ((r = readEdid(reply, output.edid)) < 0) return r;
+        if ((r = sd_bus_message_exit_container(reply)) < 0) return r;
+        if (crtc < 0) continue; // not lit
+        output.name = name ? name : "";
+        resources.outputs.push_back(std::move(output));
+        resources.crtcs.push_back(static_cast<std::uint32_t>(crtc));
+    }
+    return r;
+}
+
+std::string busError(const sd_bus_error& error, int result) {
+    return error.message ? error.message : std::strerror(-result);
+}
+
+} // namespace
+
+std::shared_ptr<MutterGammaTables> MutterGammaTables::create(const std::optional<std::string>& busAddress,
+                                                             DisplaySource source, DesktopLog log) {
+    std::string whyNot;
+    auto bus = openBus(busAddress, BusKind::session, whyNot);
+    std::optional<bool> present;
+    if (bus) present = nameHasOwner(bus.get(), kService, whyNot);
+    if (!present || !*present) {
+        log.info(kCategory, "Dimming through GNOME's display configuration unavailable (" +
+                                (present ? std::string(kService) + " is not on the session bus"
+                                         : whyNot) +
+                                ")");
+        return nullptr;
+    }
+    return std::shared_ptr<MutterGammaTables>(
+        new MutterGammaTables(std::move(bus), std::move(source), std::move(log)));
+}
+
+MutterGammaTables::MutterGammaTables(BusConnection bus, DisplaySource source, DesktopLog log)
+    : bus_(std::move(bus)), source_(std::move(source)), log_(std::move(log)) {}
+
+MutterGammaTables::~MutterGammaTables() {
+    std::lock_guard lock(mutex_);
+    restoreLocked();
+}
+
+std::optional<MutterGammaTables::Target> MutterGammaTables::targetFor(platform::DisplayID display) {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    MessageRef reply;
+    int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", &error,
+                               &reply.message, "");
+    Resources resources;
+    if (r >= 0) r = readResources(reply.message, resources);
+    if (r < 0) {
+        log_.error(kCategory, "GNOME's display configuration did not answer: " + busError(error, r));
+        sd_bus_error_free(&error);
+        return std::nullopt;
+    }
+    sd_bus_error_free(&error);
+    const auto paired = pairOutputs(resources.outputs, source_);
+    for (std::size_t i = 0; i < paired.size(); ++i)
+        if (paired[i] == display) return Target{resources.serial, resources.crtcs[i]};
+    return std::nullopt;
+}
+
+std::optional<GammaRamp> MutterGammaTables::readCrtc(const Target& target) {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    MessageRef reply;
+    int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetCrtcGamma", &error,
+                               &reply.message, "uu", target.serial, target.crtc);
+    GammaRamp ramp;
+    std::vector<std::uint16_t>* channels[] = {&ramp.red, &ramp.green, &ramp.blue};
+    for (auto* channel : channels) {
+        if (r < 0) break;
+        const void* samples = nullptr;
+        std::size_t bytes = 0;
+        r = sd_bus_message_read_array(reply.message, 'q', &samples, &bytes);
+        if (r >= 0) {
+            const auto* first = static_cast<const std::uint16_t*>(samples);
+            channel->assign(first, first + bytes / sizeof(std::uint16_t));
+        }
+    }
+    sd_bus_error_free(&error);
+    if (r < 0 || ramp.size() == 0 || ramp.green.size() != ramp.size() ||
+        ramp.blue.size() != ramp.size())
+        return std::nullopt;
+    return ramp;
+}
+
+bool MutterGammaTables::writeRamp(const Target& target, const GammaRamp& ramp) {
+    MessageRef call;
+    int r = sd_bus_message_new_method_call(bus_.get(), &call.message, kService, kObject, kInterface,
+                                           "SetCrtcGamma");
+    if (r >= 0) r = sd_bus_message_append(call.message, "uu", target.serial, target.crtc);
+    for (const auto* channel : {&ramp.red, &ramp.green, &ramp.blue})
+        if (r >= 0)
+            r = sd_bus_message_append_array(call.message, 'q', channel->data(),
+                                            channel->size() * sizeof(std::uint16_t));
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    MessageRef reply;
+    if (r >= 0) r = sd_bus_call(bus_.get(), call.message, 0, &error, &reply.message);
+    sd_bus_error_free(&error);
+    return r >= 0;
+}
+
+std::int32_t MutterGammaTables::getTransferByTable(platform::DisplayID display,
+                                                   std::uint32_t capacity, float* red,
+                                                   float* green, float* blue,
+                                                   std::uint32_t& sampleCount) {
+    std::lock_guard lock(mutex_);
+    const auto target = targetFor(display);
+    if (!target) return kIllegalArgument;
+    const auto ramp = readCrtc(*target);
+    if (!ramp) return kFailure;
+    const std::size_t count = std::min<std::size_t>(ramp->size(), capacity);
+    readRamp(*ramp, count, red, green, blue);
+    sampleCount = static_cast<std::uint32_t>(count);
+    return 0;
+}
+
+std::int32_t MutterGammaTables::setTransferByTable(platform::DisplayID display,
+                                                   std::uint32_t sampleCount, const float* red,
+                                                   const float* green, const float* blue) {
+    std::lock_guard lock(mutex_);
+    if (sampleCount == 0) return kIllegalArgument;
+    const auto target = targetFor(display);
+    if (!target) return kIllegalArgument;
+    auto original = originals_.find(target->crtc);
+    if (original == originals_.end()) {
+        auto ramp = readCrtc(*target);
+        if (!ramp) {
+            log_.error(kCategory, "Cannot read the gamma ramp of display " +
+                                      std::to_string(display) + ", not dimming it");
+            return kFailure;
+        }
+        original = originals_.emplace(target->crtc, std::move(*ramp)).first;
+    }
+    if (!writeRamp(*target, stretchTable(sampleCount, red, green, blue, original->second.size()))) {
+        log_.error(kCategory, "GNOME refused the gamma ramp of display " + std::to_string(display));
+        return kFailure;
+    }
+    return 0;
+}
+
+void MutterGammaTables::restoreColorSyncSettings() {
+    std::lock_guard lock(mutex_);
+    restoreLocked();
+}
+
+std::optional<std::uint32_t> MutterGammaTables::currentSerial() {
+    MessageRef reply;
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    std::uint32_t serial = 0;
+    int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", &error,
+                               &reply.message, "");
+    if (r >= 0) r = sd_bus_message_read(reply.message, "u", &serial);
+    sd_bus_error_free(&error);
+    if (r < 0) return std::nullopt;
+    return serial;
+}
+
+void MutterGammaTables::restoreLocked() {
+    if (originals_.empty()) return;
+    // The serial names the configuration now in force; CRTC ids outlive it.
+    if (const auto serial = currentSerial())
+        for (const auto& [crtc, ramp] : originals_)
+            if (!writeRamp(Target{*serial, crtc}, ramp))
+                log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");
+    originals_.clear();
+}
+
+} // namespace pw::linuxdesktop
