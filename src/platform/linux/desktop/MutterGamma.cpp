@@ -83,14 +83,10 @@ std::string busError(const sd_bus_error& error, int result) {
 std::shared_ptr<MutterGammaTables> MutterGammaTables::create(const std::optional<std::string>& busAddress,
                                                              DisplaySource source, DesktopLog log) {
     std::string whyNot;
-    auto bus = openBus(busAddress, BusKind::session, whyNot);
-    std::optional<bool> present;
-    if (bus) present = nameHasOwner(bus.get(), kService, whyNot);
-    if (!present || !*present) {
+    auto bus = openServiceBus(busAddress, BusKind::session, kService, whyNot);
+    if (!bus) {
         log.info(kCategory, "Dimming through GNOME's display configuration unavailable (" +
-                                (present ? std::string(kService) + " is not on the session bus"
-                                         : whyNot) +
-                                ")");
+                                whyNot + ")");
         return nullptr;
     }
     return std::shared_ptr<MutterGammaTables>(
@@ -98,14 +94,13 @@ std::shared_ptr<MutterGammaTables> MutterGammaTables::create(const std::optional
 }
 
 MutterGammaTables::MutterGammaTables(BusConnection bus, DisplaySource source, DesktopLog log)
-    : bus_(std::move(bus)), source_(std::move(source)), log_(std::move(log)) {}
+    : CrtcGammaTables(std::move(log), "GNOME"), bus_(std::move(bus)), source_(std::move(source)) {}
 
 MutterGammaTables::~MutterGammaTables() {
-    std::lock_guard lock(mutex_);
-    restoreLocked();
+    restoreNow();
 }
 
-std::optional<MutterGammaTables::Target> MutterGammaTables::targetFor(platform::DisplayID display) {
+std::optional<std::uint32_t> MutterGammaTables::crtcFor(platform::DisplayID display) {
     sd_bus_error error = SD_BUS_ERROR_NULL;
     MessageRef reply;
     int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", &error,
@@ -113,22 +108,23 @@ std::optional<MutterGammaTables::Target> MutterGammaTables::targetFor(platform::
     Resources resources;
     if (r >= 0) r = readResources(reply.message, resources);
     if (r < 0) {
-        log_.error(kCategory, "GNOME's display configuration did not answer: " + busError(error, r));
+        log().error(kCategory, "GNOME's display configuration did not answer: " + busError(error, r));
         sd_bus_error_free(&error);
         return std::nullopt;
     }
     sd_bus_error_free(&error);
+    serial_ = resources.serial;
     const auto paired = pairOutputs(resources.outputs, source_);
     for (std::size_t i = 0; i < paired.size(); ++i)
-        if (paired[i] == display) return Target{resources.serial, resources.crtcs[i]};
+        if (paired[i] == display) return resources.crtcs[i];
     return std::nullopt;
 }
 
-std::optional<GammaRamp> MutterGammaTables::readCrtc(const Target& target) {
+std::optional<GammaRamp> MutterGammaTables::readCrtc(std::uint32_t crtc) {
     sd_bus_error error = SD_BUS_ERROR_NULL;
     MessageRef reply;
     int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetCrtcGamma", &error,
-                               &reply.message, "uu", target.serial, target.crtc);
+                               &reply.message, "uu", serial_, crtc);
     GammaRamp ramp;
     std::vector<std::uint16_t>* channels[] = {&ramp.red, &ramp.green, &ramp.blue};
     for (auto* channel : channels) {
@@ -148,11 +144,11 @@ std::optional<GammaRamp> MutterGammaTables::readCrtc(const Target& target) {
     return ramp;
 }
 
-bool MutterGammaTables::writeRamp(const Target& target, const GammaRamp& ramp) {
+bool MutterGammaTables::writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) {
     MessageRef call;
     int r = sd_bus_message_new_method_call(bus_.get(), &call.message, kService, kObject, kInterface,
                                            "SetCrtcGamma");
-    if (r >= 0) r = sd_bus_message_append(call.message, "uu", target.serial, target.crtc);
+    if (r >= 0) r = sd_bus_message_append(call.message, "uu", serial_, crtc);
     for (const auto* channel : {&ramp.red, &ramp.green, &ramp.blue})
         if (r >= 0)
             r = sd_bus_message_append_array(call.message, 'q', channel->data(),
@@ -164,70 +160,13 @@ bool MutterGammaTables::writeRamp(const Target& target, const GammaRamp& ramp) {
     return r >= 0;
 }
 
-std::int32_t MutterGammaTables::getTransferByTable(platform::DisplayID display,
-                                                   std::uint32_t capacity, float* red,
-                                                   float* green, float* blue,
-                                                   std::uint32_t& sampleCount) {
-    std::lock_guard lock(mutex_);
-    const auto target = targetFor(display);
-    if (!target) return kIllegalArgument;
-    const auto ramp = readCrtc(*target);
-    if (!ramp) return kFailure;
-    const std::size_t count = std::min<std::size_t>(ramp->size(), capacity);
-    readRamp(*ramp, count, red, green, blue);
-    sampleCount = static_cast<std::uint32_t>(count);
-    return 0;
-}
-
-std::int32_t MutterGammaTables::setTransferByTable(platform::DisplayID display,
-                                                   std::uint32_t sampleCount, const float* red,
-                                                   const float* green, const float* blue) {
-    std::lock_guard lock(mutex_);
-    if (sampleCount == 0) return kIllegalArgument;
-    const auto target = targetFor(display);
-    if (!target) return kIllegalArgument;
-    auto original = originals_.find(target->crtc);
-    if (original == originals_.end()) {
-        auto ramp = readCrtc(*target);
-        if (!ramp) {
-            log_.error(kCategory, "Cannot read the gamma ramp of display " +
-                                      std::to_string(display) + ", not dimming it");
-            return kFailure;
-        }
-        original = originals_.emplace(target->crtc, std::move(*ramp)).first;
-    }
-    if (!writeRamp(*target, stretchTable(sampleCount, red, green, blue, original->second.size()))) {
-        log_.error(kCategory, "GNOME refused the gamma ramp of display " + std::to_string(display));
-        return kFailure;
-    }
-    return 0;
-}
-
-void MutterGammaTables::restoreColorSyncSettings() {
-    std::lock_guard lock(mutex_);
-    restoreLocked();
-}
-
-std::optional<std::uint32_t> MutterGammaTables::currentSerial() {
+void MutterGammaTables::beforeRestore() {
     MessageRef reply;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
     std::uint32_t serial = 0;
-    int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", &error,
-                               &reply.message, "");
-    if (r >= 0) r = sd_bus_message_read(reply.message, "u", &serial);
-    sd_bus_error_free(&error);
-    if (r < 0) return std::nullopt;
-    return serial;
-}
-
-void MutterGammaTables::restoreLocked() {
-    if (originals_.empty()) return;
-    // The serial names the configuration now in force; CRTC ids outlive it.
-    if (const auto serial = currentSerial())
-        for (const auto& [crtc, ramp] : originals_)
-            if (!writeRamp(Target{*serial, crtc}, ramp))
-                log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");
-    originals_.clear();
+    if (sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", nullptr,
+                           &reply.message, "") >= 0 &&
+        sd_bus_message_read(reply.message, "u", &serial) >= 0)
+        serial_ = serial;
 }
 
 } // namespace pw::linuxdesktop

@@ -101,13 +101,9 @@ private:
 std::shared_ptr<PlasmaOSDFramework> PlasmaOSDFramework::create(const std::optional<std::string>& busAddress,
                                                                DesktopLog log) {
     std::string whyNot;
-    auto bus = openBus(busAddress, BusKind::session, whyNot);
-    std::optional<bool> present;
-    if (bus) present = nameHasOwner(bus.get(), kService, whyNot);
-    if (!present || !*present) {
-        log.info(kCategory, "KDE Plasma's level indicator unavailable (" +
-                                (present ? std::string(kService) + " is not on the session bus"
-                                         : whyNot) +
+    auto bus = openServiceBus(busAddress, BusKind::session, kService, whyNot);
+    if (!bus) {
+        log.info(kCategory, "KDE Plasma's level indicator unavailable (" + whyNot +
                                 "), using the program's own");
         return nullptr;
     }

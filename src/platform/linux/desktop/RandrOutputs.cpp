@@ -61,6 +61,13 @@ bool hasRandr(XConnection& connection, std::string& whyNot) {
     return true;
 }
 
+std::unique_ptr<XConnection> openRandr(const std::optional<std::string>& displayName,
+                                       std::string& whyNot) {
+    auto connection = XConnection::open(displayName, whyNot);
+    if (connection && !hasRandr(*connection, whyNot)) connection.reset();
+    return connection;
+}
+
 std::vector<RandrOutput> activeOutputs(XConnection& connection) {
     std::vector<RandrOutput> outputs;
     Display* display = connection.display();

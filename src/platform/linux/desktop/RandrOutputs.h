@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,6 +10,11 @@
 namespace pw::linuxdesktop {
 
 class XConnection;
+
+// A connection to the X server at `displayName` (nothing = $DISPLAY) that has RandR 1.2
+// or later; null, and `whyNot` in words, otherwise.
+std::unique_ptr<XConnection> openRandr(const std::optional<std::string>& displayName,
+                                       std::string& whyNot);
 
 // One connected output that a CRTC drives, as XRandR reports it (root-window pixels,
 // y growing downwards).

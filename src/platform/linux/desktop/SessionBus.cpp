@@ -54,4 +54,18 @@ std::optional<bool> nameHasOwner(sd_bus* bus, const char* name, std::string& why
     return owned;
 }
 
+BusConnection openServiceBus(const std::optional<std::string>& address, BusKind kind,
+                             const char* service, std::string& whyNot) {
+    auto bus = openBus(address, kind, whyNot);
+    if (!bus) return nullptr;
+    const auto present = nameHasOwner(bus.get(), service, whyNot);
+    if (!present) return nullptr;
+    if (!*present) {
+        whyNot = std::string(service) + " is not on the " +
+                 (kind == BusKind::session ? "session" : "system") + " bus";
+        return nullptr;
+    }
+    return bus;
+}
+
 } // namespace pw::linuxdesktop

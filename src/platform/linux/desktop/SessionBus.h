@@ -29,4 +29,9 @@ BusConnection openBus(const std::optional<std::string>& address, BusKind kind, s
 // does not answer.
 std::optional<bool> nameHasOwner(sd_bus* bus, const char* name, std::string& whyNot);
 
+// A connection to the bus on which `service` is present now; null otherwise, with
+// `whyNot` naming either the missing service or the bus that did not answer.
+BusConnection openServiceBus(const std::optional<std::string>& address, BusKind kind,
+                             const char* service, std::string& whyNot);
+
 } // namespace pw::linuxdesktop

@@ -69,6 +69,8 @@ struct TapState : std::enable_shared_from_this<TapState> {
 
     std::mutex mutex; // guards what follows
     std::weak_ptr<RunLoop> runLoop;
+    bool attachedOnce = false;
+    std::vector<RunLoop::Block> waiting; // keys that came before the source was attached
     bool sourceValid = true;
     bool enabled = true;
     bool stopping = false;
@@ -196,16 +198,6 @@ void TapState::handleKey(const XKeyEvent& key, bool press) {
         return;
     }
 
-    std::shared_ptr<RunLoop> loop;
-    {
-        std::lock_guard lock(mutex);
-        if (enabled && sourceValid) loop = runLoop.lock();
-    }
-    if (!loop) {
-        if (serial) thaw(true);
-        return;
-    }
-
     platform::InputEvent event;
     event.type = platform::kEventTypeSystemDefined;
     event.subtype = platform::kSystemDefinedAuxControlButtons;
@@ -217,10 +209,24 @@ void TapState::handleKey(const XKeyEvent& key, bool press) {
     auto decision = std::make_shared<Decision>();
     decision->state = weak_from_this();
     decision->serial = serial;
-    loop->perform([decision, callback = callback, event] {
+    RunLoop::Block block = [decision, callback = callback, event] {
         const auto result = callback(platform::kEventTypeSystemDefined, event);
         decision->answer(result.has_value());
-    });
+    };
+
+    std::shared_ptr<RunLoop> loop;
+    {
+        std::lock_guard lock(mutex);
+        if (enabled && sourceValid) {
+            loop = runLoop.lock();
+            // A source not attached yet holds its keys until it is (the answer limit
+            // still applies), so a key typed right at start is not lost to the desktop.
+            if (!loop && !attachedOnce) return waiting.push_back(std::move(block));
+        }
+    }
+    // With nowhere to go, the block is dropped here and its decision passes the key on.
+    if (!loop) return;
+    loop->perform(std::move(block));
     loop->wakeUp();
 }
 
@@ -272,16 +278,29 @@ class X11RunLoopSource final : public platform::TapRunLoopSource {
 public:
     explicit X11RunLoopSource(std::weak_ptr<TapState> state) : state_(std::move(state)) {}
     void addToRunLoop(const std::shared_ptr<RunLoop>& runLoop) override {
-        if (auto state = state_.lock()) {
+        auto state = state_.lock();
+        if (!state) return;
+        std::vector<RunLoop::Block> waiting;
+        {
             std::lock_guard lock(state->mutex);
-            if (state->sourceValid) state->runLoop = runLoop;
+            if (!state->sourceValid) return;
+            state->runLoop = runLoop;
+            state->attachedOnce = true;
+            waiting.swap(state->waiting);
         }
+        for (auto& block : waiting)
+            runLoop->perform(std::move(block));
+        runLoop->wakeUp();
     }
     void invalidate() override {
-        if (auto state = state_.lock()) {
+        auto state = state_.lock();
+        if (!state) return;
+        std::vector<RunLoop::Block> dropped; // passed on, outside the lock
+        {
             std::lock_guard lock(state->mutex);
             state->sourceValid = false;
             state->runLoop.reset();
+            dropped.swap(state->waiting);
         }
     }
 

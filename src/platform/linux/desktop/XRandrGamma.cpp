@@ -10,19 +10,12 @@
 
 namespace pw::linuxdesktop {
 
-namespace {
-
-constexpr std::string_view kCategory = "Display";
-
-} // namespace
-
 std::shared_ptr<XRandrGammaTables> XRandrGammaTables::create(const std::optional<std::string>& displayName,
                                                              DisplaySource source, DesktopLog log) {
     std::string whyNot;
-    auto connection = XConnection::open(displayName, whyNot);
-    if (connection && !hasRandr(*connection, whyNot)) connection.reset();
+    auto connection = openRandr(displayName, whyNot);
     if (!connection) {
-        log.error(kCategory, "Dimming through X gamma ramps unavailable: " + whyNot);
+        log.error("Display", "Dimming through X gamma ramps unavailable: " + whyNot);
         return nullptr;
     }
     return std::shared_ptr<XRandrGammaTables>(
@@ -31,25 +24,29 @@ std::shared_ptr<XRandrGammaTables> XRandrGammaTables::create(const std::optional
 
 XRandrGammaTables::XRandrGammaTables(std::unique_ptr<XConnection> connection, DisplaySource source,
                                      DesktopLog log)
-    : connection_(std::move(connection)), source_(std::move(source)), log_(std::move(log)) {}
+    : CrtcGammaTables(std::move(log), "The X server"), connection_(std::move(connection)),
+      source_(std::move(source)) {}
 
 XRandrGammaTables::~XRandrGammaTables() {
-    std::lock_guard lock(mutex_);
-    restoreLocked();
+    restoreNow();
 }
 
-std::optional<unsigned long> XRandrGammaTables::crtcFor(platform::DisplayID display) {
+bool XRandrGammaTables::serverGone() {
+    return connection_->lost();
+}
+
+std::optional<std::uint32_t> XRandrGammaTables::crtcFor(platform::DisplayID display) {
     const auto outputs = activeOutputs(*connection_);
     std::vector<OutputIdentity> identities;
     for (const auto& output : outputs)
         identities.push_back(output.identity);
     const auto paired = pairOutputs(identities, source_);
     for (std::size_t i = 0; i < outputs.size(); ++i)
-        if (paired[i] == display) return outputs[i].crtc;
+        if (paired[i] == display) return static_cast<std::uint32_t>(outputs[i].crtc);
     return std::nullopt;
 }
 
-std::optional<GammaRamp> XRandrGammaTables::readCrtc(unsigned long crtc) {
+std::optional<GammaRamp> XRandrGammaTables::readCrtc(std::uint32_t crtc) {
     Display* x = connection_->display();
     int size = 0;
     XRRCrtcGamma* gamma = nullptr;
@@ -61,15 +58,15 @@ std::optional<GammaRamp> XRandrGammaTables::readCrtc(unsigned long crtc) {
     if (!error && gamma && size > 0) {
         const auto n = static_cast<std::size_t>(size);
         ramp = GammaRamp{{gamma->red, gamma->red + n},
-                    {gamma->green, gamma->green + n},
-                    {gamma->blue, gamma->blue + n}};
+                         {gamma->green, gamma->green + n},
+                         {gamma->blue, gamma->blue + n}};
     }
     if (gamma) XRRFreeGamma(gamma);
     return ramp;
 }
 
-bool XRandrGammaTables::writeRamp(unsigned long crtc, const GammaRamp& ramp) {
-    XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(ramp.red.size()));
+bool XRandrGammaTables::writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) {
+    XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(ramp.size()));
     if (!gamma) return false;
     std::copy(ramp.red.begin(), ramp.red.end(), gamma->red);
     std::copy(ramp.green.begin(), ramp.green.end(), gamma->green);
@@ -78,75 +75,6 @@ bool XRandrGammaTables::writeRamp(unsigned long crtc, const GammaRamp& ramp) {
         connection_->checked([&] { XRRSetCrtcGamma(connection_->display(), crtc, gamma); });
     XRRFreeGamma(gamma);
     return error == 0;
-}
-
-std::int32_t XRandrGammaTables::getTransferByTable(platform::DisplayID display,
-                                                   std::uint32_t capacity, float* red,
-                                                   float* green, float* blue,
-                                                   std::uint32_t& sampleCount) {
-    std::lock_guard lock(mutex_);
-    if (connection_->lost()) return kCannotComplete;
-    const auto crtc = crtcFor(display);
-    if (!crtc) return kIllegalArgument;
-    const auto ramp = readCrtc(*crtc);
-    if (!ramp) return kFailure;
-
-    // A longer ramp is resampled to the capacity, so the caller keeps the whole curve
-    // rather than its first part.
-    const std::size_t count = std::min<std::size_t>(ramp->size(), capacity);
-    readRamp(*ramp, count, red, green, blue);
-    sampleCount = static_cast<std::uint32_t>(count);
-    return 0;
-}
-
-std::int32_t XRandrGammaTables::setTransferByTable(platform::DisplayID display,
-                                                   std::uint32_t sampleCount, const float* red,
-                                                   const float* green, const float* blue) {
-    std::lock_guard lock(mutex_);
-    // An empty table would leave the CRTC half-set or black: refused.
-    if (sampleCount == 0) return kIllegalArgument;
-    if (connection_->lost()) return kCannotComplete;
-    const auto crtc = crtcFor(display);
-    if (!crtc) return kIllegalArgument;
-
-    auto original = originals_.find(*crtc);
-    if (original == originals_.end()) {
-        auto ramp = readCrtc(*crtc);
-        if (!ramp) {
-            log_.error(kCategory, "Cannot read the gamma ramp of display " +
-                                      std::to_string(display) + ", not dimming it");
-            return kFailure;
-        }
-        original = originals_.emplace(*crtc, std::move(*ramp)).first;
-    }
-
-    const auto ramp = stretchTable(sampleCount, red, green, blue, original->second.size());
-    if (!writeRamp(*crtc, ramp)) {
-        log_.error(kCategory, "The X server refused the gamma ramp of display " +
-                                  std::to_string(display));
-        return kFailure;
-    }
-    return 0;
-}
-
-void XRandrGammaTables::restoreColorSyncSettings() {
-    std::lock_guard lock(mutex_);
-    restoreLocked();
-}
-
-void XRandrGammaTables::restoreLocked() {
-    // A server that went away took its ramps with it.
-    if (connection_->lost()) originals_.clear();
-    for (const auto& [crtc, ramp] : originals_)
-        if (!writeRamp(crtc, ramp))
-            log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");
-    originals_.clear();
-}
-
-bool XRandrGammaTables::holdsOriginal(platform::DisplayID display) {
-    std::lock_guard lock(mutex_);
-    const auto crtc = crtcFor(display);
-    return crtc && originals_.contains(*crtc);
 }
 
 } // namespace pw::linuxdesktop

@@ -43,8 +43,7 @@ std::vector<long> cardinals(Display* x, Window root, const char* name, long coun
 std::shared_ptr<XRandrScreens> XRandrScreens::create(const std::optional<std::string>& displayName,
                                                      DisplaySource source, DesktopLog log) {
     std::string whyNot;
-    auto connection = XConnection::open(displayName, whyNot);
-    if (connection && !hasRandr(*connection, whyNot)) connection.reset();
+    auto connection = openRandr(displayName, whyNot);
     if (!connection) {
         log.error(kCategory, "Screens and pointer from the X server unavailable: " + whyNot);
         return nullptr;
