@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
 #include <systemd/sd-bus.h>
 
 #include <chrono>
@@ -100,6 +102,59 @@ std::optional<PrivateBus> PrivateBus::start() {
     if (!process || process->readyLine().empty()) return std::nullopt;
     std::string address = process->readyLine();
     return PrivateBus(std::move(*process), std::move(address));
+}
+
+XDesk::XDesk(const std::string& serverName) : x_(XOpenDisplay(serverName.c_str())) {
+    window_ = XCreateSimpleWindow(x_, DefaultRootWindow(x_), 0, 0, 100, 100, 0, 0, 0);
+    XSelectInput(x_, window_, KeyPressMask | KeyReleaseMask);
+    XMapWindow(x_, window_);
+    XSync(x_, False);
+    XSetInputFocus(x_, window_, RevertToPointerRoot, CurrentTime);
+    XSync(x_, False);
+}
+
+XDesk::~XDesk() {
+    XCloseDisplay(x_);
+}
+
+unsigned XDesk::code(const char* keysym) const {
+    return XKeysymToKeycode(x_, XStringToKeysym(keysym));
+}
+
+void XDesk::key(const char* keysym, bool down) {
+    XTestFakeKeyEvent(x_, code(keysym), down ? True : False, CurrentTime);
+    XSync(x_, False);
+}
+
+void XDesk::tap(const char* keysym) {
+    key(keysym, true);
+    key(keysym, false);
+}
+
+std::vector<unsigned> XDesk::pressesUntil(const char* marker) {
+    tap(marker);
+    const unsigned markerCode = code(marker);
+    std::vector<unsigned> presses;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        while (XPending(x_) > 0) {
+            XEvent event;
+            XNextEvent(x_, &event);
+            if (event.type != KeyPress) continue;
+            presses.push_back(event.xkey.keycode);
+            if (event.xkey.keycode == markerCode) return presses;
+        }
+        pollfd fd{ConnectionNumber(x_), POLLIN, 0};
+        poll(&fd, 1, 100);
+    }
+    return {};
+}
+
+std::vector<std::uint8_t> fakeEdid(std::uint8_t serial) {
+    std::vector<std::uint8_t> bytes(128, 0);
+    bytes[1] = 0xFF;
+    bytes[12] = serial;
+    return bytes;
 }
 
 std::unique_ptr<BusPeer> BusPeer::connect(const std::string& address, const char* name) {

@@ -2,12 +2,14 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 struct sd_bus;
+struct _XDisplay;
 
 namespace pw::test {
 
@@ -58,6 +60,33 @@ private:
     ChildProcess process_;
     std::string address_;
 };
+
+// The user at the keyboard of a private X server, and the window that has the focus: a
+// connection of the test's own that types through XTest and collects what reaches its
+// window.
+class XDesk {
+public:
+    explicit XDesk(const std::string& serverName);
+    ~XDesk();
+    XDesk(const XDesk&) = delete;
+    XDesk& operator=(const XDesk&) = delete;
+
+    _XDisplay* display() const { return x_; }
+    unsigned code(const char* keysym) const;
+    void key(const char* keysym, bool down);
+    void tap(const char* keysym); // press and release
+    // The key codes of the presses that reached the window, up to and including the
+    // first press of `marker` (typed by the test after what it looks for: whatever came
+    // before has arrived by then). Empty when it does not come within 10 s.
+    std::vector<unsigned> pressesUntil(const char* marker);
+
+private:
+    _XDisplay* x_;
+    unsigned long window_ = 0;
+};
+
+// A 128-byte EDID-like block that differs from others by `serial` only.
+std::vector<std::uint8_t> fakeEdid(std::uint8_t serial);
 
 // A program of the test's own on a private bus: it may own a name (a fake service),
 // records the method calls sent to it and emits signals. Used from one thread; its

@@ -1,5 +1,7 @@
 #include "platform/linux/desktop/DisplayPairing.h"
 
+#include "DesktopTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -7,12 +9,7 @@
 namespace pw::linuxdesktop {
 namespace {
 
-std::vector<std::uint8_t> edid(std::uint8_t serial) {
-    std::vector<std::uint8_t> bytes(128, 0);
-    bytes[1] = 0xFF;
-    bytes[12] = serial;
-    return bytes;
-}
+using test::fakeEdid;
 
 struct Machine {
     std::vector<platform::DisplayID> ids;
@@ -36,17 +33,17 @@ struct Machine {
 using Paired = std::vector<std::optional<platform::DisplayID>>;
 
 TEST(DisplayPairing, EdidPairsRegardlessOfOrderAndExtensionBlocks) {
-    Machine machine{{10, 20}, {{10, edid(1)}, {20, edid(2)}}, {}};
-    auto withExtension = edid(1);
+    Machine machine{{10, 20}, {{10, fakeEdid(1)}, {20, fakeEdid(2)}}, {}};
+    auto withExtension = fakeEdid(1);
     withExtension.resize(256, 0x42); // the server may show extension blocks the other side lacks
-    const std::vector<OutputIdentity> outputs{{"DP-1", edid(2), {}}, {"HDMI-1", withExtension, {}}};
+    const std::vector<OutputIdentity> outputs{{"DP-1", fakeEdid(2), {}}, {"HDMI-1", withExtension, {}}};
     EXPECT_EQ(pairOutputs(outputs, machine.source()), (Paired{20, 10}));
 }
 
 TEST(DisplayPairing, ConnectorIdWinsOverIdenticalEdids) {
     // Two monitors of one model that do not tell themselves apart: the connector decides.
-    Machine machine{{10, 20}, {{10, edid(1)}, {20, edid(1)}}, {{10, 71}, {20, 70}}};
-    const std::vector<OutputIdentity> outputs{{"DP-1", edid(1), 70}, {"DP-2", edid(1), 71}};
+    Machine machine{{10, 20}, {{10, fakeEdid(1)}, {20, fakeEdid(1)}}, {{10, 71}, {20, 70}}};
+    const std::vector<OutputIdentity> outputs{{"DP-1", fakeEdid(1), 70}, {"DP-2", fakeEdid(1), 71}};
     EXPECT_EQ(pairOutputs(outputs, machine.source()), (Paired{20, 10}));
 
     // Without connector ids they are paired in order, each display once.
@@ -55,11 +52,11 @@ TEST(DisplayPairing, ConnectorIdWinsOverIdenticalEdids) {
 }
 
 TEST(DisplayPairing, LoneOutputWithoutEdidIsTheLoneDisplay) {
-    Machine machine{{5}, {{5, edid(1)}}, {}};
+    Machine machine{{5}, {{5, fakeEdid(1)}}, {}};
     EXPECT_EQ(pairOutputs({{"screen", {}, {}}}, machine.source()), (Paired{5}));
 
     // Not when it shows an EDID that differs, nor when there is more than one candidate.
-    EXPECT_EQ(pairOutputs({{"HDMI-1", edid(9), {}}}, machine.source()), (Paired{std::nullopt}));
+    EXPECT_EQ(pairOutputs({{"HDMI-1", fakeEdid(9), {}}}, machine.source()), (Paired{std::nullopt}));
     machine.ids = {5, 6};
     EXPECT_EQ(pairOutputs({{"screen", {}, {}}}, machine.source()), (Paired{std::nullopt}));
     // A truncated EDID matches nothing.

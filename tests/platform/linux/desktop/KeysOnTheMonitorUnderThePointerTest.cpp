@@ -12,10 +12,7 @@
 // Xlib's macros (None, Bool, Status) after the test framework, whose names they would take.
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
-#include <X11/extensions/XTest.h>
 #include <X11/extensions/Xrandr.h>
-
-#include <poll.h>
 
 namespace pw::test {
 namespace {
@@ -54,14 +51,8 @@ protected:
     void SetUp() override {
         server = VirtualXServer::start();
         if (!server) GTEST_SKIP() << "Xvfb could not be started";
-        x = XOpenDisplay(server->name().c_str());
-        ASSERT_TRUE(x);
-        window = XCreateSimpleWindow(x, DefaultRootWindow(x), 0, 0, 100, 100, 0, 0, 0);
-        XSelectInput(x, window, KeyPressMask);
-        XMapWindow(x, window);
-        XSync(x, False);
-        XSetInputFocus(x, window, RevertToPointerRoot, CurrentTime);
-        XSync(x, False);
+        desk.emplace(server->name());
+        x = desk->display();
         boot(scenarioOf({builtinPanel(), keyMonitor(2, {30, 100}), keyMonitor(3, {40, 100})}));
     }
     void TearDown() override {
@@ -69,7 +60,7 @@ protected:
         if (keyboard) keyboard->stop();
         settle();
         keyboard.reset();
-        if (x) XCloseDisplay(x);
+        desk.reset();
     }
 
     // Runs the main queue, where the tap hands each key to the hook, until `done`.
@@ -116,57 +107,31 @@ protected:
         XSync(x, False);
     }
 
-    void type(const char* keysym) {
-        const auto code = XKeysymToKeycode(x, XStringToKeysym(keysym));
-        XTestFakeKeyEvent(x, code, True, CurrentTime);
-        XTestFakeKeyEvent(x, code, False, CurrentTime);
-        XSync(x, False);
-    }
-    // The presses that reached the focused window, up to the marker key "a".
-    std::vector<unsigned> windowPressesUntilMarker() {
-        type("a");
-        const unsigned marker = XKeysymToKeycode(x, XStringToKeysym("a"));
-        std::vector<unsigned> presses;
-        const auto deadline = std::chrono::steady_clock::now() + 10s;
-        while (std::chrono::steady_clock::now() < deadline) {
-            while (XPending(x) > 0) {
-                XEvent event;
-                XNextEvent(x, &event);
-                if (event.type != KeyPress) continue;
-                presses.push_back(event.xkey.keycode);
-                if (event.xkey.keycode == marker) return presses;
-            }
-            pollfd fd{ConnectionNumber(x), POLLIN, 0};
-            poll(&fd, 1, 100);
-        }
-        return {};
-    }
-
     std::optional<VirtualXServer> server;
+    std::optional<XDesk> desk;
     Display* x = nullptr;
-    Window window = 0;
 };
 
 TEST_F(KeysOnTheMonitorUnderThePointer, KeyStepsTheMonitorWhoseScreenIsUnderThePointer) {
     screenShows(3);
-    type("XF86MonBrightnessUp");
+    desk->tap("XF86MonBrightnessUp");
     ASSERT_TRUE(runMainUntil([&] { return monitorValue(3, kBrightness) > 40; }));
     EXPECT_EQ(monitorValue(2, kBrightness), 30);
     EXPECT_TRUE(setWrites(2, kBrightness).empty());
     // The release, too, goes to the hook, which keeps it.
     ASSERT_TRUE(runMainUntil([&] { return mainQueue().pendingCount() == 0; }));
-    const auto presses = windowPressesUntilMarker();
+    const auto presses = desk->pressesUntil("a");
     ASSERT_EQ(presses.size(), 1u); // the marker alone: the key stayed with us
 }
 
 TEST_F(KeysOnTheMonitorUnderThePointer, KeyOverTheBuiltInPanelIsLeftToTheDesktop) {
     screenShows(1);
-    type("XF86AudioRaiseVolume");
+    desk->tap("XF86AudioRaiseVolume");
     ASSERT_GT(mainQueue().waitAndRun(10s), 0u); // the hook's decision: pass it on
     settle();
-    const auto presses = windowPressesUntilMarker();
+    const auto presses = desk->pressesUntil("a");
     ASSERT_EQ(presses.size(), 2u);
-    EXPECT_EQ(presses[0], XKeysymToKeycode(x, XStringToKeysym("XF86AudioRaiseVolume")));
+    EXPECT_EQ(presses[0], desk->code("XF86AudioRaiseVolume"));
     EXPECT_EQ(monitorValue(2, kVolume), 50);
     EXPECT_EQ(monitorValue(3, kVolume), 50);
 }

@@ -18,12 +18,7 @@ namespace {
 
 constexpr std::size_t kRampSize = 1024;
 
-std::vector<std::uint8_t> edid(std::uint8_t serial) {
-    std::vector<std::uint8_t> bytes(128, 0);
-    bytes[1] = 0xFF;
-    bytes[12] = serial;
-    return bytes;
-}
+using test::fakeEdid;
 
 // GNOME's display configuration service, answering on a thread of its own: two lit
 // outputs (DP-1 on CRTC 0, HDMI-1 on CRTC 1) and one dark one, ramps of 1024 samples.
@@ -77,9 +72,9 @@ private:
             sd_bus_message_append(reply, "u", serial_);
             sd_bus_message_append(reply, "a(uxiiiiiuaua{sv})", 0);
             sd_bus_message_open_container(reply, 'a', "(uxiausauaua{sv})");
-            output(reply, 0, "DP-1", 0, edid(1));
-            output(reply, 1, "HDMI-1", 1, edid(2));
-            output(reply, 2, "DP-2", -1, edid(3));
+            output(reply, 0, "DP-1", 0, fakeEdid(1));
+            output(reply, 1, "HDMI-1", 1, fakeEdid(2));
+            output(reply, 2, "DP-2", -1, fakeEdid(3));
             sd_bus_message_close_container(reply);
             sd_bus_message_append(reply, "a(uxuudu)ii", 0, 8192, 8192);
         } else {
@@ -137,7 +132,7 @@ DisplaySource twoMonitors() {
     return DisplaySource{
         [] { return std::vector<platform::DisplayID>{10, 20}; },
         [](platform::DisplayID id) -> std::optional<std::vector<std::uint8_t>> {
-            return edid(id == 10 ? 2 : 1);
+            return fakeEdid(id == 10 ? 2 : 1);
         },
         nullptr};
 }
