@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/Gamma.h"
+#include "platform/linux/desktop/DesktopLog.h"
+#include "platform/linux/desktop/GammaRamp.h"
+
+namespace pw::linuxdesktop {
+
+// Gamma tables on a window system's CRTC ramps; a backend says which CRTC shows a display
+// and reads and writes ramps. The rules live here, once:
+//  - a read gives the ramp resampled to the caller's room when it is longer, so the caller
+//    always holds the whole curve; an install of any sample count is stretched over the
+//    CRTC's length, samples clamped to 0...1; an empty table is refused;
+//  - before the first install on a CRTC its ramp is kept; restoring writes every kept
+//    ramp back and forgets it (the "calibrated" tables are what the desktop had installed
+//    when we first changed them). Backends restore on destruction with `restoreNow`.
+class CrtcGammaTables : public platform::GammaTables {
+public:
+    // The codes a read or an install answers, in the window system's numbering.
+    static constexpr std::int32_t kFailure = 1000;         // the server refused
+    static constexpr std::int32_t kIllegalArgument = 1001; // no such display here
+    static constexpr std::int32_t kCannotComplete = 1004;  // the server went away
+
+    std::int32_t getTransferByTable(platform::DisplayID display, std::uint32_t capacity,
+                                    float* red, float* green, float* blue,
+                                    std::uint32_t& sampleCount) final;
+    std::int32_t setTransferByTable(platform::DisplayID display, std::uint32_t sampleCount,
+                                    const float* red, const float* green,
+                                    const float* blue) final;
+    void restoreColorSyncSettings() final;
+
+    // Whether the ramp the display's CRTC had before our first change is kept.
+    bool holdsOriginal(platform::DisplayID display);
+
+protected:
+    CrtcGammaTables(DesktopLog log, std::string serverName)
+        : log_(std::move(log)), serverName_(std::move(serverName)) {}
+    void restoreNow();
+
+    // Called with the lock held.
+    virtual std::optional<std::uint32_t> crtcFor(platform::DisplayID display) = 0;
+    virtual std::optional<GammaRamp> readCrtc(std::uint32_t crtc) = 0;
+    virtual bool writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) = 0;
+    virtual bool serverGone() { return false; }
+    virtual void beforeRestore() {}
+
+    const DesktopLog& log() const { return log_; }
+
+private:
+    void restoreLocked();
+
+    std::mutex mutex_;
+    DesktopLog log_;
+    std::string serverName_; // "The X server", "GNOME": who refused, in log lines
+    std::map<std::uint32_t, GammaRamp> originals_;
+};
+
+} // namespace pw::linuxdesktop

@@ -1,0 +1,61 @@
+#include "platform/linux/desktop/DisplayPairing.h"
+
+#include <algorithm>
+
+namespace pw::linuxdesktop {
+
+namespace {
+
+constexpr std::size_t kBaseBlock = 128;
+
+bool sameBaseBlock(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+    return a.size() >= kBaseBlock && b.size() >= kBaseBlock &&
+           std::equal(a.begin(), a.begin() + kBaseBlock, b.begin());
+}
+
+} // namespace
+
+std::vector<std::optional<platform::DisplayID>> pairOutputs(const std::vector<OutputIdentity>& outputs,
+                                                          const DisplaySource& source) {
+    std::vector<std::optional<platform::DisplayID>> paired(outputs.size());
+    if (!source.displays) return paired;
+    const auto ids = source.displays();
+
+    struct Known {
+        platform::DisplayID id;
+        std::vector<std::uint8_t> edid;
+        std::optional<std::uint32_t> connector;
+        bool taken = false;
+    };
+    std::vector<Known> known;
+    for (const auto id : ids) {
+        Known entry{id, {}, std::nullopt};
+        if (source.edid)
+            if (auto edid = source.edid(id)) entry.edid = std::move(*edid);
+        if (source.connectorId) entry.connector = source.connectorId(id);
+        known.push_back(std::move(entry));
+    }
+
+    auto claim = [&](std::size_t output, auto&& matches) {
+        if (paired[output]) return;
+        for (auto& display : known) {
+            if (display.taken || !matches(display)) continue;
+            display.taken = true;
+            paired[output] = display.id;
+            return;
+        }
+    };
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+        claim(i, [&](const Known& display) {
+            return outputs[i].connectorId && display.connector &&
+                   *outputs[i].connectorId == *display.connector;
+        });
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+        claim(i, [&](const Known& display) { return sameBaseBlock(outputs[i].edid, display.edid); });
+    if (outputs.size() == 1 && known.size() == 1 && !paired[0] && outputs[0].edid.empty() &&
+        !known[0].taken)
+        paired[0] = known[0].id;
+    return paired;
+}
+
+} // namespace pw::linuxdesktop

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/DisplayServices.h"
+
+namespace pw::linuxdesktop {
+
+// What the program knows about its displays, given from outside so the desktop pieces do
+// not need to know how display ids are made: the ids in order, each one's EDID (128 bytes
+// or more) and, where known, its DRM connector id.
+struct DisplaySource {
+    std::function<std::vector<platform::DisplayID>()> displays;
+    std::function<std::optional<std::vector<std::uint8_t>>(platform::DisplayID)> edid;
+    std::function<std::optional<std::uint32_t>(platform::DisplayID)> connectorId; // may be empty
+};
+
+// What the window system says about one of its outputs.
+struct OutputIdentity {
+    std::string name;                        // "HDMI-1", "screen" under Xvfb
+    std::vector<std::uint8_t> edid;          // the output's "EDID" property, may be empty
+    std::optional<std::uint32_t> connectorId; // the output's "CONNECTOR_ID" property
+};
+
+// Pairs the window system's outputs with the program's displays, for every output at once
+// so that no display is given twice:
+//  1. same connector id, where both sides know one;
+//  2. else the same base EDID block (the first 128 bytes); identical monitors that do not
+//     tell themselves apart are paired in the order both sides list them;
+//  3. else, when there is exactly one output and exactly one display and the output shows
+//     no EDID at all (a virtual server, some docks), they are taken to be the same.
+// The result has one entry per output: its display, or nothing.
+std::vector<std::optional<platform::DisplayID>> pairOutputs(const std::vector<OutputIdentity>& outputs,
+                                                          const DisplaySource& source);
+
+} // namespace pw::linuxdesktop

@@ -1,0 +1,49 @@
+#include "platform/linux/desktop/GammaChoice.h"
+
+#include "platform/linux/desktop/MutterGamma.h"
+#include "platform/linux/desktop/XRandrGamma.h"
+
+#include <cstdlib>
+
+namespace pw::linuxdesktop {
+
+namespace {
+constexpr std::string_view kCategory = "Display";
+
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+} // namespace
+
+SessionFacts SessionFacts::fromEnvironment() {
+    SessionFacts facts;
+    facts.sessionType = environment("XDG_SESSION_TYPE");
+    facts.hasWaylandDisplay = !environment("WAYLAND_DISPLAY").empty();
+    if (auto display = environment("DISPLAY"); !display.empty()) facts.xDisplay = display;
+    return facts;
+}
+
+std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
+                                                   const std::optional<std::string>& busAddress,
+                                                   DisplaySource source, DesktopLog log) {
+    if (auto mutter = MutterGammaTables::create(busAddress, source, log)) {
+        log.info(kCategory, "Dimming through GNOME's display configuration");
+        return mutter;
+    }
+    if (session.wayland()) {
+        log.info(kCategory, "Dimming unavailable: this Wayland session gives programs no gamma "
+                            "tables; brightness stays within each monitor's own range");
+        return nullptr;
+    }
+    if (!session.xDisplay) {
+        log.info(kCategory, "Dimming unavailable: no X server in this session");
+        return nullptr;
+    }
+    // The X gamma tables log their own line when the server cannot be used.
+    auto tables = XRandrGammaTables::create(session.xDisplay, std::move(source), log);
+    if (tables) log.info(kCategory, "Dimming through the X server's gamma ramps");
+    return tables;
+}
+
+} // namespace pw::linuxdesktop

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/Gamma.h"
+#include "platform/linux/desktop/DesktopLog.h"
+#include "platform/linux/desktop/DisplayPairing.h"
+
+namespace pw::linuxdesktop {
+
+// What the session says about itself, read from the environment by `fromEnvironment`
+// (XDG_SESSION_TYPE, WAYLAND_DISPLAY, DISPLAY) and given explicitly in tests.
+struct SessionFacts {
+    std::string sessionType;             // "x11", "wayland", "tty", or empty
+    bool hasWaylandDisplay = false;
+    std::optional<std::string> xDisplay; // DISPLAY, when set and not empty
+
+    static SessionFacts fromEnvironment();
+    bool wayland() const { return sessionType == "wayland" || (sessionType.empty() && hasWaylandDisplay); }
+};
+
+// Picks, once, how this session dims in software, and says so in the log:
+//  - GNOME (X11 or Wayland), when its display configuration answers on the session bus
+//    (or the bus at `busAddress`): Mutter's CRTC gamma (MutterGammaTables);
+//  - else an X11 session: the CRTC gamma ramps of the X server (XRandrGammaTables);
+//  - else a Wayland session: none; other compositors give programs no gamma through X
+//    (the X server of a Wayland session only pretends to have it);
+//  - no X server or no RandR: none.
+// Null means "dimming unavailable"; a line says why.
+std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
+                                                   const std::optional<std::string>& busAddress,
+                                                   DisplaySource source, DesktopLog log);
+
+} // namespace pw::linuxdesktop

@@ -1,0 +1,71 @@
+#include "platform/linux/desktop/SessionBus.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstring>
+
+namespace pw::linuxdesktop {
+
+void BusCloser::operator()(sd_bus* bus) const {
+    sd_bus_flush_close_unref(bus);
+}
+
+BusConnection openBus(const std::optional<std::string>& address, BusKind kind, std::string& whyNot) {
+    sd_bus* bus = nullptr;
+    int result = 0;
+    const char* which = kind == BusKind::session ? "the session bus" : "the system bus";
+    if (address) {
+        result = sd_bus_new(&bus);
+        if (result >= 0) result = sd_bus_set_address(bus, address->c_str());
+        if (result >= 0) result = sd_bus_set_bus_client(bus, 1);
+        if (result >= 0) result = sd_bus_start(bus);
+    } else {
+        result = kind == BusKind::session ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus);
+    }
+    if (result < 0) {
+        whyNot = std::string("cannot connect to ") +
+                 (address ? "the bus at \"" + *address + "\"" : std::string(which)) + ": " +
+                 std::strerror(-result);
+        sd_bus_unref(bus);
+        return nullptr;
+    }
+    sd_bus_set_method_call_timeout(
+        bus, static_cast<std::uint64_t>(
+                 std::chrono::duration_cast<std::chrono::microseconds>(kBusCallTimeout).count()));
+    return BusConnection(bus);
+}
+
+std::optional<bool> nameHasOwner(sd_bus* bus, const char* name, std::string& whyNot) {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message* reply = nullptr;
+    std::optional<bool> owned;
+    int result = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                    "org.freedesktop.DBus", "NameHasOwner", &error, &reply, "s",
+                                    name);
+    int answer = 0;
+    if (result >= 0) result = sd_bus_message_read(reply, "b", &answer);
+    if (result >= 0)
+        owned = answer != 0;
+    else
+        whyNot = std::string("the bus did not answer: ") +
+                 (error.message ? error.message : std::strerror(-result));
+    sd_bus_error_free(&error);
+    sd_bus_message_unref(reply);
+    return owned;
+}
+
+BusConnection openServiceBus(const std::optional<std::string>& address, BusKind kind,
+                             const char* service, std::string& whyNot) {
+    auto bus = openBus(address, kind, whyNot);
+    if (!bus) return nullptr;
+    const auto present = nameHasOwner(bus.get(), service, whyNot);
+    if (!present) return nullptr;
+    if (!*present) {
+        whyNot = std::string(service) + " is not on the " +
+                 (kind == BusKind::session ? "session" : "system") + " bus";
+        return nullptr;
+    }
+    return bus;
+}
+
+} // namespace pw::linuxdesktop

@@ -1,0 +1,198 @@
+#include "platform/linux/desktop/MutterGamma.h"
+
+#include "platform/linux/desktop/GammaChoice.h"
+
+#include "DesktopTestSupport.h"
+#include "platform/sim/MemorySystemLog.h"
+
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace pw::linuxdesktop {
+namespace {
+
+constexpr std::size_t kRampSize = 1024;
+
+using test::fakeEdid;
+
+// GNOME's display configuration service, answering on a thread of its own: two lit
+// outputs (DP-1 on CRTC 0, HDMI-1 on CRTC 1) and one dark one, ramps of 1024 samples.
+class FakeMutter {
+public:
+    explicit FakeMutter(const std::string& address) {
+        sd_bus_new(&bus_);
+        sd_bus_set_address(bus_, address.c_str());
+        sd_bus_set_bus_client(bus_, 1);
+        started_ = sd_bus_start(bus_) >= 0 &&
+                   sd_bus_request_name(bus_, "org.gnome.Mutter.DisplayConfig", 0) >= 0;
+        std::vector<std::uint16_t> identity(kRampSize);
+        for (std::size_t i = 0; i < kRampSize; ++i)
+            identity[i] = static_cast<std::uint16_t>(i * 65535 / (kRampSize - 1));
+        ramps_[0] = ramps_[1] = identity;
+        sd_bus_add_filter(bus_, nullptr, &FakeMutter::onMessage, this);
+        thread_ = std::thread([this] {
+            while (!stop_) {
+                if (sd_bus_process(bus_, nullptr) > 0) continue;
+                sd_bus_wait(bus_, 50000);
+            }
+        });
+    }
+    ~FakeMutter() {
+        stop_ = true;
+        thread_.join();
+        sd_bus_flush_close_unref(bus_);
+    }
+    bool started() const { return started_; }
+    std::vector<std::uint16_t> red(std::uint32_t crtc) {
+        std::lock_guard lock(mutex_);
+        return ramps_[crtc];
+    }
+    void reconfigure() {
+        std::lock_guard lock(mutex_);
+        ++serial_;
+    }
+
+private:
+    static int onMessage(sd_bus_message* m, void* self, sd_bus_error*) {
+        return static_cast<FakeMutter*>(self)->handle(m);
+    }
+    int handle(sd_bus_message* m) {
+        if (sd_bus_message_is_method_call(m, "org.gnome.Mutter.DisplayConfig", nullptr) <= 0)
+            return 0;
+        std::lock_guard lock(mutex_);
+        sd_bus_message* reply = nullptr;
+        const std::string member = sd_bus_message_get_member(m);
+        if (member == "GetResources") {
+            sd_bus_message_new_method_return(m, &reply);
+            sd_bus_message_append(reply, "u", serial_);
+            sd_bus_message_append(reply, "a(uxiiiiiuaua{sv})", 0);
+            sd_bus_message_open_container(reply, 'a', "(uxiausauaua{sv})");
+            output(reply, 0, "DP-1", 0, fakeEdid(1));
+            output(reply, 1, "HDMI-1", 1, fakeEdid(2));
+            output(reply, 2, "DP-2", -1, fakeEdid(3));
+            sd_bus_message_close_container(reply);
+            sd_bus_message_append(reply, "a(uxuudu)ii", 0, 8192, 8192);
+        } else {
+            std::uint32_t serial = 0, crtc = 0;
+            sd_bus_message_read(m, "uu", &serial, &crtc);
+            if (serial != serial_ || crtc > 1)
+                return sd_bus_reply_method_errorf(m, "org.freedesktop.DBus.Error.AccessDenied",
+                                                  "stale serial or no such CRTC");
+            sd_bus_message_new_method_return(m, &reply);
+            if (member == "GetCrtcGamma") {
+                for (int channel = 0; channel < 3; ++channel)
+                    sd_bus_message_append_array(reply, 'q', ramps_[crtc].data(), kRampSize * 2);
+            } else if (member == "SetCrtcGamma") {
+                const void* samples = nullptr;
+                std::size_t bytes = 0;
+                sd_bus_message_read_array(m, 'q', &samples, &bytes);
+                const auto* first = static_cast<const std::uint16_t*>(samples);
+                ramps_[crtc].assign(first, first + bytes / 2);
+            }
+        }
+        sd_bus_send(bus_, reply, nullptr);
+        sd_bus_message_unref(reply);
+        return 1;
+    }
+    static void output(sd_bus_message* reply, std::uint32_t id, const char* name, std::int32_t crtc,
+                       const std::vector<std::uint8_t>& edidBytes) {
+        sd_bus_message_open_container(reply, 'r', "uxiausauaua{sv}");
+        sd_bus_message_append(reply, "uxi", id, std::int64_t{id} + 60, crtc);
+        sd_bus_message_append(reply, "au", 0);
+        sd_bus_message_append(reply, "s", name);
+        sd_bus_message_append(reply, "auau", 0, 0);
+        sd_bus_message_open_container(reply, 'a', "{sv}");
+        sd_bus_message_append(reply, "{sv}", "display-name", "s", "Some Monitor");
+        sd_bus_message_open_container(reply, 'e', "sv");
+        sd_bus_message_append(reply, "s", "edid");
+        sd_bus_message_open_container(reply, 'v', "ay");
+        sd_bus_message_append_array(reply, 'y', edidBytes.data(), edidBytes.size());
+        sd_bus_message_close_container(reply);
+        sd_bus_message_close_container(reply);
+        sd_bus_message_append(reply, "{sv}", "primary", "b", 0);
+        sd_bus_message_close_container(reply);
+        sd_bus_message_close_container(reply);
+    }
+
+    sd_bus* bus_ = nullptr;
+    bool started_ = false;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+    std::mutex mutex_;
+    std::uint32_t serial_ = 7;
+    std::map<std::uint32_t, std::vector<std::uint16_t>> ramps_;
+};
+
+DisplaySource twoMonitors() {
+    return DisplaySource{
+        [] { return std::vector<platform::DisplayID>{10, 20}; },
+        [](platform::DisplayID id) -> std::optional<std::vector<std::uint8_t>> {
+            return fakeEdid(id == 10 ? 2 : 1);
+        },
+        nullptr};
+}
+
+TEST(MutterGamma, DimsTheCrtcOfTheDisplayWithTheSameEdidAndGivesItBack) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    FakeMutter mutter(bus->address());
+    ASSERT_TRUE(mutter.started());
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+    ASSERT_TRUE(tables);
+
+    std::vector<float> r(256), g(256), b(256);
+    std::uint32_t count = 0;
+    ASSERT_EQ(tables->getTransferByTable(10, 256, r.data(), g.data(), b.data(), count), 0);
+    ASSERT_EQ(count, 256u); // the 1024-sample ramp, whole, in the room given
+    EXPECT_FLOAT_EQ(r[0], 0.0f);
+    EXPECT_FLOAT_EQ(b[255], 1.0f);
+    EXPECT_NEAR(g[128], 128.0f / 255, 1e-3);
+
+    for (auto& sample : r)
+        sample *= 0.5f;
+    ASSERT_EQ(tables->setTransferByTable(10, 256, r.data(), r.data(), r.data()), 0);
+    EXPECT_NEAR(mutter.red(1)[kRampSize - 1], 32768, 1); // HDMI-1 carries display 10
+    EXPECT_EQ(mutter.red(0)[kRampSize - 1], 65535);
+
+    // A monitor arranged meanwhile gives a new serial; restoring still finds its CRTC.
+    mutter.reconfigure();
+    tables->restoreColorSyncSettings();
+    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
+    EXPECT_EQ(mutter.red(1)[512], 512 * 65535 / (kRampSize - 1));
+
+    EXPECT_EQ(tables->setTransferByTable(30, 256, r.data(), r.data(), r.data()),
+              MutterGammaTables::kIllegalArgument);
+    EXPECT_TRUE(log->messages("Display").empty());
+}
+
+TEST(MutterGamma, ChosenFirstWhereverGnomeAnswersEvenOnWayland) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    FakeMutter mutter(bus->address());
+    ASSERT_TRUE(mutter.started());
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    const auto tables = chooseGamma(SessionFacts{"wayland", true, std::nullopt}, bus->address(),
+                                    twoMonitors(), DesktopLog{log});
+    EXPECT_TRUE(std::dynamic_pointer_cast<MutterGammaTables>(tables));
+    EXPECT_EQ(log->messages("Display"),
+              std::vector<std::string>{"Dimming through GNOME's display configuration"});
+}
+
+TEST(MutterGamma, NoMutterIsOneLineAndNoTables) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    EXPECT_FALSE(MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log}));
+    EXPECT_EQ(log->messages("Display"),
+              std::vector<std::string>{"Dimming through GNOME's display configuration unavailable "
+                                       "(org.gnome.Mutter.DisplayConfig is not on the session bus)"});
+}
+
+} // namespace
+} // namespace pw::linuxdesktop

@@ -1,0 +1,202 @@
+#include "platform/linux/desktop/XRandrGamma.h"
+
+#include "platform/linux/desktop/GammaChoice.h"
+
+#include "DesktopTestSupport.h"
+#include "platform/sim/MemorySystemLog.h"
+
+#include <gtest/gtest.h>
+// Xlib's macros (None, Bool, Status) after the test framework, whose names they would take.
+#include <X11/Xlib.h>
+#include <X11/extensions/Xrandr.h>
+
+#include <cmath>
+
+namespace pw::linuxdesktop {
+namespace {
+
+constexpr platform::DisplayID kDisplay = 42;
+
+// Looks at the server's CRTC ramp on a connection of the test's own.
+class RampProbe {
+public:
+    explicit RampProbe(const std::string& name) : x_(XOpenDisplay(name.c_str())) {
+        XRRScreenResources* resources = XRRGetScreenResourcesCurrent(x_, DefaultRootWindow(x_));
+        crtc_ = resources->ncrtc > 0 ? resources->crtcs[0] : 0;
+        XRRFreeScreenResources(resources);
+    }
+    ~RampProbe() { XCloseDisplay(x_); }
+    int size() { return XRRGetCrtcGammaSize(x_, crtc_); }
+    // Installs red = green = blue = f(i / (size - 1)).
+    template <typename F>
+    void install(F f) {
+        const int n = size();
+        XRRCrtcGamma* gamma = XRRAllocGamma(n);
+        for (int i = 0; i < n; ++i) {
+            const double v = f(static_cast<double>(i) / (n - 1));
+            gamma->red[i] = gamma->green[i] = gamma->blue[i] =
+                static_cast<unsigned short>(std::lround(v * 65535));
+        }
+        XRRSetCrtcGamma(x_, crtc_, gamma);
+        XRRFreeGamma(gamma);
+        XSync(x_, False);
+    }
+    std::vector<unsigned short> red() {
+        XRRCrtcGamma* gamma = XRRGetCrtcGamma(x_, crtc_);
+        std::vector<unsigned short> samples(gamma->red, gamma->red + gamma->size);
+        XRRFreeGamma(gamma);
+        return samples;
+    }
+
+private:
+    Display* x_;
+    RRCrtc crtc_ = 0;
+};
+
+class XRandrGammaTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        server = test::VirtualXServer::start();
+        if (!server) GTEST_SKIP() << "Xvfb could not be started";
+        probe.emplace(server->name());
+        // The virtual server starts with an all-zero ramp: give it a known one.
+        probe->install([](double v) { return v; });
+        log = std::make_shared<sim::MemorySystemLog>();
+        tables = XRandrGammaTables::create(server->name(), oneDisplay(), DesktopLog{log});
+        ASSERT_TRUE(tables);
+    }
+
+    static DisplaySource oneDisplay() {
+        return DisplaySource{[] { return std::vector<platform::DisplayID>{kDisplay}; },
+                             [](platform::DisplayID) { return std::nullopt; }, nullptr};
+    }
+
+    std::optional<test::VirtualXServer> server;
+    std::optional<RampProbe> probe;
+    std::shared_ptr<sim::MemorySystemLog> log;
+    std::shared_ptr<XRandrGammaTables> tables;
+};
+
+TEST_F(XRandrGammaTest, DimReadBackAndRestore) {
+    ASSERT_EQ(probe->size(), 256);
+    std::vector<float> r(256), g(256), b(256);
+    std::uint32_t count = 0;
+    ASSERT_EQ(tables->getTransferByTable(kDisplay, 256, r.data(), g.data(), b.data(), count), 0);
+    ASSERT_EQ(count, 256u);
+    EXPECT_FLOAT_EQ(r[0], 0.0f);
+    EXPECT_NEAR(r[128], 128.0f / 255, 1e-4);
+    EXPECT_FLOAT_EQ(b[255], 1.0f);
+
+    // Half of the captured ramp, twice: the server shows half, not a quarter.
+    std::vector<float> half(256);
+    for (int i = 0; i < 256; ++i)
+        half[i] = r[i] * 0.5f;
+    for (int step = 0; step < 2; ++step)
+        ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+    auto shown = probe->red();
+    EXPECT_NEAR(shown[255], 32768, 1);
+    EXPECT_NEAR(shown[100], 65535 * 100 / 255 / 2, 2);
+    EXPECT_TRUE(tables->holdsOriginal(kDisplay));
+
+    // Restoring gives back what the server had before the first change, once.
+    tables->restoreColorSyncSettings();
+    shown = probe->red();
+    EXPECT_EQ(shown[255], 65535);
+    EXPECT_NEAR(shown[100], 65535 * 100 / 255, 1);
+    EXPECT_FALSE(tables->holdsOriginal(kDisplay));
+
+    // What the desktop installs meanwhile becomes the new calibrated ramp.
+    probe->install([](double v) { return v * v; });
+    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+    tables->restoreColorSyncSettings();
+    EXPECT_NEAR(probe->red()[128], std::lround(65535.0 * (128.0 / 255) * (128.0 / 255)), 1);
+}
+
+TEST_F(XRandrGammaTest, RampsOfOtherLengthsKeepTheirWholeCurve) {
+    // A reader with less room than the server's ramp gets the whole curve resampled.
+    std::vector<float> r(64), g(64), b(64);
+    std::uint32_t count = 0;
+    ASSERT_EQ(tables->getTransferByTable(kDisplay, 64, r.data(), g.data(), b.data(), count), 0);
+    ASSERT_EQ(count, 64u);
+    EXPECT_FLOAT_EQ(r[0], 0.0f);
+    EXPECT_FLOAT_EQ(r[63], 1.0f);
+    EXPECT_NEAR(r[21], 21.0f / 63, 1e-3);
+
+    // A short table is stretched over the server's length; samples out of range are clamped.
+    std::vector<float> shortRamp{-0.5f, 0.25f, 2.0f};
+    ASSERT_EQ(tables->setTransferByTable(kDisplay, 3, shortRamp.data(), shortRamp.data(),
+                                         shortRamp.data()),
+              0);
+    const auto shown = probe->red();
+    EXPECT_EQ(shown[0], 0);
+    EXPECT_EQ(shown[255], 65535);
+    EXPECT_NEAR(shown[127], 65535 / 4, 400); // the middle of the three samples
+}
+
+TEST_F(XRandrGammaTest, UnknownDisplaysAndEmptyTablesChangeNothing) {
+    std::vector<float> r(256), g(256), b(256);
+    std::uint32_t count = 0;
+    EXPECT_EQ(tables->getTransferByTable(7, 256, r.data(), g.data(), b.data(), count),
+              XRandrGammaTables::kIllegalArgument);
+    EXPECT_EQ(tables->setTransferByTable(7, 256, r.data(), g.data(), b.data()),
+              XRandrGammaTables::kIllegalArgument);
+    EXPECT_EQ(tables->setTransferByTable(kDisplay, 0, r.data(), g.data(), b.data()),
+              XRandrGammaTables::kIllegalArgument);
+    EXPECT_EQ(probe->red()[255], 65535);
+    EXPECT_FALSE(tables->holdsOriginal(kDisplay));
+}
+
+TEST_F(XRandrGammaTest, GoingAwayGivesTheRampBack) {
+    std::vector<float> black(256, 0.0f);
+    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, black.data(), black.data(), black.data()), 0);
+    EXPECT_EQ(probe->red()[255], 0);
+    tables.reset();
+    EXPECT_EQ(probe->red()[255], 65535);
+}
+
+TEST_F(XRandrGammaTest, ServerGoingAwayIsAnErrorNotTheEndOfTheProgram) {
+    std::vector<float> half(256, 0.5f);
+    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+    probe.reset();
+    server.reset(); // the session ends under us
+    std::uint32_t count = 0;
+    EXPECT_NE(tables->getTransferByTable(kDisplay, 256, half.data(), half.data(), half.data(), count), 0);
+    EXPECT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()),
+              XRandrGammaTables::kCannotComplete);
+    tables->restoreColorSyncSettings();
+    tables.reset();
+}
+
+TEST(XRandrGammaStart, NoServerIsOneLineAndNoTables) {
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    EXPECT_FALSE(XRandrGammaTables::create(":4093", DisplaySource{}, DesktopLog{log}));
+    const auto lines = log->messages("Display");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0], "Dimming through X gamma ramps unavailable: no X server at \":4093\"");
+}
+
+TEST_F(XRandrGammaTest, TheSessionDecidesOnceWhetherAndHowToDim) {
+    // No GNOME here: its display configuration is looked for on a bus that is not there.
+    const std::optional<std::string> noBus = "unix:path=/nonexistent/bus";
+    SessionFacts x11{"x11", false, server->name()};
+    log->clear();
+    EXPECT_TRUE(chooseGamma(x11, noBus, oneDisplay(), DesktopLog{log}));
+    // A Wayland session's X server is not asked, even though one answers.
+    SessionFacts wayland{"", true, server->name()};
+    EXPECT_FALSE(chooseGamma(wayland, noBus, oneDisplay(), DesktopLog{log}));
+    EXPECT_FALSE(chooseGamma(SessionFacts{"tty", false, std::nullopt}, noBus, oneDisplay(),
+                             DesktopLog{log}));
+    auto lines = log->messages("Display");
+    std::erase_if(lines, [](const std::string& line) {
+        return line.starts_with("Dimming through GNOME's display configuration unavailable");
+    });
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{
+                  "Dimming through the X server's gamma ramps",
+                  "Dimming unavailable: this Wayland session gives programs no gamma tables; "
+                  "brightness stays within each monitor's own range",
+                  "Dimming unavailable: no X server in this session"}));
+}
+
+} // namespace
+} // namespace pw::linuxdesktop
