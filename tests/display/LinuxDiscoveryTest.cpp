@@ -225,6 +225,7 @@ TEST_F(LinuxDiscoveryTest, AUdevReportEndsInOneEnumeration) {
     second.connector.adapter = 9;
     ASSERT_TRUE(machine->plug(second));
     mainQueue().advance(DisplayManager::kHotPlugDelay);
+    while (manager->enumerationInProgress()) mainQueue().waitAndRun();
     mainQueue().runUntilIdle();
     const auto lines = logLines("Display");
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "[Display] enumerateDisplays() called"), 2);
