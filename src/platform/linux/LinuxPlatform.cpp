@@ -3,6 +3,8 @@
 #include "platform/linux/JournalSystemLog.h"
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/XdgAutostart.h"
+#include "platform/posix/BaseDirectories.h"
 #include "platform/posix/SystemClock.h"
 
 namespace pw::platform {
@@ -20,6 +22,11 @@ Platform makeLinuxPlatform() {
         log->write("com.panelwright.app", "App", LogLevel::error, message);
     });
     p.defaults = std::move(defaults);
+    p.loginItems = std::make_shared<XdgAutostart>(
+        xdg::configHome(), XdgAutostart::appExecutable(),
+        [log = p.systemLog](const std::string& message) {
+            log->write("com.panelwright.app", "App", LogLevel::error, message);
+        });
     return p;
 }
 

@@ -6,6 +6,7 @@
 #include "platform/sim/SimEventTaps.h"
 #include "platform/sim/SimFramebufferI2C.h"
 #include "platform/sim/SimGamma.h"
+#include "platform/sim/SimLoginItems.h"
 #include "platform/sim/SimOSD.h"
 #include "platform/sim/SimWorkspace.h"
 #include "support/Hex.h"
@@ -143,6 +144,7 @@ struct SimMachine::State {
     std::shared_ptr<SimDistributedNotifications> distributed;
     std::shared_ptr<SimOSDFramework> osdFramework;
     std::shared_ptr<SimLevelIndicators> levelIndicators;
+    std::shared_ptr<SimLoginItems> loginItems = std::make_shared<SimLoginItems>();
 
     mutable std::mutex mutex; // plug and unplug, and what they change below
     std::map<DisplayID, Attachment> attached;
@@ -332,6 +334,7 @@ platform::Platform SimMachine::platform() const {
     p.distributedNotifications = state_->distributed;
     p.osdFramework = state_->osdFramework;
     p.levelIndicators = state_->levelIndicators;
+    p.loginItems = state_->loginItems;
     return p;
 }
 
@@ -385,6 +388,9 @@ SimOSDFramework& SimMachine::osdFramework() const {
 }
 SimLevelIndicators& SimMachine::levelIndicators() const {
     return *state_->levelIndicators;
+}
+SimLoginItems& SimMachine::loginItems() const {
+    return *state_->loginItems;
 }
 
 std::shared_ptr<VirtualMonitor> SimMachine::monitor(DisplayID id) const {

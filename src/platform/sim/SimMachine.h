@@ -33,6 +33,7 @@ class DistributedBus;
 class SimDistributedNotifications;
 class SimOSDFramework;
 class SimLevelIndicators;
+class SimLoginItems;
 
 class SimMachine {
 public:
@@ -79,6 +80,7 @@ public:
     SimDistributedNotifications& distributedNotifications() const;
     SimOSDFramework& osdFramework() const;
     SimLevelIndicators& levelIndicators() const;
+    SimLoginItems& loginItems() const;
     // The display's entries in the registry (0 when it has none or is unplugged): the
     // connection's AV service ("DCPAVServiceProxy") and its framebuffer ("AppleCLCD2").
     platform::IOObject proxyEntry(platform::DisplayID id) const;
