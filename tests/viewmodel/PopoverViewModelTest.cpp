@@ -48,7 +48,7 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     EXPECT_EQ(model->stateFor(99), DisplayState{});
 
     // Readings that arrive fill their fields; mute is on only for the value 1.
-    displays->updateDisplay(0, std::nullopt, DDCReadResult{70, 100}, DDCReadResult{12, 40},
+    displays->updateDisplay(DisplayManager::keyOf(displays->displays()[0]), std::nullopt, DDCReadResult{70, 100}, DDCReadResult{12, 40},
                             DDCReadResult{1, 2}, DDCReadResult{0x11, 0});
     mainQueue().runPending();
     EXPECT_GT(changes, 0);
@@ -201,7 +201,7 @@ TEST_F(PopoverViewModelTest, WorkQueuedForAModelThatIsGoneIsDropped) {
     start(scenarioOf({keyMonitor(2, {25, 100})}));
     model->moveBrightnessSlider(2, 80);
     model->moveVolumeSlider(2, 10);
-    displays->updateDisplay(0, DDCReadResult{90, 100}, {}, {}, {}, {}); // a list on its way
+    displays->updateDisplay(DisplayManager::keyOf(displays->displays()[0]), DDCReadResult{90, 100}, {}, {}, {}, {}); // a list on its way
     model.reset();
     advance(1s);
     EXPECT_TRUE(machine->bus().transfers().empty());
