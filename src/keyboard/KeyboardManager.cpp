@@ -299,6 +299,7 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
     const auto code = work.code;
     const auto id = display.id;
     bool readFailed = false;
+    std::optional<std::uint16_t> written;
     DDCManager::globalDDCQueue().sync([&] {
         const auto value = ddc.read(display.transport, code);
         readFailed = !value;
@@ -316,7 +317,7 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
         const auto frame = ddc::makeSetVCPRequest(rawValue(code), next);
         if (!ddc.performWrite(display.transport, frame)) return; // silently
         ddc.storeWritten(*display.transport, rawValue(code), next);
-        rememberLastValue(display, code, next);
+        written = next;
 
         const float level = fraction(next, value->max);
         if (code == VCPCode::brightness)
@@ -326,6 +327,9 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
             postIndicator(
                 [level, id](KeyboardManager& m) { m.osdManager_->showVolume(level, id); });
     });
+    // Stored outside the transfer queue: a settings file written to disk must not hold
+    // the bus.
+    if (written) rememberLastValue(display, code, *written);
     if (readFailed)
         SystemLog::keyboard().error("Failed to read " + std::string(displayName(code)) +
                                     " for key adjustment");
