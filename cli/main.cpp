@@ -92,7 +92,8 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options)
         json out = json::array();
         for (const auto& d : displays)
             out.push_back({{"id", d.id},
-                           {"name", d.displayTitle()},
+                           {"name", displayTitle(d)},
+                           {"systemName", d.displayTitle()},
                            {"vendorID", d.vendorID},
                            {"productID", d.productID},
                            {"ddcStatus", std::string(rawValue(d.ddcStatus))},
@@ -108,7 +109,11 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options)
     }
     if (displays.empty()) std::cout << "No external displays found.\n";
     for (const auto& d : displays) {
-        std::cout << "Display " << d.id << ": " << d.displayTitle() << "\n"
+        // The name the user gave the monitor in the settings, as the tray shows it.
+        const auto title = displayTitle(d);
+        std::cout << "Display " << d.id << ": " << title << "\n";
+        if (title != d.displayTitle()) std::cout << "  system name: " << d.displayTitle() << "\n";
+        std::cout
                   << "  vendor " << d.vendorID << ", product " << d.productID << ", "
                   << label(d.ddcStatus) << "\n";
         if (d.brightness)
@@ -347,9 +352,13 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
     if (options.trace)
         machine.bus().setObserver(
             [processStart](const sim::BusTransfer& t) { traceTransfer(t, processStart); });
-    platform::install(machine.platform());
+    // The user's own settings, as the tray app reads them: friendly names, the longer
+    // delay and the stable key all act the same from the command line.
+    auto installed = machine.platform();
+    installed.defaults = std::make_shared<platform::JsonUserDefaults>();
+    platform::install(installed);
 
-    const int status = runCommand(machine.platform(), clock, mainQueue, request, options);
+    const int status = runCommand(installed, clock, mainQueue, request, options);
     sim::saveState(machine, stateFile, "panelwright-cli");
     machine.bus().setObserver({});
     platform::install({});

@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -274,6 +275,115 @@ void setLongerDelay(platform::UserDefaults& store, bool value, std::string_view 
 
 void setLongerDelay(bool value, std::string_view preferenceKey) {
     if (auto store = installedStore()) setLongerDelay(*store, value, preferenceKey);
+}
+
+} // namespace pw::Preferences
+
+namespace pw::Preferences {
+
+// --- Last values -------------------------------------------------------------------------
+
+std::optional<std::uint16_t> lastValue(platform::UserDefaults& store,
+                                       std::string_view preferenceKey, std::string_view option) {
+    auto value = store.object(displayKey(preferenceKey, option));
+    if (!value) return std::nullopt;
+    // Only what this program wrote counts: a value of another kind was put there by hand
+    // and writing a guess of it to a monitor is worse than writing nothing.
+    const std::int64_t* number = std::get_if<std::int64_t>(&*value);
+    if (!number || *number < 0 || *number > std::numeric_limits<std::uint16_t>::max())
+        return std::nullopt;
+    return static_cast<std::uint16_t>(*number);
+}
+
+void setLastValue(platform::UserDefaults& store, std::string_view preferenceKey,
+                  std::string_view option, std::uint16_t value) {
+    store.set(displayKey(preferenceKey, option), static_cast<std::int64_t>(value));
+}
+
+void setLastValue(std::string_view preferenceKey, std::string_view option, std::uint16_t value) {
+    if (auto store = installedStore()) setLastValue(*store, preferenceKey, option, value);
+}
+
+// --- The stable per-display key ----------------------------------------------------------
+
+namespace {
+
+constexpr std::string_view kDisplayPrefix = "display.";
+
+constexpr std::string_view kDisplayOptions[] = {kForceSoftwareBrightness, kFriendlyName,
+                                                kLongerDelay,             kLastBrightness,
+                                                kLastVolume,              kLastInput};
+
+bool isDisplayOption(std::string_view option) {
+    for (auto known : kDisplayOptions)
+        if (known == option) return true;
+    return false;
+}
+
+// A stored key "display.<stem>@<number>.<option>" split into number and option, when it
+// belongs to `stem` and names an option this program keeps per display.
+struct StoredOption {
+    std::uint32_t number = 0;
+    std::string preferenceKey;
+};
+
+std::optional<StoredOption> parseStoredOption(std::string_view key, std::string_view stem) {
+    if (!key.starts_with(kDisplayPrefix)) return std::nullopt;
+    key.remove_prefix(kDisplayPrefix.size());
+    if (!key.starts_with(stem)) return std::nullopt;
+    std::string_view rest = key.substr(stem.size());
+    if (!rest.starts_with('@')) return std::nullopt;
+    rest.remove_prefix(1);
+    const auto dot = rest.find('.');
+    if (dot == std::string_view::npos || dot == 0) return std::nullopt;
+    const std::string_view digits = rest.substr(0, dot);
+    if (!isDisplayOption(rest.substr(dot + 1))) return std::nullopt;
+    std::uint32_t number = 0;
+    auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (ec != std::errc{} || end != digits.data() + digits.size()) return std::nullopt;
+    return StoredOption{number, std::string(stem) + "@" + std::string(digits)};
+}
+
+} // namespace
+
+DisplayKeyLookup adoptDisplayOptions(platform::UserDefaults& store, std::string_view preferenceKey,
+                                     const std::vector<std::uint32_t>& activeNumbers) {
+    DisplayKeyLookup lookup;
+    const auto at = preferenceKey.rfind('@');
+    if (at == std::string_view::npos) return lookup;
+    const std::string_view stem = preferenceKey.substr(0, at);
+
+    const auto keys = store.keys();
+    std::vector<std::string> ownKeys;
+    for (const auto& key : keys) {
+        const auto stored = parseStoredOption(key, stem);
+        if (!stored) continue;
+        if (stored->preferenceKey == preferenceKey) return {}; // the display has its own
+        const bool active = std::find(activeNumbers.begin(), activeNumbers.end(),
+                                      stored->number) != activeNumbers.end();
+        if (active) continue; // another monitor of the same model, connected now
+        if (std::find(lookup.candidates.begin(), lookup.candidates.end(),
+                      stored->preferenceKey) == lookup.candidates.end())
+            lookup.candidates.push_back(stored->preferenceKey);
+    }
+    if (lookup.candidates.empty()) return lookup;
+    if (lookup.candidates.size() > 1) {
+        // Two monitors of one model were seen under other numbers: which one this is
+        // cannot be told, and handing it another monitor's options would be worse than none.
+        lookup.outcome = DisplayKeyLookup::Outcome::ambiguous;
+        return lookup;
+    }
+
+    lookup.outcome = DisplayKeyLookup::Outcome::migrated;
+    lookup.movedFrom = lookup.candidates.front();
+    for (auto option : kDisplayOptions) {
+        const auto from = displayKey(lookup.movedFrom, option);
+        if (auto value = store.object(from)) {
+            store.set(displayKey(preferenceKey, option), *value);
+            store.remove(from);
+        }
+    }
+    return lookup;
 }
 
 } // namespace pw::Preferences

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // The program's persistent settings: the keys it reads and writes in the user-defaults
 // store and the accessors for the keys more than one place needs.
@@ -45,6 +46,11 @@ inline constexpr std::string_view kVolumeStepPercent = "volumeStepPercent";
 inline constexpr std::string_view kForceSoftwareBrightness = "forceSoftwareBrightness";
 inline constexpr std::string_view kFriendlyName = "friendlyName";
 inline constexpr std::string_view kLongerDelay = "longerDelay";
+// The raw DDC values the user last set on a display (popover or keys), written back at
+// launch and when the monitor reappears when the start-up action is restoreLast.
+inline constexpr std::string_view kLastBrightness = "lastBrightness";
+inline constexpr std::string_view kLastVolume = "lastVolume";
+inline constexpr std::string_view kLastInput = "lastInput";
 
 // "display." + preferenceKey + "." + option. Nothing is escaped: the display's name
 // appears in the key exactly as it is, spaces and punctuation included.
@@ -100,5 +106,37 @@ bool longerDelay(platform::UserDefaults& store, std::string_view preferenceKey);
 bool longerDelay(std::string_view preferenceKey);
 void setLongerDelay(platform::UserDefaults& store, bool value, std::string_view preferenceKey);
 void setLongerDelay(bool value, std::string_view preferenceKey);
+
+// --- Last values ------------------------------------------------------------------------
+
+// The integer under display.<key>.<option> when it is a stored integer within 16 bits;
+// nothing otherwise (absent, another kind, out of range).
+std::optional<std::uint16_t> lastValue(platform::UserDefaults& store,
+                                       std::string_view preferenceKey, std::string_view option);
+void setLastValue(platform::UserDefaults& store, std::string_view preferenceKey,
+                  std::string_view option, std::uint16_t value);
+void setLastValue(std::string_view preferenceKey, std::string_view option, std::uint16_t value);
+
+// --- The stable per-display key ----------------------------------------------------------
+
+// What looking a display's options up found.
+struct DisplayKeyLookup {
+    enum class Outcome {
+        current,   // options exist under the display's own key (or none exist anywhere)
+        migrated,  // the options of one other number were moved to the display's key
+        ambiguous, // several other numbers hold options: nothing was moved
+    };
+    Outcome outcome = Outcome::current;
+    std::string movedFrom;                // the old preference key, when migrated
+    std::vector<std::string> candidates;  // the other preference keys considered
+};
+
+// A monitor's preference key carries its display number, which the system may change
+// between sessions. When nothing is stored under `preferenceKey`, the options stored for
+// the same name, vendor and product under another number are moved to it, provided there
+// is exactly one such number and it does not belong to a display that is active now
+// (`activeNumbers`): a second monitor of the same model keeps its own options.
+DisplayKeyLookup adoptDisplayOptions(platform::UserDefaults& store, std::string_view preferenceKey,
+                                     const std::vector<std::uint32_t>& activeNumbers);
 
 } // namespace pw::Preferences

@@ -2,6 +2,7 @@
 
 #include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
+#include "display/PacedTransport.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/EdidName.h"
@@ -299,6 +300,24 @@ void DisplayManager::startBackgroundPass() {
     });
 }
 
+namespace {
+
+// Finds the options of a monitor that came back under another display number; logged,
+// since a user wondering where a setting went should find the answer in the log.
+void adoptOptions(platform::UserDefaults& store, const std::string& key,
+                  const std::vector<platform::DisplayID>& activeIDs) {
+    const std::vector<std::uint32_t> active(activeIDs.begin(), activeIDs.end());
+    const auto lookup = Preferences::adoptDisplayOptions(store, key, active);
+    using Outcome = Preferences::DisplayKeyLookup::Outcome;
+    if (lookup.outcome == Outcome::migrated)
+        logDisplay("Options of " + lookup.movedFrom + " moved to " + key);
+    else if (lookup.outcome == Outcome::ambiguous)
+        logDisplay("Options for " + key + " not moved: " + num(lookup.candidates.size()) +
+                   " earlier displays of the same model");
+}
+
+} // namespace
+
 std::vector<ExternalDisplay> DisplayManager::buildList() {
     const auto& systemLog = SystemLog::display();
     logDisplay("enumerateDisplays() called");
@@ -354,9 +373,15 @@ std::vector<ExternalDisplay> DisplayManager::buildList() {
         display.productID = product;
         display.ddcSupported = true;
         display.forceSoftwareBrightness = false;
-        display.longerDelay = platform_.defaults ? Preferences::longerDelay(*platform_.defaults,
-                                                                            display.preferenceKey())
-                                                 : false;
+        if (auto* store = platform_.defaults.get()) {
+            adoptOptions(*store, display.preferenceKey(), ids);
+            // Read at every enumeration, so the settings' toggle needs no restart; the
+            // wrapper carries it to every transfer, whoever sends it.
+            display.longerDelay = Preferences::longerDelay(*store, display.preferenceKey());
+            if (display.longerDelay)
+                display.transport =
+                    std::make_shared<PacedTransport>(display.transport, platform_.clock);
+        }
 
         logDDC("Reading DDC brightness for " + name + " (display " + num(id) + ")...");
         if (auto brightness = ddcManager_->read(display.transport, VCPCode::brightness)) {

@@ -1,5 +1,8 @@
 #include "display/ExternalDisplay.h"
 
+#include "app/Preferences.h"
+#include "platform/Platform.h"
+
 #include <algorithm>
 
 namespace pw {
@@ -42,6 +45,18 @@ std::string ExternalDisplay::preferenceKey() const {
 
 std::string ExternalDisplay::displayTitle() const {
     return name.empty() ? "Display " + std::to_string(id) : name;
+}
+
+std::string displayTitle(const ExternalDisplay& display, const platform::UserDefaults& store) {
+    // Reading does not change the store; its interface is simply not const-qualified.
+    auto& readable = const_cast<platform::UserDefaults&>(store);
+    return Preferences::friendlyName(readable, display.preferenceKey())
+        .value_or(display.displayTitle());
+}
+
+std::string displayTitle(const ExternalDisplay& display) {
+    const auto store = platform::snapshot()->defaults;
+    return store ? displayTitle(display, *store) : display.displayTitle();
 }
 
 std::vector<ExternalDisplay> ddcCapableDisplays(const std::vector<ExternalDisplay>& displays) {

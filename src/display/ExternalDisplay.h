@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ddc/VCP.h"
+#include "platform/UserDefaults.h"
 #include "transport/I2CTransport.h"
 
 #include <cstdint>
@@ -51,6 +52,13 @@ struct ExternalDisplay {
     // The name, or "Display <id>" when the name is empty.
     std::string displayTitle() const;
 };
+
+// What the user sees a display called everywhere it is named (popover, settings,
+// command line): the friendly name stored for it, else its own title. Read from the
+// store at every call, so a name typed in the settings shows at once.
+std::string displayTitle(const ExternalDisplay& display, const platform::UserDefaults& store);
+// The same with the installed platform's store (its own title when none is installed).
+std::string displayTitle(const ExternalDisplay& display);
 
 // The displays that get DDC controls, in list order.
 std::vector<ExternalDisplay> ddcCapableDisplays(const std::vector<ExternalDisplay>& displays);

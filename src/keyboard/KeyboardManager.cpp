@@ -5,7 +5,9 @@
 #include "ddc/DDCManager.h"
 #include "ddc/DDCMessages.h"
 #include "display/DisplayManager.h"
+#include "gamma/GammaManager.h"
 #include "osd/OSDManager.h"
+#include "viewmodel/PopoverViewModel.h"
 
 #include <algorithm>
 #include <string>
@@ -146,11 +148,39 @@ void KeyboardManager::applyStepPreferences() {
 
 void KeyboardManager::adjust(const ExternalDisplay& display, VCPCode code, Direction direction,
                              float step) {
+    // Read at every press, so the settings' toggle applies to the next key.
+    if (code == VCPCode::brightness && platform_.defaults &&
+        Preferences::forceSoftwareBrightness(*platform_.defaults, display.preferenceKey())) {
+        adjustSoftwareBrightness(display.id, direction, step);
+        return;
+    }
     KeyWork work;
     work.display = display;
     work.code = code;
     work.steps.push_back({direction, step, 1});
     schedule(std::move(work));
+}
+
+// No bus work: the gamma tables are the main thread's, and the key hook waits for this
+// call no longer than for any other decision.
+void KeyboardManager::adjustSoftwareBrightness(platform::DisplayID id, Direction direction,
+                                               float step) {
+    auto gamma = gammaManager();
+    if (!gamma) return;
+    const auto& levels = gamma->currentBrightness();
+    const auto found = levels.find(id);
+    const double current = found == levels.end() ? 1.0 : std::min(1.0, found->second);
+    const double delta = std::clamp(static_cast<double>(step), 0.0, 1.0);
+    const double next =
+        std::clamp(direction == Direction::up ? current + delta : current - delta,
+                   BrightnessCurve::kSoftwareFloor, 1.0);
+    if (next == current) return;
+    gamma->setBrightness(id, next);
+    if (osdManager_ && indicatorsWanted()) osdManager_->showBrightness(static_cast<float>(next), id);
+}
+
+std::shared_ptr<GammaManager> KeyboardManager::gammaManager() const {
+    return gammaManager_ ? gammaManager_ : GammaManager::shared();
 }
 
 void KeyboardManager::toggleDisplayMute(const ExternalDisplay& display) {
@@ -269,6 +299,7 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
     const auto code = work.code;
     const auto id = display.id;
     bool readFailed = false;
+    std::optional<std::uint16_t> written;
     DDCManager::globalDDCQueue().sync([&] {
         const auto value = ddc.read(display.transport, code);
         readFailed = !value;
@@ -286,6 +317,7 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
         const auto frame = ddc::makeSetVCPRequest(rawValue(code), next);
         if (!ddc.performWrite(display.transport, frame)) return; // silently
         ddc.storeWritten(*display.transport, rawValue(code), next);
+        written = next;
 
         const float level = fraction(next, value->max);
         if (code == VCPCode::brightness)
@@ -295,6 +327,9 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
             postIndicator(
                 [level, id](KeyboardManager& m) { m.osdManager_->showVolume(level, id); });
     });
+    // Stored outside the transfer queue: a settings file written to disk must not hold
+    // the bus.
+    if (written) rememberLastValue(display, code, *written);
     if (readFailed)
         SystemLog::keyboard().error("Failed to read " + std::string(displayName(code)) +
                                     " for key adjustment");
@@ -337,6 +372,17 @@ void KeyboardManager::runMuteToggle(const KeyWork& work) {
         const float level = fraction(volume->current, volume->max);
         postIndicator([level, id](KeyboardManager& m) { m.osdManager_->showVolume(level, id); });
     });
+}
+
+void KeyboardManager::rememberLastValue(const ExternalDisplay& display, VCPCode code,
+                                        std::uint16_t value) {
+    if (!platform_.defaults) return;
+    if (code == VCPCode::brightness)
+        Preferences::setLastValue(*platform_.defaults, display.preferenceKey(),
+                                  Preferences::kLastBrightness, value);
+    else if (code == VCPCode::volume)
+        Preferences::setLastValue(*platform_.defaults, display.preferenceKey(),
+                                  Preferences::kLastVolume, value);
 }
 
 void KeyboardManager::postIndicator(std::function<void(KeyboardManager&)> show) {

@@ -22,6 +22,7 @@ namespace pw {
 
 class DDCManager;
 class DisplayManager;
+class GammaManager;
 class OSDManager;
 
 // Turns the brightness, volume and mute keys into DDC/CI steps on the monitor under the
@@ -54,6 +55,11 @@ public:
     // Schedule one step (or one mute toggle) and return at once. Main thread.
     void adjust(const ExternalDisplay& display, VCPCode code, Direction direction, float step);
     void toggleDisplayMute(const ExternalDisplay& display);
+    // Brightness of a display forced to software: one step of the gamma level (the step
+    // as a fraction of full), floored like the popover's slider. Main thread.
+    void adjustSoftwareBrightness(platform::DisplayID id, Direction direction, float step);
+    // The gamma manager the software steps go through; the shared one unless set.
+    void setGammaManager(std::shared_ptr<GammaManager> gamma) { gammaManager_ = std::move(gamma); }
 
     float brightnessStep() const { return brightnessStep_; }
     void setBrightnessStep(float step) { brightnessStep_ = step; }
@@ -123,6 +129,9 @@ private:
     // Posts `show` to the main queue, to run there only if the manager still exists and the
     // user wants indicators.
     void postIndicator(std::function<void(KeyboardManager&)> show);
+    // Stores a value the monitor accepted as the one to restore at the next launch.
+    void rememberLastValue(const ExternalDisplay& display, VCPCode code, std::uint16_t value);
+    std::shared_ptr<GammaManager> gammaManager() const;
     bool indicatorsWanted() const;
 
     platform::Platform platform_;
@@ -130,6 +139,7 @@ private:
     std::shared_ptr<DisplayManager> displayManager_;
     std::shared_ptr<DDCManager> ddcManager_;
     std::shared_ptr<OSDManager> osdManager_;
+    std::shared_ptr<GammaManager> gammaManager_;
     std::atomic<float> brightnessStep_{kDefaultStep};
     std::atomic<float> volumeStep_{kDefaultStep};
     std::shared_ptr<PressTracker> presses_ = std::make_shared<PressTracker>();

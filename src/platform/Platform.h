@@ -14,6 +14,7 @@
 #include "platform/HostInfo.h"
 #include "platform/HotPlugMonitor.h"
 #include "platform/I2CDevices.h"
+#include "platform/LoginItems.h"
 #include "platform/MainQueue.h"
 #include "platform/Registry.h"
 #include "platform/SystemLog.h"
@@ -50,6 +51,8 @@ struct Platform {
     std::shared_ptr<DrmSysfs> drm;
     std::shared_ptr<I2CDevices> i2cDevices;
     std::shared_ptr<HotPlugMonitor> hotPlug;
+    // Starting at login; null where the machine offers no way to do it.
+    std::shared_ptr<LoginItems> loginItems;
 };
 
 // The process-wide platform that `shared()` services are built from. Installed

@@ -3,6 +3,7 @@
 #include "app/Tuning.h"
 
 #include "app/DiagnosticLog.h"
+#include "app/StartupActions.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
@@ -55,6 +56,12 @@ void AppDelegate::finishLaunching() {
     fileLog("Keyboard manager started");
     if (const auto& defaults = platform::current().defaults)
         applyTuningPreferences(*defaults, *displayManager_->ddcManager(), keyboardManager_.get());
+    // The launch's list reaches the main queue after this continuation; the start-up
+    // action (restore, read or nothing) applies to it there, then follows hot-plug.
+    startupActions_ = std::make_shared<StartupActions>(platform::current(), displayManager_,
+                                                       displayManager_->ddcManager());
+    if (const auto& queue = platform::current().mainQueue)
+        queue->post([actions = startupActions_] { actions->start(); });
 
     fileLog("Startup complete");
     SystemLog::app().info("Panelwright ready");

@@ -8,6 +8,7 @@ class QQmlEngine;
 namespace pw {
 class DisplayManager;
 class KeyboardManager;
+class StartupActions;
 } // namespace pw
 
 namespace pw::ui {
@@ -44,6 +45,7 @@ private:
     std::unique_ptr<QtStatusBar> statusBarController_;
     std::shared_ptr<DisplayManager> displayManager_;
     std::shared_ptr<KeyboardManager> keyboardManager_;
+    std::shared_ptr<StartupActions> startupActions_;
     std::shared_ptr<Updater> updaterController_;
     std::function<void()> launched_;
     bool terminated_ = false;

@@ -48,6 +48,7 @@ std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue
     p.host = real.host;
     p.systemLog = real.systemLog;
     p.defaults = real.defaults;
+    p.loginItems = real.loginItems;
     app->platform_ = std::move(p);
     app->unreachableNote_ =
         "panelwright: no monitor can be reached on this machine yet; to try the program "

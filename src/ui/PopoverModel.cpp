@@ -109,7 +109,7 @@ PopoverModel::~PopoverModel() { viewModel_.unsubscribe(token_); }
 void PopoverModel::sync() {
     std::vector<DisplayListModel::Row> rows;
     for (const auto& d : viewModel_.ddcDisplays())
-        rows.push_back({d.id, QString::fromStdString(d.displayTitle()),
+        rows.push_back({d.id, QString::fromStdString(displayTitle(d)),
                         QString::fromUtf8(rawValue(d.ddcStatus).data(),
                                           static_cast<qsizetype>(rawValue(d.ddcStatus).size())),
                         viewModel_.stateFor(d.id)});

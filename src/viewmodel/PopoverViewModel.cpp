@@ -1,9 +1,11 @@
 #include "viewmodel/PopoverViewModel.h"
 
+#include "app/Preferences.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 #include "gamma/GammaManager.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -33,6 +35,11 @@ std::uint16_t BrightnessCurve::ddcValue(double fraction, double max) {
     return static_cast<std::uint16_t>(value);
 }
 
+double BrightnessCurve::softwareLevel(double position, double max) {
+    if (!(max > 0) || !(position > 0)) return kSoftwareFloor;
+    return std::min(1.0, kSoftwareFloor + (1.0 - kSoftwareFloor) * (position / max));
+}
+
 double BrightnessCurve::dimmingLevel(double fraction) {
     if (!(fraction > 0)) return 0;
     if (fraction <= gammaDimThreshold) return fraction / gammaDimThreshold;
@@ -45,6 +52,7 @@ double BrightnessCurve::dimmingLevel(double fraction) {
 // posted with a generation delivers only when no newer value arrived since.
 struct PopoverViewModel::WriteStream {
     std::shared_ptr<I2CTransport> transport;
+    std::string preferenceKey;
     VCPCode code = VCPCode::brightness;
     std::uint16_t value = 0;
     std::uint64_t generation = 0;
@@ -140,6 +148,11 @@ void PopoverViewModel::applyDisplayList(const std::vector<ExternalDisplay>& disp
     notify();
 }
 
+std::string PopoverViewModel::title(std::uint32_t id) const {
+    const auto* display = findDisplay(id);
+    return display ? displayTitle(*display) : std::string();
+}
+
 const ExternalDisplay* PopoverViewModel::findDisplay(std::uint32_t id) const {
     for (const auto& display : ddcDisplays_)
         if (display.id == id) return &display;
@@ -155,6 +168,11 @@ void PopoverViewModel::changeBrightness(std::uint32_t id, double value) {
         max = found->second.brightnessMax;
         if (!(max > 0)) return;
     }
+    // Read at every move, so the settings' toggle applies to the next one.
+    if (Preferences::forceSoftwareBrightness(findDisplay(id)->preferenceKey())) {
+        gammaManager_->setBrightness(id, BrightnessCurve::softwareLevel(value, max));
+        return;
+    }
     const double f = BrightnessCurve::fraction(value, max);
     queueWrite(id, VCPCode::brightness, BrightnessCurve::ddcValue(f, max));
     gammaManager_->setBrightness(id, BrightnessCurve::dimmingLevel(f));
@@ -166,6 +184,7 @@ void PopoverViewModel::queueWrite(std::uint32_t id, VCPCode code, std::uint16_t 
     const auto key = writeStreamKey(id, code);
     auto& stream = writeSubjects_[key];
     stream.transport = display->transport;
+    stream.preferenceKey = display->preferenceKey();
     stream.code = code;
     stream.value = value;
     const auto generation = ++stream.generation;
@@ -180,6 +199,11 @@ void PopoverViewModel::deliver(const std::string& key, std::uint64_t generation)
     if (found == writeSubjects_.end() || found->second.generation != generation) return;
     const auto& stream = found->second;
     ddcManager_->write(stream.transport, stream.code, stream.value);
+    // What the user settled on, for the start-up action that restores it.
+    if (stream.code == VCPCode::brightness)
+        Preferences::setLastValue(stream.preferenceKey, Preferences::kLastBrightness, stream.value);
+    else if (stream.code == VCPCode::volume)
+        Preferences::setLastValue(stream.preferenceKey, Preferences::kLastVolume, stream.value);
 }
 
 void PopoverViewModel::toggleMute(std::uint32_t id) {
@@ -199,6 +223,7 @@ void PopoverViewModel::selectInput(std::uint32_t id, InputSource input) {
         notify();
     }
     ddcManager_->write(display->transport, VCPCode::inputSource, rawValue(input));
+    Preferences::setLastValue(display->preferenceKey(), Preferences::kLastInput, rawValue(input));
 }
 
 void PopoverViewModel::refresh() {

@@ -59,12 +59,19 @@ struct BrightnessCurve {
     // The software dimming level for a fraction: 0 at 0, rising linearly to 1 at the
     // threshold, 1 (no dimming) above it.
     static double dimmingLevel(double fraction);
+
+    // A display whose brightness is forced to software has the whole slider on the
+    // gamma tables, linearly from a floor at the bottom (the picture stays readable, so
+    // the user can always find the slider again) to the calibrated tables at the top.
+    static constexpr double kSoftwareFloor = 0.1;
+    static double softwareLevel(double position, double max);
 };
 
 // The observable model behind the tray popover. It mirrors the display manager's list of
 // DDC-capable displays, keeps one `DisplayState` per display that ever appeared, and turns
 // slider moves into debounced DDC writes (one stream per display and VCP code) and
-// immediate software dimming. Main thread only; it persists nothing.
+// immediate software dimming. Main thread only. What it persists: the values the user
+// last set on each display (for the start-up action that restores them).
 //
 // The app builds exactly one and keeps it for the life of the process; work queued on
 // the main queue (list updates, debounced writes) holds it weakly and ends without effect
@@ -90,6 +97,9 @@ public:
 
     // The displays shown: the manager's list filtered to `ddcSupported`, order kept.
     const std::vector<ExternalDisplay>& ddcDisplays() const { return ddcDisplays_; }
+    // The display's title as the user named it (friendly name, else its own), read from
+    // the settings at every call; empty for a display not shown.
+    std::string title(std::uint32_t id) const;
     // Every display that ever was shown keeps its entry.
     const std::map<std::uint32_t, DisplayState>& displayStates() const { return displayStates_; }
     // The display's entry, or the default state.
@@ -100,6 +110,9 @@ public:
     // `observer` is called on the main queue after every change of either published value.
     ObserverToken subscribe(Observer observer);
     void unsubscribe(ObserverToken token);
+    // A display's stored options changed (the settings window): observers are told, so
+    // titles and the like are read again.
+    void displayOptionsChanged() { notify(); }
 
     // --- Operations -----------------------------------------------------------------
 

@@ -285,5 +285,23 @@ TEST_F(Cli, TheStoredPassCountReachesTheBusWithinItsCap) {
     EXPECT_EQ(writes(), 10 * onePass);
 }
 
+TEST_F(Cli, DetectNamesADisplayAsTheUserNamedIt) {
+    const auto two = scenario("two-monitors-and-builtin.json");
+    ASSERT_EQ(run({"config", "set", "display.LG HDR 4K+7789+30471@2.friendlyName", "Desk left"})
+                  .status,
+              0);
+    Outcome r = run({"--simulate", two, "--json", "detect"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const json list = json::parse(r.out);
+    EXPECT_EQ(list[0]["name"], "Desk left");
+    EXPECT_EQ(list[0]["systemName"], "LG HDR 4K");
+    EXPECT_EQ(list[1]["name"], list[1]["systemName"]); // no friendly name: its own
+
+    r = run({"--simulate", two, "detect"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("Display 2: Desk left\n  system name: LG HDR 4K\n"), std::string::npos)
+        << r.out;
+}
+
 } // namespace
 } // namespace pw

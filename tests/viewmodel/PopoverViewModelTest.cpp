@@ -48,8 +48,9 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     EXPECT_EQ(model->stateFor(99), DisplayState{});
 
     // Readings that arrive fill their fields; mute is on only for the value 1.
-    displays->updateDisplay(DisplayManager::keyOf(displays->displays()[0]), std::nullopt, DDCReadResult{70, 100}, DDCReadResult{12, 40},
-                            DDCReadResult{1, 2}, DDCReadResult{0x11, 0});
+    displays->updateDisplay(DisplayManager::keyOf(displays->displays()[0]), std::nullopt,
+                            DDCReadResult{70, 100}, DDCReadResult{12, 40}, DDCReadResult{1, 2},
+                            DDCReadResult{0x11, 0});
     mainQueue().runPending();
     EXPECT_GT(changes, 0);
     auto state = model->stateFor(2);
@@ -64,8 +65,7 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     displays->startMonitoring();
     machine->unplug(2);
     mainQueue().advance(DisplayManager::kHotPlugDelay);
-    while (displays->enumerationInProgress()) mainQueue().waitAndRun();
-    mainQueue().runPending();
+    runUntil([&] { return model->ddcDisplays().size() == 1; }); // enumerated in the background
     ASSERT_EQ(model->ddcDisplays().size(), 1u);
     EXPECT_EQ(model->ddcDisplays()[0].id, 3u);
     EXPECT_EQ(model->stateFor(2), state);
@@ -81,8 +81,7 @@ TEST_F(PopoverViewModelTest, StatesFollowTheReadingsAndSurviveDisplaysThatLeave)
     // It comes back: the probe brings brightness only, so the other values are the old ones.
     machine->plug(keyMonitor(2, {100, 100}));
     mainQueue().advance(DisplayManager::kHotPlugDelay);
-    while (displays->enumerationInProgress()) mainQueue().waitAndRun();
-    mainQueue().runPending();
+    runUntil([&] { return model->ddcDisplays().size() == 2; });
     ASSERT_EQ(model->ddcDisplays().size(), 2u);
     const auto back = model->stateFor(2);
     EXPECT_EQ(back.brightness, 100);

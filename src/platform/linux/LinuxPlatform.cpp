@@ -7,6 +7,8 @@
 #include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/LinuxI2CDevices.h"
 #include "platform/linux/UdevHotPlugMonitor.h"
+#include "platform/linux/XdgAutostart.h"
+#include "platform/posix/BaseDirectories.h"
 #include "platform/posix/SystemClock.h"
 
 namespace pw::platform {
@@ -32,6 +34,11 @@ Platform makeLinuxPlatform(const LinuxMachineOptions& options) {
     p.displays = std::make_shared<DrmDisplayServices>(drm);
     p.i2cDevices = std::make_shared<LinuxI2CDevices>(options.root, options.forceSlaveAddress);
     if (options.mainQueue) p.hotPlug = std::make_shared<UdevHotPlugMonitor>(options.mainQueue);
+    p.loginItems = std::make_shared<XdgAutostart>(
+        xdg::configHome(), XdgAutostart::appExecutable(),
+        [log = p.systemLog](const std::string& message) {
+            log->write("com.panelwright.app", "App", LogLevel::error, message);
+        });
     return p;
 }
 

@@ -9,6 +9,7 @@
 #include "platform/sim/SimFramebufferI2C.h"
 #include "platform/sim/SimGamma.h"
 #include "platform/sim/SimLinux.h"
+#include "platform/sim/SimLoginItems.h"
 #include "platform/sim/SimOSD.h"
 #include "platform/sim/SimWorkspace.h"
 #include "support/Hex.h"
@@ -155,6 +156,7 @@ struct SimMachine::State {
     int nextAdapter = 10;
     std::map<std::string, unsigned> connectorsOfType;
     std::map<DisplayID, std::string> connectorNames;
+    std::shared_ptr<SimLoginItems> loginItems = std::make_shared<SimLoginItems>();
 
     mutable std::mutex mutex; // plug and unplug, and what they change below
     std::map<DisplayID, Attachment> attached;
@@ -421,6 +423,7 @@ platform::Platform SimMachine::platform() const {
         p.i2cDevices = state_->i2c;
         p.hotPlug = state_->hotPlug;
     }
+    p.loginItems = state_->loginItems;
     return p;
 }
 
@@ -488,6 +491,9 @@ int SimMachine::adapterOf(DisplayID id) const {
     std::lock_guard lock(state_->mutex);
     const auto found = state_->attached.find(id);
     return found == state_->attached.end() ? -1 : found->second.adapter;
+}
+SimLoginItems& SimMachine::loginItems() const {
+    return *state_->loginItems;
 }
 
 std::shared_ptr<VirtualMonitor> SimMachine::monitor(DisplayID id) const {

@@ -36,6 +36,7 @@ class SimLevelIndicators;
 class SimDrmSysfs;
 class SimI2CDevices;
 class SimHotPlugMonitor;
+class SimLoginItems;
 
 class SimMachine {
 public:
@@ -88,6 +89,7 @@ public:
     SimI2CDevices* i2cDevices() const;
     SimHotPlugMonitor* hotPlug() const;
     int adapterOf(platform::DisplayID id) const;
+    SimLoginItems& loginItems() const;
     // The display's entries in the registry (0 when it has none or is unplugged): the
     // connection's AV service ("DCPAVServiceProxy") and its framebuffer ("AppleCLCD2").
     platform::IOObject proxyEntry(platform::DisplayID id) const;
