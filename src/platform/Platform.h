@@ -11,6 +11,7 @@
 #include "platform/OSD.h"
 #include "platform/Workspace.h"
 #include "platform/HostInfo.h"
+#include "platform/LoginItems.h"
 #include "platform/MainQueue.h"
 #include "platform/Registry.h"
 #include "platform/SystemLog.h"
@@ -44,6 +45,8 @@ struct Platform {
     std::shared_ptr<DistributedNotifications> distributedNotifications;
     std::shared_ptr<OSDFramework> osdFramework;
     std::shared_ptr<LevelIndicators> levelIndicators;
+    // Starting at login; null where the machine offers no way to register it.
+    std::shared_ptr<LoginItems> loginItems;
 };
 
 // The process-wide platform that `shared()` services are built from. Installed
