@@ -57,7 +57,7 @@ Rectangle {
         Item { width: 1; height: 24 }
         Text {
             anchors.horizontalCenter: parent.horizontalCenter
-            text: qsTr("Every monitor on your desk, one click away.")
+            text: qsTr("Every monitor, one click away.")
             color: Theme.primary
             font.family: Theme.fontFamily
             font.pixelSize: 14
