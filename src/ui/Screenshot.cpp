@@ -1,9 +1,12 @@
 #include "ui/Screenshot.h"
 
 #include "display/DisplayManager.h"
+#include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"
+#include "ui/FixedWindow.h"
 #include "ui/PopoverWindow.h"
 #include "ui/QtStatusBar.h"
+#include "ui/SettingsWindow.h"
 #include "ui/views/QtLevelIndicators.h"
 
 #include <QCoreApplication>
@@ -38,11 +41,22 @@ void grabWhenDrawn(QQuickWindow* window, const QString& file) {
 } // namespace
 
 bool isScreenshotKind(const QString& kind) {
-    return kind == u"popover" || kind == u"indicator";
+    return kind == u"popover" || kind == u"indicator" || kind == u"settings" ||
+           kind == u"settings-displays" || kind == u"about";
 }
 
-void takeScreenshot(AppDelegate& app, QQmlEngine& engine, const QString& kind,
+void takeScreenshot(const ScreenshotSources& sources, QQmlEngine& engine, const QString& kind,
                     const QString& file) {
+    AppDelegate& app = sources.app;
+    if (kind == u"about") {
+        sources.about.show();
+        return grabWhenDrawn(sources.about.window(), file);
+    }
+    if (kind == u"settings" || kind == u"settings-displays") {
+        sources.settings.show();
+        sources.settings.selectTab(kind == u"settings" ? 0 : 1);
+        return grabWhenDrawn(sources.settings.window(), file);
+    }
     if (kind == u"indicator") {
         auto indicator = std::make_shared<QtLevelIndicatorWindow>(engine);
         QQuickWindow* window = indicator->window();

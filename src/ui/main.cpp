@@ -4,13 +4,17 @@
 #include "app/DiagnosticLog.h"
 #include "platform/Platform.h"
 #include "platform/sim/Scenario.h"
+#include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"
 #include "ui/AppMachine.h"
+#include "ui/BuildInfo.h"
 #include "ui/ItemMap.h"
 #include "ui/PopoverWindow.h"
 #include "ui/QtMainQueue.h"
 #include "ui/QtStatusBar.h"
 #include "ui/Screenshot.h"
+#include "ui/SettingsModel.h"
+#include "ui/SettingsWindow.h"
 #include "ui/SingleInstance.h"
 #include "ui/Updater.h"
 #include "ui/views/QtLevelIndicators.h"
@@ -18,7 +22,6 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QMessageBox>
 #include <QQmlEngine>
 #include <QQuickWindow>
 #include <QSocketNotifier>
@@ -96,7 +99,8 @@ int main(int argc, char** argv) {
         QStringLiteral("SCENARIO"));
     const QCommandLineOption shot(
         QStringLiteral("screenshot"),
-        QStringLiteral("Render KIND (popover or indicator) offscreen to the PNG file given as "
+        QStringLiteral("Render KIND (popover, indicator, settings, settings-displays or about) "
+                       "offscreen to the PNG file given as "
                        "the argument, then exit."),
         QStringLiteral("KIND"));
     const QCommandLineOption busLog(
@@ -111,8 +115,8 @@ int main(int argc, char** argv) {
 
     const QString kind = parser.value(shot);
     if (screenshot && (!pw::ui::isScreenshotKind(kind) || parser.positionalArguments().size() != 1)) {
-        std::fprintf(stderr, "panelwright: --screenshot takes popover or indicator and then the "
-                             "PNG file to write, e.g. --screenshot popover popover.png\n");
+        std::fprintf(stderr, "panelwright: --screenshot takes popover, indicator, settings, "
+                             "settings-displays or about and then the PNG file to write, e.g. --screenshot popover popover.png\n");
         return kUsage;
     }
 
@@ -155,16 +159,20 @@ int main(int argc, char** argv) {
     machine->platform().levelIndicators = std::make_shared<pw::ui::QtLevelIndicators>(engine);
     pw::platform::install(machine->platform());
 
-    pw::ui::AppDelegate delegate(engine, std::make_shared<pw::ui::PackageManagerUpdater>());
+    const pw::ui::BuildInfo build = pw::ui::BuildInfo::current();
+    auto updater = std::make_shared<pw::ui::PackageManagerUpdater>(build.version, build.build);
+    pw::ui::AppDelegate delegate(engine, updater);
     auto& statusBar = delegate.statusBar();
+    // One About panel and one settings window for the process, made on first use.
+    pw::ui::AboutWindowController about(engine, build);
+    const auto installed = pw::platform::current();
+    pw::ui::SettingsWindowController settings(
+        engine, std::make_shared<pw::ui::SettingsModel>(installed.defaults, installed.loginItems, updater),
+        delegate.displayManager());
     QObject::connect(&statusBar, &pw::ui::QtStatusBar::quitRequested, &app, &QCoreApplication::quit);
-    QObject::connect(&statusBar, &pw::ui::QtStatusBar::aboutRequested, &app, [] {
-        QMessageBox::about(nullptr, QStringLiteral("About Panelwright"),
-                           QStringLiteral("<b>Panelwright</b> %1<br>Brightness, volume and input "
-                                          "of external monitors over DDC/CI.")
-                               .arg(QStringLiteral(PW_VERSION)));
-    });
-    // The settings window comes with its own change; the footer button is already there.
+    QObject::connect(&statusBar, &pw::ui::QtStatusBar::aboutRequested, &app, [&about] { about.show(); });
+    QObject::connect(&statusBar, &pw::ui::QtStatusBar::settingsRequested, &app,
+                     [&settings] { settings.show(); });
     QObject::connect(&instance, &pw::ui::SingleInstance::activationRequested, &statusBar,
                      &pw::ui::QtStatusBar::openPopover);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &app, [&] {
@@ -183,7 +191,8 @@ int main(int argc, char** argv) {
                                  pw::ui::writeItemMap(statusBar.window()->content(), map);
                              });
         if (screenshot) {
-            pw::ui::takeScreenshot(delegate, engine, kind, parser.positionalArguments().first());
+            pw::ui::takeScreenshot({delegate, settings, about}, engine, kind,
+                                   parser.positionalArguments().first());
             return;
         }
         if (!statusBar.trayAvailable()) {

@@ -151,8 +151,21 @@ TEST(AppBinaryTest, TheIndicatorPictureAndBadInputThatOpensNoWindow) {
     EXPECT_TRUE(r.err.contains(QStringLiteral("displays[0]"))) << r.err.toStdString();
     EXPECT_FALSE(QFile::exists(home.path(QStringLiteral("never.png"))));
 
-    r = launch(home, {QStringLiteral("--screenshot"), QStringLiteral("settings"), png});
+    r = launch(home, {QStringLiteral("--screenshot"), QStringLiteral("preferences"), png});
     EXPECT_EQ(r.status, 2);
+}
+
+TEST(AppBinaryTest, TheWindowsPicturesHaveTheirFixedSizes) {
+    PrivateHome home;
+    const std::pair<const char*, QSize> kinds[] = {
+        {"settings", {480, 400}}, {"settings-displays", {480, 400}}, {"about", {340, 320}}};
+    for (const auto& [kind, size] : kinds) {
+        const QString png = home.path(QLatin1String(kind) + QStringLiteral(".png"));
+        const Outcome r = launch(home, {QStringLiteral("--simulate"), scenario("one-monitor.json"),
+                                 QStringLiteral("--screenshot"), QLatin1String(kind), png});
+        ASSERT_EQ(r.status, 0) << kind << ": " << r.err.toStdString();
+        EXPECT_EQ(QImage(png).size(), size) << kind;
+    }
 }
 
 // --- Under a private X server ---------------------------------------------------------

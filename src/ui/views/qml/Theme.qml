@@ -14,6 +14,8 @@ QtObject {
     // Secondary text: the primary colour 45 % of the way to the window colour, opaque so
     // that it can also tint symbols.
     readonly property color secondary: Qt.tint(primary, Qt.rgba(window.r, window.g, window.b, 0.45))
+    // Tertiary text (notes, identifiers): 65 % of the way to the window colour.
+    readonly property color tertiary: Qt.tint(primary, Qt.rgba(window.r, window.g, window.b, 0.65))
     readonly property color accent: palette.highlight
     readonly property bool dark: window.hslLightness < 0.5
 
