@@ -13,6 +13,7 @@
 #include "ui/Screenshot.h"
 #include "ui/SingleInstance.h"
 #include "ui/Updater.h"
+#include "ui/WakeFollower.h"
 #include "ui/views/QtLevelIndicators.h"
 #include "ui/views/Views.h"
 
@@ -157,6 +158,9 @@ int main(int argc, char** argv) {
 
     pw::ui::AppDelegate delegate(engine, std::make_shared<pw::ui::PackageManagerUpdater>());
     auto& statusBar = delegate.statusBar();
+    // After sleep the monitors are read afresh. Writing the user's last values back
+    // ("Restore last values") goes in through wake.setAfterWake.
+    pw::ui::WakeFollower wake(machine->powerEvents(), mainQueue, delegate.displayManager());
     QObject::connect(&statusBar, &pw::ui::QtStatusBar::quitRequested, &app, &QCoreApplication::quit);
     QObject::connect(&statusBar, &pw::ui::QtStatusBar::aboutRequested, &app, [] {
         QMessageBox::about(nullptr, QStringLiteral("About Panelwright"),
