@@ -22,11 +22,13 @@ DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
     DisplaySource source;
     source.displays = [drm] {
         std::vector<platform::DisplayID> ids;
+        if (!drm) return ids;
         for (const auto& c : drm->connectors())
             if (c.connected()) ids.push_back(c.id);
         return ids;
     };
     source.edid = [drm](platform::DisplayID id) -> std::optional<std::vector<std::uint8_t>> {
+        if (!drm) return std::nullopt;
         for (const auto& c : drm->connectors())
             if (c.id == id && !c.edid.empty()) return c.edid;
         return std::nullopt;

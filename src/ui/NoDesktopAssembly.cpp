@@ -7,8 +7,9 @@ namespace pw::ui {
 std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
     if (p.systemLog)
         p.systemLog->write("com.panelwright.app", "App", platform::LogLevel::info,
-                           "Built without the desktop pieces: no dimming, media keys, "
-                           "desktop indicator or wake-up reports");
+                           "Desktop features unavailable: built without the desktop "
+                           "pieces (no dimming, media keys, desktop indicator or wake-up "
+                           "reports)");
     return nullptr;
 }
 

@@ -1,9 +1,14 @@
-// What the app does after the machine sleeps, on a simulated machine and virtual time: the
-// sleep reports come from a simulated source, exactly as logind's reach the app.
+// The desktop's pieces as the app assembles them, and what the app does after the machine
+// sleeps: on a simulated machine and virtual time, the sleep reports from a simulated source,
+// exactly as logind's reach the app.
 #include "keyboard/KeyboardTestBed.h"
+#include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/SimPowerEvents.h"
+#include "ui/DesktopAssembly.h"
 #include "ui/WakeFollower.h"
 
+#include <chrono>
+#include <cstdlib>
 #include <thread>
 
 namespace pw::test {
@@ -94,6 +99,49 @@ TEST_F(WakeFollowerTest, OnceTheFollowerIsGoneWakeUpsChangeNothing) {
 TEST(WakeFollowerWithoutReports, AMachineWithoutSleepReportsIsFine) {
     ui::WakeFollower follower(nullptr, nullptr, nullptr);
     follower.setAfterWake([] {});
+}
+
+// Sets environment variables for one test and puts the old values back.
+class ScopedEnvironment {
+public:
+    void set(const char* name, const char* value) {
+        const char* old = std::getenv(name);
+        saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
+        if (value) ::setenv(name, value, 1);
+        else ::unsetenv(name);
+    }
+    ~ScopedEnvironment() {
+        for (auto it = saved_.rbegin(); it != saved_.rend(); ++it)
+            if (it->second) ::setenv(it->first.c_str(), it->second->c_str(), 1);
+            else ::unsetenv(it->first.c_str());
+    }
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnavailable) {
+    ScopedEnvironment env;
+    env.set("XDG_SESSION_TYPE", "wayland");
+    env.set("WAYLAND_DISPLAY", "wayland-0");
+    env.set("DISPLAY", nullptr);
+    // A bus that is not there: neither the machine's session bus nor a wait.
+    env.set("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/panelwright-test-bus");
+
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    platform::Platform p;
+    p.systemLog = log;
+    const auto started = std::chrono::steady_clock::now();
+    const auto power = ui::assembleDesktop(p);
+    // Generous: the pieces' bus timeouts are 500 ms each; a hang would be far longer.
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+
+    EXPECT_FALSE(p.gamma) << "no half-working dimming";
+    EXPECT_FALSE(p.eventTaps);
+    EXPECT_FALSE(p.osdFramework) << "the app's own indicator stays in charge";
+    bool said = false;
+    for (const auto& e : log->entries()) said = said || e.message.find("unavailable") != std::string::npos;
+    EXPECT_TRUE(said) << "what is unavailable is said in the log";
 }
 
 } // namespace
