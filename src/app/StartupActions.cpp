@@ -67,6 +67,16 @@ void StartupActions::listChanged(const std::vector<ExternalDisplay>& displays) {
         restore(*display);
 }
 
+std::size_t StartupActions::afterWake() {
+    if (!platform_.defaults ||
+        Preferences::startupAction(*platform_.defaults) != Preferences::StartupAction::restoreLast)
+        return 0;
+    std::size_t queued = 0;
+    for (const auto& display : ddcCapableDisplays(displayManager_->displays()))
+        queued += restore(display);
+    return queued;
+}
+
 std::size_t StartupActions::restore(const ExternalDisplay& display) {
     if (!platform_.defaults || !display.transport) return 0;
     auto& store = *platform_.defaults;

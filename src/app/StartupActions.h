@@ -39,6 +39,11 @@ public:
     // Writes the stored last values of one display; the number of writes queued.
     std::size_t restore(const ExternalDisplay& display);
 
+    // After the machine wakes from sleep many monitors come back at their own defaults:
+    // with "Restore last values" chosen, every listed monitor gets its values again. The
+    // number of writes queued.
+    std::size_t afterWake();
+
 private:
     void listChanged(const std::vector<ExternalDisplay>& displays);
 

@@ -36,6 +36,8 @@ public:
 
     QtStatusBar& statusBar() const { return *statusBarController_; }
     const std::shared_ptr<DisplayManager>& displayManager() const { return displayManager_; }
+    // The start-up action's carrier, from the end of the launch on (null before).
+    const std::shared_ptr<StartupActions>& startupActions() const { return startupActions_; }
     const std::shared_ptr<KeyboardManager>& keyboardManager() const { return keyboardManager_; }
 
 private:

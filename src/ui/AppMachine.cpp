@@ -9,6 +9,7 @@
 #include "platform/sim/SimMachine.h"
 #include "platform/sim/SimulatedState.h"
 #include "ui/BusRecorder.h"
+#include "ui/DesktopAssembly.h"
 
 namespace pw::ui {
 
@@ -35,9 +36,11 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
 
 std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue> mainQueue) {
     std::unique_ptr<AppMachine> app(new AppMachine);
-    platform::Platform real = platform::makeLinuxPlatform();
-    real.mainQueue = mainQueue;
-    if (real.registry && real.displays && real.avServices && real.gamma) {
+    platform::LinuxMachineOptions options;
+    options.mainQueue = mainQueue;
+    platform::Platform real = platform::makeLinuxPlatform(options);
+    if (real.drm && real.drm->present() && real.i2cDevices) {
+        app->powerEvents_ = assembleDesktop(real);
         app->platform_ = std::move(real);
         return app;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "platform/PowerEvents.h"
 #include "platform/sim/Scenario.h"
 
 #include <filesystem>
@@ -35,6 +36,8 @@ public:
     sim::SimMachine* simulation() const { return machine_.get(); }
     // The line to print when no monitor can be reached on this machine, else empty.
     const std::string& unreachableNote() const { return unreachableNote_; }
+    // The machine's sleep and wake-up reports; null where there are none (simulated).
+    const std::shared_ptr<platform::PowerEvents>& powerEvents() const { return powerEvents_; }
 
     // Records every bus transfer of the simulated machine to `file` (a testing aid).
     bool recordBus(const std::filesystem::path& file);
@@ -49,6 +52,7 @@ private:
     std::optional<std::filesystem::path> stateFile_;
     std::shared_ptr<BusRecorder> recorder_;
     std::string unreachableNote_;
+    std::shared_ptr<platform::PowerEvents> powerEvents_;
 };
 
 } // namespace pw::ui

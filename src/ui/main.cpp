@@ -17,6 +17,7 @@
 #include "ui/SettingsWindow.h"
 #include "ui/SingleInstance.h"
 #include "ui/Updater.h"
+#include "ui/WakeFollower.h"
 #include "ui/views/QtLevelIndicators.h"
 #include "ui/views/Views.h"
 
@@ -169,6 +170,12 @@ int main(int argc, char** argv) {
     pw::ui::SettingsWindowController settings(
         engine, std::make_shared<pw::ui::SettingsModel>(installed.defaults, installed.loginItems, updater),
         delegate.displayManager());
+    // After sleep the monitors are read afresh. Writing the user's last values back
+    // ("Restore last values") goes in through wake.setAfterWake.
+    pw::ui::WakeFollower wake(machine->powerEvents(), mainQueue, delegate.displayManager());
+    wake.setAfterWake([&delegate] {
+        if (const auto& actions = delegate.startupActions()) actions->afterWake();
+    });
     QObject::connect(&statusBar, &pw::ui::QtStatusBar::quitRequested, &app, &QCoreApplication::quit);
     QObject::connect(&statusBar, &pw::ui::QtStatusBar::aboutRequested, &app, [&about] { about.show(); });
     QObject::connect(&statusBar, &pw::ui::QtStatusBar::settingsRequested, &app,

@@ -121,6 +121,24 @@ TEST_F(Options, RestoreLastWritesTheStoredValuesAtLaunchAndWhenTheMonitorComesBa
     EXPECT_EQ(monitorValue(2, kBrightness), 90);
 }
 
+TEST_F(Options, AfterSleepTheLastValuesAreWrittenBackOnlyWhenRestoreIsChosen) {
+    start();
+    prefs::setLastValue(store(), kKey, prefs::kLastBrightness, 20);
+    prefs::setLastValue(store(), kKey, prefs::kLastVolume, 7);
+    auto actions = startupActions(); // "Do nothing" at launch
+    settleWrites();
+    machine->monitor(2)->setFeature(kBrightness, 100, 100); // forgotten over the power cycle
+    EXPECT_EQ(actions->afterWake(), 0u);
+    settleWrites();
+    EXPECT_EQ(monitorValue(2, kBrightness), 100);
+
+    store().set(prefs::kStartupAction, std::int64_t{1});
+    EXPECT_EQ(actions->afterWake(), 2u);
+    settleWrites();
+    EXPECT_EQ(monitorValue(2, kBrightness), 20);
+    EXPECT_EQ(monitorValue(2, kVolume), 7);
+}
+
 TEST_F(Options, ReadFromDisplaysRefreshesAtLaunchAndDoNothingSendsNothing) {
     start();
     store().set(prefs::kStartupAction, std::int64_t{0});

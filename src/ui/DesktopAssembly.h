@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "platform/PowerEvents.h"
+
+#include <memory>
+
+namespace pw::ui {
+
+// Fills the seams of the real Linux machine that the desktop session answers rather than
+// the kernel: screens and pointer, software dimming, media keys, the desktop's own level
+// indicator. Each decision is made once, here, and written as one log line; a missing X
+// server or bus leaves the feature unavailable and never holds start up for more than the
+// pieces' short bus timeouts. `p` must hold the machine's DRM view and system log.
+// Returns the machine's sleep and wake-up reports, or null where none can be had.
+std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p);
+
+} // namespace pw::ui

@@ -1,0 +1,103 @@
+#include "ui/DesktopAssembly.h"
+
+#include "platform/DrmDisplayServices.h"
+#include "platform/linux/desktop/GammaChoice.h"
+#include "platform/linux/desktop/PlasmaOSD.h"
+#include "platform/linux/desktop/SleepWatcher.h"
+#include "platform/linux/desktop/X11MediaKeys.h"
+#include "platform/linux/desktop/XRandrScreens.h"
+
+#include <mutex>
+
+namespace pw::ui {
+namespace {
+
+using linuxdesktop::DesktopLog;
+using linuxdesktop::DisplaySource;
+
+// The displays as the kernel lists them, for pairing with the window system's outputs. Only
+// EDIDs are offered: display ids are not always the connector ids the X server shows
+// (older kernels number connectors themselves), and a wrong pair would dim another monitor.
+DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
+    DisplaySource source;
+    source.displays = [drm] {
+        std::vector<platform::DisplayID> ids;
+        if (!drm) return ids;
+        for (const auto& c : drm->connectors())
+            if (c.connected()) ids.push_back(c.id);
+        return ids;
+    };
+    source.edid = [drm](platform::DisplayID id) -> std::optional<std::vector<std::uint8_t>> {
+        if (!drm) return std::nullopt;
+        for (const auto& c : drm->connectors())
+            if (c.id == id && !c.edid.empty()) return c.edid;
+        return std::nullopt;
+    };
+    return source;
+}
+
+class XScreens final : public platform::DrmDisplayServices::Screens {
+public:
+    explicit XScreens(std::shared_ptr<linuxdesktop::XRandrScreens> x) : x_(std::move(x)) {}
+    std::vector<platform::Screen> screens() override { return x_->screens(); }
+    platform::Point pointerLocation() override { return x_->pointerLocation(); }
+
+private:
+    std::shared_ptr<linuxdesktop::XRandrScreens> x_;
+};
+
+// logind's reports behind the seam. The watcher takes its handlers when it starts, so new
+// handlers mean a new watcher; the old one is stopped first (waiting for a running handler).
+class LogindPowerEvents final : public platform::PowerEvents {
+public:
+    explicit LogindPowerEvents(DesktopLog log) : log_(std::move(log)) {}
+    void setHandlers(std::function<void()> willSleep, std::function<void()> didWake) override {
+        std::lock_guard lock(mutex_);
+        watcher_.reset();
+        if (!willSleep && !didWake) return;
+        watcher_ = linuxdesktop::LogindSleepWatcher::start(
+            std::nullopt, {std::move(willSleep), std::move(didWake)}, log_);
+    }
+
+private:
+    DesktopLog log_;
+    std::mutex mutex_;
+    std::unique_ptr<linuxdesktop::LogindSleepWatcher> watcher_;
+};
+
+} // namespace
+
+std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
+    const DesktopLog log{p.systemLog};
+    const auto session = linuxdesktop::SessionFacts::fromEnvironment();
+    const DisplaySource source = sourceFrom(p.drm);
+
+    // Screens and pointer: the X server's (under Wayland, its X server still knows the
+    // outputs' layout).
+    if (!session.xDisplay) {
+        log.info("Display", "No X display: screens and pointer unknown, keys act on the first monitor");
+    } else if (auto screens = linuxdesktop::XRandrScreens::create(session.xDisplay, source, log)) {
+        log.info("Display", "Screens and pointer from the X server (XRandR)");
+        p.displays = std::make_shared<platform::DrmDisplayServices>(
+            p.drm, std::make_shared<XScreens>(std::move(screens)));
+    }
+
+    p.gamma = linuxdesktop::chooseGamma(session, std::nullopt, source, log);
+
+    if (session.wayland())
+        log.info("Keyboard", "Media keys unavailable: a Wayland session lets no program grab "
+                             "keys; the popover and the command line still work");
+    else if (!session.xDisplay)
+        log.info("Keyboard", "Media keys unavailable: no X display");
+    else {
+        log.info("Keyboard", "Media keys through X key grabs");
+        p.eventTaps = std::make_shared<linuxdesktop::X11EventTaps>(session.xDisplay, log);
+    }
+
+    // Null leaves the app's own indicator window in charge.
+    p.osdFramework = linuxdesktop::PlasmaOSDFramework::create(std::nullopt, log);
+
+    return std::make_shared<LogindPowerEvents>(log);
+}
+
+} // namespace pw::ui

@@ -1,0 +1,16 @@
+// Built where the desktop pieces are not (no libx11, libxrandr or libsystemd): the real
+// machine runs with what the kernel gives, and the log says so once.
+#include "ui/DesktopAssembly.h"
+
+namespace pw::ui {
+
+std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
+    if (p.systemLog)
+        p.systemLog->write("com.panelwright.app", "App", platform::LogLevel::info,
+                           "Desktop features unavailable: built without the desktop "
+                           "pieces (no dimming, media keys, desktop indicator or wake-up "
+                           "reports)");
+    return nullptr;
+}
+
+} // namespace pw::ui
