@@ -6,6 +6,7 @@
 #include "platform/sim/Scenario.h"
 #include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"
+#include "app/StartupActions.h"
 #include "ui/AppMachine.h"
 #include "ui/BuildInfo.h"
 #include "ui/ItemMap.h"
