@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # See it work in one go: installs what is missing and builds. On a desktop session it starts
-# the tray app (on a shipped simulated machine, since no monitor is reachable from it yet);
-# without a display it runs the command line on a simulated laptop with two monitors (find
-# them, read the brightness, change it, read it back) and renders the popover to a picture.
+# the tray app: on this machine's own monitors when Panelwright can reach one, otherwise on a
+# shipped simulated machine, saying why. Without a display it runs the command line on a
+# simulated laptop with two monitors (find them, read the brightness, change it, read it
+# back) and renders the popover to a picture.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,18 +11,25 @@ bash scripts/setup.sh
 cmake --preset debug >/dev/null
 scenario=scenarios/two-monitors-and-builtin.json
 app=build/debug/src/ui/panelwright
+cli=build/debug/cli/panelwright-cli
 
 if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
-  cmake --build --preset debug --target panelwright
+  cmake --build --preset debug --target panelwright panelwright-cli
   echo
-  echo "No monitor can be reached from Panelwright on this machine yet, so it runs on the"
-  echo "simulated machine $scenario. Look for the display icon in your panel's tray"
-  echo "(without a tray the popover opens by itself); quit from its menu or its footer."
+  if why=$("$cli" detect 2>&1 >/dev/null); then
+    echo "Panelwright reaches a monitor on this machine: the tray app drives it."
+    echo "Look for the display icon in your panel's tray (without a tray the popover opens"
+    echo "by itself); quit from its menu or its footer."
+    exec "$app"
+  fi
+  echo "No monitor can be reached from this machine (${why#panelwright-cli: }),"
+  echo "so the tray app runs on the simulated machine $scenario."
+  echo "Look for the display icon in your panel's tray (without a tray the popover opens"
+  echo "by itself); quit from its menu or its footer."
   exec "$app" --simulate "$scenario"
 fi
 
 cmake --build --preset debug --target panelwright-cli panelwright
-cli=build/debug/cli/panelwright-cli
 # The simulated monitors remember their values between runs; the demo starts from the
 # scenario's own values each time by keeping its memory in the build folder.
 export XDG_STATE_HOME="$PWD/build/debug/demo-state"
