@@ -145,6 +145,7 @@ void SettingsModel::setFriendlyName(const QString& preferenceKey, const QString&
     std::optional<std::string> value;
     if (!name.isEmpty()) value = name.toStdString();
     Preferences::setFriendlyName(*store_, value, preferenceKey.toStdString());
+    emit displayOptionsEdited();
 }
 
 void SettingsModel::setLongerDelay(const QString& preferenceKey, bool enabled) {

@@ -75,6 +75,9 @@ public:
 signals:
     void generalChanged();
     void displaysChanged();
+    // A per-display option was written (a friendly name, the delay, software brightness):
+    // whatever names or drives displays elsewhere reads it again.
+    void displayOptionsEdited();
 
 private:
     QVariantList rowsFor(const std::vector<ExternalDisplay>& displays) const;

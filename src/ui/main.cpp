@@ -7,6 +7,7 @@
 #include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"
 #include "app/StartupActions.h"
+#include "viewmodel/PopoverViewModel.h"
 #include "ui/AppMachine.h"
 #include "ui/BuildInfo.h"
 #include "ui/ItemMap.h"
@@ -168,9 +169,12 @@ int main(int argc, char** argv) {
     // One About panel and one settings window for the process, made on first use.
     pw::ui::AboutWindowController about(engine, build);
     const auto installed = pw::platform::current();
-    pw::ui::SettingsWindowController settings(
-        engine, std::make_shared<pw::ui::SettingsModel>(installed.defaults, installed.loginItems, updater),
-        delegate.displayManager());
+    auto settingsModel =
+        std::make_shared<pw::ui::SettingsModel>(installed.defaults, installed.loginItems, updater);
+    // A friendly name typed in the settings shows in the open popover at once.
+    QObject::connect(settingsModel.get(), &pw::ui::SettingsModel::displayOptionsEdited, &app,
+                     [&statusBar] { statusBar.viewModel().displayOptionsChanged(); });
+    pw::ui::SettingsWindowController settings(engine, settingsModel, delegate.displayManager());
     // After sleep the monitors are read afresh. Writing the user's last values back
     // ("Restore last values") goes in through wake.setAfterWake.
     pw::ui::WakeFollower wake(machine->powerEvents(), mainQueue, delegate.displayManager());
