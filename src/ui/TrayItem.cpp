@@ -16,7 +16,13 @@ namespace pw::ui {
 
 TrayItem::TrayItem(QObject* parent) : QObject(parent) {}
 
-TrayItem::~TrayItem() { delete menu_; }
+TrayItem::~TrayItem() {
+    // Stop filtering first: a menu being destroyed still sends events, and comparing it
+    // with a QPointer<QMenu> then casts a half-destroyed object.
+    if (qApp) qApp->removeEventFilter(this);
+    if (menu_) menu_->removeEventFilter(this);
+    delete menu_.data();
+}
 
 bool TrayItem::hostAvailable() { return QSystemTrayIcon::isSystemTrayAvailable(); }
 
