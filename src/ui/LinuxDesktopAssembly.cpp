@@ -6,6 +6,7 @@
 #include "platform/linux/desktop/SleepWatcher.h"
 #include "platform/linux/desktop/X11MediaKeys.h"
 #include "platform/linux/desktop/XRandrScreens.h"
+#include "platform/posix/BaseDirectories.h"
 
 #include <mutex>
 
@@ -82,7 +83,10 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
             p.drm, std::make_shared<XScreens>(std::move(screens)));
     }
 
-    p.gamma = linuxdesktop::chooseGamma(session, std::nullopt, source, log);
+    p.gamma = linuxdesktop::chooseGamma(
+        session, std::nullopt, source, log,
+        std::make_shared<linuxdesktop::GammaJournal>(platform::xdg::stateHome() / "panelwright" /
+                                                     "dimmed-gamma"));
 
     if (session.wayland())
         log.info("Keyboard", "Media keys unavailable: a Wayland session lets no program grab "

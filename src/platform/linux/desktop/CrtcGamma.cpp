@@ -6,7 +6,12 @@ namespace pw::linuxdesktop {
 
 namespace {
 constexpr std::string_view kCategory = "Display";
+
+std::string keyOf(const DisplaySource& source, platform::DisplayID display) {
+    const auto edid = source.edid ? source.edid(display) : std::nullopt;
+    return displayKey(display, edid ? &*edid : nullptr);
 }
+} // namespace
 
 std::int32_t CrtcGammaTables::getTransferByTable(platform::DisplayID display,
                                                  std::uint32_t capacity, float* red, float* green,
@@ -42,6 +47,14 @@ std::int32_t CrtcGammaTables::setTransferByTable(platform::DisplayID display,
             return kFailure;
         }
         original = originals_.emplace(*crtc, std::move(*ramp)).first;
+        if (journal_) {
+            std::string whyNot;
+            if (!journal_->keep({backend_, keyOf(journalSource_, display), original->second}, whyNot))
+                log_.error(kCategory, "Cannot write down the gamma ramp of display " +
+                                          std::to_string(display) + " (" + whyNot +
+                                          "): if the program is killed while it is dimmed, "
+                                          "it stays dimmed until the session ends");
+        }
     }
     if (!writeCrtc(*crtc, stretchTable(sampleCount, red, green, blue, original->second.size()))) {
         log_.error(kCategory,
@@ -63,12 +76,63 @@ void CrtcGammaTables::restoreNow() {
 
 void CrtcGammaTables::restoreLocked() {
     // A server that went away took its ramps with it.
-    if (originals_.empty() || serverGone()) return originals_.clear();
+    if (originals_.empty() || serverGone()) {
+        originals_.clear();
+        if (journal_) journal_->forget(backend_);
+        return;
+    }
     beforeRestore();
     for (const auto& [crtc, ramp] : originals_)
         if (!writeCrtc(crtc, ramp))
             log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");
     originals_.clear();
+    if (journal_) journal_->forget(backend_);
+}
+
+void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::string backend,
+                                  DisplaySource source) {
+    std::lock_guard lock(mutex_);
+    journal_ = std::move(journal);
+    backend_ = std::move(backend);
+    journalSource_ = std::move(source);
+    if (!journal_) return;
+
+    std::string whyNot;
+    const auto records = journal_->read(whyNot);
+    if (!whyNot.empty())
+        log_.error(kCategory, "Ignoring the record of dimmed displays: " + whyNot);
+    bool ours = false;
+    for (const auto& record : records) ours = ours || record.backend == backend_;
+    if (!ours || serverGone()) {
+        if (!whyNot.empty() || ours) journal_->forget(backend_);
+        return;
+    }
+    beforeRestore();
+    const auto displays = journalSource_.displays ? journalSource_.displays()
+                                                  : std::vector<platform::DisplayID>{};
+    for (const auto display : displays) {
+        const std::string key = keyOf(journalSource_, display);
+        for (const auto& record : records) {
+            if (record.backend != backend_ || record.displayKey != key) continue;
+            const auto crtc = crtcFor(display);
+            const auto current = crtc ? readCrtc(*crtc) : std::nullopt;
+            if (!current) break;
+            if (!looksDimmedFrom(*current, record.original)) {
+                log_.info(kCategory, "Display " + std::to_string(display) +
+                                         " was dimmed when the program last ended, but its gamma "
+                                         "has been set since; leaving it as it is");
+            } else if (writeCrtc(*crtc, record.original)) {
+                log_.info(kCategory, "Display " + std::to_string(display) +
+                                         " was left dimmed when the program last ended; its "
+                                         "gamma ramp is given back");
+            } else {
+                log_.error(kCategory, serverName_ + " refused the gamma ramp of display " +
+                                          std::to_string(display) + " left dimmed last time");
+            }
+            break;
+        }
+    }
+    journal_->forget(backend_);
 }
 
 bool CrtcGammaTables::holdsOriginal(platform::DisplayID display) {

@@ -2,12 +2,15 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
 #include "platform/Gamma.h"
 #include "platform/linux/desktop/DesktopLog.h"
+#include "platform/linux/desktop/DisplayPairing.h"
+#include "platform/linux/desktop/GammaJournal.h"
 #include "platform/linux/desktop/GammaRamp.h"
 
 namespace pw::linuxdesktop {
@@ -38,6 +41,14 @@ public:
     // Whether the ramp the display's CRTC had before our first change is kept.
     bool holdsOriginal(platform::DisplayID display);
 
+    // From now on, each original ramp is also written down in `journal` (under `backend`)
+    // until it is given back, so that a run that dies while a display is dimmed can be
+    // repaired. Then repairs at once what an earlier run left: every display of `source`
+    // with a record whose CRTC still shows that ramp dimmed gets it back; a ramp someone
+    // else has set since is left alone. The records of `backend` are dropped either way.
+    void keepJournal(std::shared_ptr<GammaJournal> journal, std::string backend,
+                     DisplaySource source);
+
 protected:
     CrtcGammaTables(DesktopLog log, std::string serverName)
         : log_(std::move(log)), serverName_(std::move(serverName)) {}
@@ -59,6 +70,9 @@ private:
     DesktopLog log_;
     std::string serverName_; // "The X server", "GNOME": who refused, in log lines
     std::map<std::uint32_t, GammaRamp> originals_;
+    std::shared_ptr<GammaJournal> journal_;
+    std::string backend_;
+    DisplaySource journalSource_;
 };
 
 } // namespace pw::linuxdesktop

@@ -26,9 +26,11 @@ SessionFacts SessionFacts::fromEnvironment() {
 
 std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
                                                    const std::optional<std::string>& busAddress,
-                                                   DisplaySource source, DesktopLog log) {
+                                                   DisplaySource source, DesktopLog log,
+                                                   std::shared_ptr<GammaJournal> journal) {
     if (auto mutter = MutterGammaTables::create(busAddress, source, log)) {
         log.info(kCategory, "Dimming through GNOME's display configuration");
+        if (journal) mutter->keepJournal(std::move(journal), "gnome", std::move(source));
         return mutter;
     }
     if (session.wayland()) {
@@ -41,8 +43,10 @@ std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
         return nullptr;
     }
     // The X gamma tables log their own line when the server cannot be used.
-    auto tables = XRandrGammaTables::create(session.xDisplay, std::move(source), log);
-    if (tables) log.info(kCategory, "Dimming through the X server's gamma ramps");
+    auto tables = XRandrGammaTables::create(session.xDisplay, source, log);
+    if (!tables) return nullptr;
+    log.info(kCategory, "Dimming through the X server's gamma ramps");
+    if (journal) tables->keepJournal(std::move(journal), "x11", std::move(source));
     return tables;
 }
 

@@ -7,6 +7,7 @@
 #include "platform/Gamma.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/DisplayPairing.h"
+#include "platform/linux/desktop/GammaJournal.h"
 
 namespace pw::linuxdesktop {
 
@@ -28,9 +29,12 @@ struct SessionFacts {
 //  - else a Wayland session: none; other compositors give programs no gamma through X
 //    (the X server of a Wayland session only pretends to have it);
 //  - no X server or no RandR: none.
-// Null means "dimming unavailable"; a line says why.
+// Null means "dimming unavailable"; a line says why. With a `journal`, the chosen backend
+// writes down the ramps it replaces and first repairs what an earlier run left dimmed
+// (CrtcGammaTables::keepJournal).
 std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
                                                    const std::optional<std::string>& busAddress,
-                                                   DisplaySource source, DesktopLog log);
+                                                   DisplaySource source, DesktopLog log,
+                                                   std::shared_ptr<GammaJournal> journal = nullptr);
 
 } // namespace pw::linuxdesktop
