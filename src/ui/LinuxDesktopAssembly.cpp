@@ -8,8 +8,6 @@
 #include "platform/linux/desktop/XRandrScreens.h"
 #include "platform/posix/BaseDirectories.h"
 
-#include <mutex>
-
 namespace pw::ui {
 namespace {
 
@@ -47,25 +45,6 @@ private:
     std::shared_ptr<linuxdesktop::XRandrScreens> x_;
 };
 
-// logind's reports behind the seam. The watcher takes its handlers when it starts, so new
-// handlers mean a new watcher; the old one is stopped first (waiting for a running handler).
-class LogindPowerEvents final : public platform::PowerEvents {
-public:
-    explicit LogindPowerEvents(DesktopLog log) : log_(std::move(log)) {}
-    void setHandlers(std::function<void()> willSleep, std::function<void()> didWake) override {
-        std::lock_guard lock(mutex_);
-        watcher_.reset();
-        if (!willSleep && !didWake) return;
-        watcher_ = linuxdesktop::LogindSleepWatcher::start(
-            std::nullopt, {std::move(willSleep), std::move(didWake)}, log_);
-    }
-
-private:
-    DesktopLog log_;
-    std::mutex mutex_;
-    std::unique_ptr<linuxdesktop::LogindSleepWatcher> watcher_;
-};
-
 } // namespace
 
 std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
@@ -101,7 +80,7 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
     // Null leaves the app's own indicator window in charge.
     p.osdFramework = linuxdesktop::PlasmaOSDFramework::create(std::nullopt, log);
 
-    return std::make_shared<LogindPowerEvents>(log);
+    return std::make_shared<linuxdesktop::LogindPowerEvents>(log);
 }
 
 } // namespace pw::ui

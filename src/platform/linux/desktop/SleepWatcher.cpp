@@ -111,4 +111,11 @@ LogindSleepWatcher::~LogindSleepWatcher() {
     if (state_->thread.joinable()) state_->thread.join();
 }
 
+void LogindPowerEvents::setHandlers(std::function<void()> willSleep, std::function<void()> didWake) {
+    std::lock_guard lock(mutex_);
+    watcher_.reset();
+    if (!willSleep && !didWake) return;
+    watcher_ = LogindSleepWatcher::start(busAddress_, {std::move(willSleep), std::move(didWake)}, log_);
+}
+
 } // namespace pw::linuxdesktop

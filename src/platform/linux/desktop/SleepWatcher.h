@@ -2,9 +2,11 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
+#include "platform/PowerEvents.h"
 #include "platform/linux/desktop/DesktopLog.h"
 
 namespace pw::linuxdesktop {
@@ -36,6 +38,22 @@ public:
 private:
     explicit LogindSleepWatcher(std::shared_ptr<State> state) : state_(std::move(state)) {}
     std::shared_ptr<State> state_;
+};
+
+// logind's reports behind the program's sleep seam. The watcher takes its handlers when it
+// starts, so new handlers mean a new watcher; the old one is stopped first (waiting for a
+// handler that is running). `busAddress` as for the watcher: nothing means the system bus.
+class LogindPowerEvents final : public platform::PowerEvents {
+public:
+    explicit LogindPowerEvents(DesktopLog log, std::optional<std::string> busAddress = std::nullopt)
+        : log_(std::move(log)), busAddress_(std::move(busAddress)) {}
+    void setHandlers(std::function<void()> willSleep, std::function<void()> didWake) override;
+
+private:
+    DesktopLog log_;
+    std::optional<std::string> busAddress_;
+    std::mutex mutex_;
+    std::unique_ptr<LogindSleepWatcher> watcher_;
 };
 
 } // namespace pw::linuxdesktop
