@@ -134,16 +134,6 @@ std::uint16_t KeyboardManager::stepValue(std::uint16_t current, std::uint16_t ma
     return from > s ? static_cast<std::uint16_t>(from - s) : std::uint16_t{0};
 }
 
-void KeyboardManager::applyStepPreferences() {
-    if (!platform_.defaults) return;
-    auto& store = *platform_.defaults;
-    const auto brightness = Preferences::integer(store, Preferences::kBrightnessStepPercent);
-    if (brightness >= 1)
-        setBrightnessStep(static_cast<float>(static_cast<double>(brightness) / 100));
-    const auto volume = Preferences::integer(store, Preferences::kVolumeStepPercent);
-    if (volume >= 1) setVolumeStep(static_cast<float>(static_cast<double>(volume) / 100));
-}
-
 // --- Presses ---------------------------------------------------------------------------------
 
 void KeyboardManager::adjust(const ExternalDisplay& display, VCPCode code, Direction direction,

@@ -65,8 +65,9 @@ public:
     void setBrightnessStep(float step) { brightnessStep_ = step; }
     float volumeStep() const { return volumeStep_; }
     void setVolumeStep(float step) { volumeStep_ = step; }
-    // Sets both steps from "brightnessStepPercent" and "volumeStepPercent" (when >= 1).
-    void applyStepPreferences();
+    // (The stored "brightnessStepPercent" and "volumeStepPercent" are applied by
+    // applyTuningPreferences, app/Tuning.h.)
+
 
     const std::shared_ptr<MediaKeyHook>& mediaKeyHook() const { return mediaKeyHook_; }
 

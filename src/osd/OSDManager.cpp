@@ -10,10 +10,9 @@ namespace pw {
 
 namespace {
 
-constexpr std::string_view kClassName = "OSDManager";
-constexpr std::string_view kSharedSelector = "sharedManager";
-constexpr std::string_view kShowSelector =
-    "showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:";
+constexpr std::string_view kClassName = platform::kOSDManagerClass;
+constexpr std::string_view kSharedSelector = platform::kOSDSharedSelector;
+constexpr std::string_view kShowSelector = platform::kOSDShowSelector;
 constexpr std::uint32_t kPriority = 500;
 constexpr std::uint32_t kMsecUntilFade = 1000;
 

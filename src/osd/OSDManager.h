@@ -20,11 +20,10 @@ public:
     using ShowOSDFunc = std::function<void(std::int64_t image, std::uint32_t displayID,
                                            std::int64_t filled, std::int64_t total)>;
 
-    static constexpr std::string_view kFrameworkPath =
-        "/System/Library/PrivateFrameworks/OSD.framework";
-    static constexpr std::int64_t kBrightnessImage = 1;
-    static constexpr std::int64_t kVolumeImage = 3;
-    static constexpr std::int64_t kMuteImage = 4;
+    static constexpr std::string_view kFrameworkPath = platform::kOSDFrameworkPath;
+    static constexpr std::int64_t kBrightnessImage = platform::kOSDBrightnessImage;
+    static constexpr std::int64_t kVolumeImage = platform::kOSDVolumeImage;
+    static constexpr std::int64_t kMuteImage = platform::kOSDMuteImage;
     static constexpr std::int64_t kTotalSegments = 16;
     static constexpr std::chrono::milliseconds kHideDelay{1500};
     static constexpr double kTrackWidth = 132;

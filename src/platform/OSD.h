@@ -10,6 +10,17 @@
 
 namespace pw::platform {
 
+// What the program asks for when it loads the system's indicator, and the images it shows.
+// Every implementation of the seam answers to exactly these.
+inline constexpr std::string_view kOSDFrameworkPath = "/System/Library/PrivateFrameworks/OSD.framework";
+inline constexpr std::string_view kOSDManagerClass = "OSDManager";
+inline constexpr std::string_view kOSDSharedSelector = "sharedManager";
+inline constexpr std::string_view kOSDShowSelector =
+    "showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:";
+inline constexpr std::int64_t kOSDBrightnessImage = 1;
+inline constexpr std::int64_t kOSDVolumeImage = 3;
+inline constexpr std::int64_t kOSDMuteImage = 4;
+
 // The system's own level indicator, reached through a framework loaded at run time.
 // Each step of loading is its own call so that the caller can tell where it failed.
 class NativeOSDObject {

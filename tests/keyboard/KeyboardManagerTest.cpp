@@ -1,3 +1,4 @@
+#include "app/Tuning.h"
 #include "app/Preferences.h"
 #include "keyboard/KeyboardTestBed.h"
 
@@ -68,9 +69,9 @@ TEST_F(KeyboardManagerTest, StepsStopAtBothEndsHonourPreferencesAndLeaveTheWrite
     auto& store = machine->defaults();
     store.set(Preferences::kBrightnessStepPercent, platform::DefaultsValue(std::int64_t{10}));
     store.set(Preferences::kVolumeStepPercent, platform::DefaultsValue(std::int64_t{0}));
-    keyboard->applyStepPreferences();
+    applyTuningPreferences(store, *ddc, keyboard.get());
     store.set(Preferences::kVolumeStepPercent, platform::DefaultsValue(std::int64_t{-5}));
-    keyboard->applyStepPreferences();
+    applyTuningPreferences(store, *ddc, keyboard.get());
     EXPECT_FLOAT_EQ(keyboard->brightnessStep(), 0.1f);
     EXPECT_FLOAT_EQ(keyboard->volumeStep(), KeyboardManager::kDefaultStep);
     press(MediaKey::brightnessUp);

@@ -16,11 +16,10 @@ namespace pw::sim {
 // Like the real one it answers only to its own path, class, selectors.
 class SimOSDFramework final : public platform::OSDFramework {
 public:
-    static constexpr std::string_view kPath = "/System/Library/PrivateFrameworks/OSD.framework";
-    static constexpr std::string_view kClassName = "OSDManager";
-    static constexpr std::string_view kSharedSelector = "sharedManager";
-    static constexpr std::string_view kShowSelector =
-        "showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:";
+    static constexpr std::string_view kPath = platform::kOSDFrameworkPath;
+    static constexpr std::string_view kClassName = platform::kOSDManagerClass;
+    static constexpr std::string_view kSharedSelector = platform::kOSDSharedSelector;
+    static constexpr std::string_view kShowSelector = platform::kOSDShowSelector;
 
     // Where loading breaks down.
     enum class Fault {

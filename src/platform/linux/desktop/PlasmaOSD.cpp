@@ -63,11 +63,11 @@ public:
     void showImage(std::int64_t image, std::uint32_t, std::uint32_t, std::uint32_t,
                    std::uint32_t filledChiclets, std::uint32_t totalChiclets, bool) override {
         const int level = percent(filledChiclets, totalChiclets);
-        if (image == PlasmaOSDFramework::kBrightnessImage)
+        if (image == platform::kOSDBrightnessImage)
             connection_->send("brightnessChanged", level);
-        else if (image == PlasmaOSDFramework::kVolumeImage)
+        else if (image == platform::kOSDVolumeImage)
             connection_->send("volumeChanged", level);
-        else if (image == PlasmaOSDFramework::kMuteImage)
+        else if (image == platform::kOSDMuteImage)
             connection_->send("volumeChanged", 0);
     }
 

@@ -21,12 +21,10 @@ namespace pw::linuxdesktop {
 class PlasmaOSDFramework final : public platform::OSDFramework {
 public:
     // What the program asks for when it loads the system indicator.
-    static constexpr std::string_view kPath = "/System/Library/PrivateFrameworks/OSD.framework";
-    static constexpr std::string_view kClassName = "OSDManager";
-    static constexpr std::string_view kSharedSelector = "sharedManager";
-    static constexpr std::string_view kShowSelector =
-        "showImage:onDisplayID:priority:msecUntilFade:filledChiclets:totalChiclets:locked:";
-    static constexpr std::int64_t kBrightnessImage = 1, kVolumeImage = 3, kMuteImage = 4;
+    static constexpr std::string_view kPath = platform::kOSDFrameworkPath;
+    static constexpr std::string_view kClassName = platform::kOSDManagerClass;
+    static constexpr std::string_view kSharedSelector = platform::kOSDSharedSelector;
+    static constexpr std::string_view kShowSelector = platform::kOSDShowSelector;
 
     // Asks the session bus (or the bus at `busAddress`) once, within a short timeout,
     // whether Plasma's indicator service is there, and logs the answer in one line. Null

@@ -41,12 +41,12 @@ TEST_F(PlasmaOSDTest, LevelsReachThePlasmaIndicatorAsPercentages) {
     auto indicator = load(*framework);
     ASSERT_TRUE(indicator);
 
-    indicator->showImage(PlasmaOSDFramework::kBrightnessImage, 5, 500, 1000, 8, 16, false);
-    indicator->showImage(PlasmaOSDFramework::kVolumeImage, 5, 500, 1000, 11, 16, false);
-    indicator->showImage(PlasmaOSDFramework::kMuteImage, 5, 500, 1000, 11, 16, false);
+    indicator->showImage(platform::kOSDBrightnessImage, 5, 500, 1000, 8, 16, false);
+    indicator->showImage(platform::kOSDVolumeImage, 5, 500, 1000, 11, 16, false);
+    indicator->showImage(platform::kOSDMuteImage, 5, 500, 1000, 11, 16, false);
     indicator->showImage(2, 5, 500, 1000, 1, 16, false);              // no such kind: nothing
-    indicator->showImage(PlasmaOSDFramework::kBrightnessImage, 5, 500, 1000, 20, 16, false);
-    indicator->showImage(PlasmaOSDFramework::kBrightnessImage, 5, 500, 1000, 3, 0, false);
+    indicator->showImage(platform::kOSDBrightnessImage, 5, 500, 1000, 20, 16, false);
+    indicator->showImage(platform::kOSDBrightnessImage, 5, 500, 1000, 3, 0, false);
 
     const auto calls = plasma->waitForCalls(kInterface, 5);
     ASSERT_EQ(calls.size(), 5u);
