@@ -369,7 +369,8 @@ void installHandlersLocked(State& s) {
     const std::terminate_handler previous = std::set_terminate(onTerminate);
     if (previous != onTerminate) s.previousTerminate = previous;
     // The handler runs on its own stack, so a thread that overflowed its stack can still
-    // log. The alternate stack belongs to the thread that starts the log (the main thread).
+    // log. This alternate stack belongs to the thread that starts the log (the main thread);
+    // every serial queue's worker sets up its own (support/SerialQueue.cpp).
     stack_t crashStack{};
     crashStack.ss_sp = gCrashStack;
     crashStack.ss_size = kCrashStackSize;

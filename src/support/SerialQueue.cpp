@@ -1,8 +1,10 @@
 #include "support/SerialQueue.h"
 
 #include <pthread.h>
+#include <signal.h>
 
 #include <future>
+#include <memory>
 
 namespace pw {
 
@@ -22,6 +24,30 @@ void nameThisThread(const std::string& label) {
     pthread_setname_np(pthread_self(), name.c_str());
 #endif
 }
+// A stack of the thread's own for signal handlers, so that a task that overflows its stack
+// still gets its crash lines written (the handlers are installed with SA_ONSTACK, and an
+// alternate stack is per thread). The one in place before (a sanitizer's) comes back when
+// the thread ends, for its owner to free.
+class CrashStack {
+public:
+    CrashStack() : memory_(new char[kSize]) {
+        stack_t ours{};
+        ours.ss_sp = memory_.get();
+        ours.ss_size = kSize;
+        installed_ = ::sigaltstack(&ours, &previous_) == 0;
+    }
+    ~CrashStack() {
+        if (installed_) ::sigaltstack(&previous_, nullptr);
+    }
+    CrashStack(const CrashStack&) = delete;
+    CrashStack& operator=(const CrashStack&) = delete;
+
+private:
+    static constexpr std::size_t kSize = 64 * 1024;
+    std::unique_ptr<char[]> memory_;
+    stack_t previous_{};
+    bool installed_ = false;
+};
 } // namespace
 
 SerialQueue::SerialQueue(std::string label)
@@ -79,6 +105,7 @@ std::string SerialQueue::currentLabel() { return tCurrentLabel ? *tCurrentLabel 
 
 void SerialQueue::run(const std::shared_ptr<State>& state, const SerialQueue* owner) {
     nameThisThread(state->label);
+    const CrashStack crashStack;
     tCurrentQueue = owner;
     tCurrentLabel = &state->label;
     for (;;) {

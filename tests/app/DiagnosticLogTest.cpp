@@ -1,3 +1,4 @@
+#include "support/SerialQueue.h"
 #include "app/DiagnosticLog.h"
 
 #include "common/TestSupport.h"
@@ -267,6 +268,18 @@ TEST_F(DiagnosticLogCrashTest, AStackOverflowIsLogged) {
         ::testing::KilledBySignal(SIGSEGV), "");
     EXPECT_EQ(crashLog(file),
               concat({kStamp + "[App] going down"}, signalLines(SIGSEGV, "SIGSEGV")));
+}
+
+TEST_F(DiagnosticLogCrashTest, AStackOverflowInAQueuedTaskIsLoggedToo) {
+    const fs::path file = folder / "worker-overflow.log";
+    EXPECT_EXIT(
+        {
+            startAt(file);
+            SerialQueue queue("com.panelwright.ddc");
+            queue.sync([] { std::exit(recurseForever(0)); });
+        },
+        ::testing::KilledBySignal(SIGSEGV), "");
+    EXPECT_EQ(crashLog(file), signalLines(SIGSEGV, "SIGSEGV"));
 }
 
 TEST_F(DiagnosticLogCrashTest, ALockWedgedOnAnotherThreadDoesNotHoldTheCrashLinesBack) {
