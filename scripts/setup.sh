@@ -18,7 +18,6 @@ packages=(
   xvfb xauth dbus-daemon dbus-bin libgl1-mesa-dri xdotool
   # the Linux desktop: gamma ramps, key grabs and screens through X; XTest drives its tests
   libx11-dev libxrandr-dev libxtst-dev
-  # wlroots compositors' gamma control: its client and the scanner; the tests run a compositor
   libwayland-dev libwayland-bin
 )
 
