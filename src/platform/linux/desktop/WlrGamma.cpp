@@ -124,13 +124,16 @@ struct WlrGammaTables::Globals {
         auto& outputs = self->outputs_;
         const auto gone = std::find_if(outputs.begin(), outputs.end(),
                                        [name](const auto& output) { return output->global == name; });
-        if (gone == outputs.end()) return;
-        self->dropControl(**gone);
-        if (wl_proxy_get_version(reinterpret_cast<wl_proxy*>((*gone)->proxy)) >= 3)
-            wl_output_release((*gone)->proxy);
+        if (gone == outputs.end() || (*gone)->gone) return;
+        // A call under way may hold the record: it is only marked here.
+        auto& output = **gone;
+        self->dropControl(output);
+        if (wl_proxy_get_version(reinterpret_cast<wl_proxy*>(output.proxy)) >= 3)
+            wl_output_release(output.proxy);
         else
-            wl_output_destroy((*gone)->proxy);
-        outputs.erase(gone);
+            wl_output_destroy(output.proxy);
+        output.proxy = nullptr;
+        output.gone = true;
     }
 };
 
@@ -239,6 +242,7 @@ void WlrGammaTables::pump() {
 WlrGammaTables::Output* WlrGammaTables::outputFor(platform::DisplayID display) {
     pump();
     if (!connected()) return nullptr;
+    std::erase_if(outputs_, [](const auto& output) { return output->gone; });
     std::vector<OutputIdentity> identities;
     for (const auto& output : outputs_) {
         identities.push_back(OutputIdentity{
@@ -279,6 +283,7 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
     }
     const bool answered = roundTrip();
     if (!connected()) return kCannotComplete;
+    if (output.gone) return kIllegalArgument;
     if (!answered || output.failed || output.size == 0) {
         noteFailure(output, display,
                     !answered      ? "the compositor did not answer"
@@ -342,6 +347,7 @@ std::int32_t WlrGammaTables::setTransferByTable(platform::DisplayID display,
     auto ramp = stretchTable(sampleCount, red, green, blue, output->size);
     if (!install(*output, ramp)) {
         if (!connected()) return kCannotComplete;
+        if (output->gone) return kIllegalArgument;
         // A refused table ends the control, and the compositor shows the output's own gamma.
         noteFailure(*output, display, output->failed ? "the compositor refused its gamma table"
                                                      : "the compositor did not answer");

@@ -83,6 +83,7 @@ public:
         bool failed = false;      // the control failed; no installs until a restore
         bool failureLogged = false;
         std::optional<GammaRamp> installed;
+        bool gone = false; // unplugged; forgotten before the next pairing
     };
     struct Globals; // the registry's listener
 

@@ -74,15 +74,8 @@ public:
         wakeUp_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
         wl_event_loop_add_fd(wl_display_get_event_loop(display_), wakeUp_, WL_EVENT_READABLE,
                              &FakeCompositor::onWakeUp, this);
-        for (const auto& spec : options_.outputs) {
-            auto output = std::make_unique<Output>();
-            output->owner = this;
-            output->name = spec.name;
-            output->size = spec.gammaSize;
-            output->global = wl_global_create(display_, &wl_output_interface,
-                                              options_.outputVersion, output.get(), &bindOutput);
-            outputs_.push_back(std::move(output));
-        }
+        for (const auto& spec : options_.outputs)
+            addOutput(spec);
         if (options_.gammaControl)
             wl_global_create(display_, &zwlr_gamma_control_manager_v1_interface, 1, this,
                              &bindManager);
@@ -123,6 +116,19 @@ public:
         });
     }
 
+    // A monitor unplugged (its control fails, as a compositor does) and plugged in again.
+    void unplug(const std::string& name) {
+        run([&] {
+            auto& gone = output(name);
+            if (gone.control) zwlr_gamma_control_v1_send_failed(gone.control);
+            wl_global_destroy(gone.global);
+            gone.global = nullptr;
+        });
+    }
+    void plug(const OutputSpec& spec) {
+        run([&] { addOutput(spec); });
+    }
+
     struct Record {
         std::vector<std::vector<std::uint16_t>> tables; // each as set: red, green, blue
         int controlsMade = 0, controlsGone = 0;
@@ -148,9 +154,18 @@ private:
         bool heldElsewhere = false;
     };
 
+    void addOutput(const OutputSpec& spec) {
+        auto output = std::make_unique<Output>();
+        output->owner = this;
+        output->name = spec.name;
+        output->size = spec.gammaSize;
+        output->global = wl_global_create(display_, &wl_output_interface, options_.outputVersion,
+                                          output.get(), &bindOutput);
+        outputs_.push_back(std::move(output));
+    }
     Output& output(const std::string& name) {
         for (auto& candidate : outputs_)
-            if (candidate->name == name) return *candidate;
+            if (candidate->name == name && candidate->global) return *candidate;
         throw std::logic_error("no output " + name);
     }
     template <typename Change>
@@ -392,6 +407,20 @@ TEST_F(WlrGammaTest, AControlThatFailsLaterAnswersFailureAndIsGivenUp) {
     const auto lines = log->messages("Display");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_TRUE(lines[0].starts_with("Output \"HDMI-A-1\" cannot be dimmed")) << lines[0];
+}
+
+TEST_F(WlrGammaTest, MonitorsFollowUnplugAndReplug) {
+    ASSERT_EQ(setHalf(10), 0);
+    compositor->unplug("HDMI-A-1");
+    EXPECT_EQ(setHalf(10), WlrGammaTables::kIllegalArgument);
+    EXPECT_TRUE(compositor->waitFor("HDMI-A-1", [](const auto& rec) { return !rec.controlled; }));
+    EXPECT_EQ(setHalf(20), 0);
+
+    compositor->plug({"HDMI-A-1", 256});
+    ASSERT_EQ(setHalf(10), 0);
+    const auto hdmi = compositor->record("HDMI-A-1");
+    ASSERT_EQ(hdmi.tables.size(), 2u);
+    EXPECT_EQ(hdmi.tables[1].size(), 3u * 256); // the new output's own length
 }
 
 TEST_F(WlrGammaTest, EndingWithoutRestoreLeavesTheCompositorToResetEveryOutput) {
