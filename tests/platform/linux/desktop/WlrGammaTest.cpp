@@ -72,8 +72,8 @@ public:
         const std::string name = "wayland-test-" + std::to_string(++made);
         if (wl_display_add_socket(display_, name.c_str()) == 0) socket_ = name;
         wakeUp_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        wl_event_loop_add_fd(wl_display_get_event_loop(display_), wakeUp_, WL_EVENT_READABLE,
-                             &FakeCompositor::onWakeUp, this);
+        wakeUpSource_ = wl_event_loop_add_fd(wl_display_get_event_loop(display_), wakeUp_,
+                                             WL_EVENT_READABLE, &FakeCompositor::onWakeUp, this);
         for (const auto& spec : options_.outputs)
             addOutput(spec);
         if (options_.gammaControl)
@@ -89,6 +89,7 @@ public:
     ~FakeCompositor() {
         run([this] { stop_ = true; });
         thread_.join();
+        wl_event_source_remove(wakeUpSource_);
         wl_display_destroy_clients(display_);
         wl_display_destroy(display_);
         close(wakeUp_);
@@ -261,6 +262,7 @@ private:
     wl_display* display_ = nullptr;
     std::string socket_;
     int wakeUp_ = -1;
+    wl_event_source* wakeUpSource_ = nullptr;
     std::vector<std::unique_ptr<Output>> outputs_;
     std::thread thread_;
     bool stop_ = false; // touched on the compositor's thread only
