@@ -18,6 +18,7 @@ packages=(
   xvfb xauth dbus-daemon dbus-bin libgl1-mesa-dri xdotool
   # the Linux desktop: gamma ramps, key grabs and screens through X; XTest drives its tests
   libx11-dev libxrandr-dev libxtst-dev
+  libwayland-dev libwayland-bin
 )
 
 missing=()

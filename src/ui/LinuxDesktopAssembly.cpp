@@ -14,9 +14,10 @@ namespace {
 using linuxdesktop::DesktopLog;
 using linuxdesktop::DisplaySource;
 
-// The displays as the kernel lists them, for pairing with the window system's outputs. Only
-// EDIDs are offered: display ids are not always the connector ids the X server shows
-// (older kernels number connectors themselves), and a wrong pair would dim another monitor.
+// The displays as the kernel lists them, for pairing with the window system's outputs. EDIDs
+// and connector names are offered, no connector ids: display ids are not always the
+// connector ids the X server shows (older kernels number connectors themselves), and a wrong
+// pair would dim another monitor. Names pair only with a Wayland compositor's outputs.
 DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
     DisplaySource source;
     source.displays = [drm] {
@@ -30,6 +31,12 @@ DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
         if (!drm) return std::nullopt;
         for (const auto& c : drm->connectors())
             if (c.id == id && !c.edid.empty()) return c.edid;
+        return std::nullopt;
+    };
+    source.connectorName = [drm](platform::DisplayID id) -> std::optional<std::string> {
+        if (!drm) return std::nullopt;
+        for (const auto& c : drm->connectors())
+            if (c.id == id) return c.name;
         return std::nullopt;
     };
     return source;

@@ -1,6 +1,7 @@
 #include "platform/linux/desktop/GammaChoice.h"
 
 #include "platform/linux/desktop/MutterGamma.h"
+#include "platform/linux/desktop/WlrGamma.h"
 #include "platform/linux/desktop/XRandrGamma.h"
 
 #include <cstdlib>
@@ -19,7 +20,10 @@ std::string environment(const char* name) {
 SessionFacts SessionFacts::fromEnvironment() {
     SessionFacts facts;
     facts.sessionType = environment("XDG_SESSION_TYPE");
-    facts.hasWaylandDisplay = !environment("WAYLAND_DISPLAY").empty();
+    if (auto wayland = environment("WAYLAND_DISPLAY"); !wayland.empty()) {
+        facts.hasWaylandDisplay = true;
+        facts.waylandDisplay = wayland;
+    }
     if (auto display = environment("DISPLAY"); !display.empty()) facts.xDisplay = display;
     return facts;
 }
@@ -32,6 +36,14 @@ std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
         log.info(kCategory, "Dimming through GNOME's display configuration");
         if (journal) mutter->keepJournal(std::move(journal), "gnome", std::move(source));
         return mutter;
+    }
+    // Only a compositor named by the session is asked: never some default socket.
+    if (session.wayland() && session.waylandDisplay) {
+        // It logs its own line when the compositor offers no gamma control.
+        if (auto wlr = WlrGammaTables::create(session.waylandDisplay, source, log)) {
+            log.info(kCategory, "Dimming through the compositor's gamma control (wlroots)");
+            return wlr;
+        }
     }
     if (session.wayland()) {
         log.info(kCategory, "Dimming unavailable: this Wayland session gives programs no gamma "

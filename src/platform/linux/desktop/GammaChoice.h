@@ -17,6 +17,7 @@ struct SessionFacts {
     std::string sessionType;             // "x11", "wayland", "tty", or empty
     bool hasWaylandDisplay = false;
     std::optional<std::string> xDisplay; // DISPLAY, when set and not empty
+    std::optional<std::string> waylandDisplay; // WAYLAND_DISPLAY, when set and not empty
 
     static SessionFacts fromEnvironment();
     bool wayland() const { return sessionType == "wayland" || (sessionType.empty() && hasWaylandDisplay); }
@@ -26,6 +27,8 @@ struct SessionFacts {
 //  - GNOME (X11 or Wayland), when its display configuration answers on the session bus
 //    (or the bus at `busAddress`): Mutter's CRTC gamma (MutterGammaTables);
 //  - else an X11 session: the CRTC gamma ramps of the X server (XRandrGammaTables);
+//  - else a Wayland session whose compositor (at `waylandDisplay`) offers wlroots' gamma
+//    control (sway, Hyprland, ...): that (WlrGammaTables);
 //  - else a Wayland session: none; other compositors give programs no gamma through X
 //    (the X server of a Wayland session only pretends to have it);
 //  - no X server or no RandR: none.

@@ -15,6 +15,7 @@ struct Machine {
     std::vector<platform::DisplayID> ids;
     std::map<platform::DisplayID, std::vector<std::uint8_t>> edids;
     std::map<platform::DisplayID, std::uint32_t> connectors;
+    std::map<platform::DisplayID, std::string> names = {};
 
     DisplaySource source() const {
         return DisplaySource{
@@ -26,6 +27,10 @@ struct Machine {
             [this](platform::DisplayID id) -> std::optional<std::uint32_t> {
                 if (!connectors.contains(id)) return std::nullopt;
                 return connectors.at(id);
+            },
+            [this](platform::DisplayID id) -> std::optional<std::string> {
+                if (!names.contains(id)) return std::nullopt;
+                return names.at(id);
             }};
     }
 };
@@ -64,6 +69,28 @@ TEST(DisplayPairing, LoneOutputWithoutEdidIsTheLoneDisplay) {
     EXPECT_EQ(pairOutputs({{"HDMI-1", std::vector<std::uint8_t>(64, 0)}, {"DP-1", {}, {}}},
                           machine.source()),
               (Paired{std::nullopt, std::nullopt}));
+}
+
+TEST(DisplayPairing, ConnectorNamesPairWaylandOutputsWithoutTheKernelsCardPrefix) {
+    // Identical monitors, listed in the other order: the names decide, not the EDID order.
+    Machine machine{{10, 20}, {{10, fakeEdid(1)}, {20, fakeEdid(1)}}, {},
+                    {{10, "card0-HDMI-A-1"}, {20, "card12-DP-1"}}};
+    const std::vector<OutputIdentity> wayland{{"DP-1", fakeEdid(1), {}, "DP-1"},
+                                              {"HDMI-A-1", fakeEdid(1), {}, "HDMI-A-1"}};
+    EXPECT_EQ(pairOutputs(wayland, machine.source()), (Paired{20, 10}));
+
+    // An X output's name is its driver's, never taken for a connector name.
+    const std::vector<OutputIdentity> x{{"DP-1", fakeEdid(1), {}}, {"HDMI-A-1", fakeEdid(1), {}}};
+    EXPECT_EQ(pairOutputs(x, machine.source()), (Paired{10, 20}));
+
+    // A lone output without an EDID is not the lone display when their names differ.
+    machine.ids = {10};
+    EXPECT_EQ(pairOutputs({{"DP-2", {}, {}, "DP-2"}}, machine.source()), (Paired{std::nullopt}));
+    EXPECT_EQ(pairOutputs({{"HDMI-A-1", {}, {}, "HDMI-A-1"}}, machine.source()), (Paired{10}));
+    // "cardX-" that is not a card prefix stays part of the name.
+    machine.names[10] = "cardX-HDMI-A-1";
+    EXPECT_EQ(pairOutputs({{"HDMI-A-1", fakeEdid(5), {}, "HDMI-A-1"}}, machine.source()),
+              (Paired{std::nullopt}));
 }
 
 TEST(DisplayPairing, NoSourceGivesNothing) {
