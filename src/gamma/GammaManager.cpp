@@ -86,6 +86,7 @@ void GammaManager::captureDefaultTable(platform::DisplayID display) {
     if (error != 0) {
         SystemLog::display().error("Failed to capture gamma table for display " +
                                    std::to_string(display) + ": " + std::to_string(error));
+        undimmable_.insert(display);
         return;
     }
 
@@ -96,6 +97,7 @@ void GammaManager::captureDefaultTable(platform::DisplayID display) {
     red.resize(kept);
     green.resize(kept);
     blue.resize(kept);
+    undimmable_.erase(display);
     defaultTables_[display] = GammaTable{std::move(red), std::move(green), std::move(blue), kept};
     SystemLog::display().info("Captured gamma table for display " + std::to_string(display) + " (" +
                               std::to_string(count) + " samples)");

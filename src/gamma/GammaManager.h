@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <memory>
 #include <vector>
 
@@ -38,6 +39,11 @@ public:
     void captureDefaultTable(platform::DisplayID display);
     // Forgets every factor and returns all displays to their calibrated tables.
     void restoreAll();
+    // Whether the display can be dimmed in software: there are gamma tables, and its table
+    // could be read the last time it was tried.
+    bool canDim(platform::DisplayID display) const {
+        return tables_ && !undimmable_.contains(display);
+    }
 
     const std::map<platform::DisplayID, GammaTable>& defaultTables() const { return defaultTables_; }
     const std::map<platform::DisplayID, double>& currentBrightness() const {
@@ -51,6 +57,7 @@ private:
     std::shared_ptr<platform::GammaTables> tables_;
     std::map<platform::DisplayID, GammaTable> defaultTables_;
     std::map<platform::DisplayID, double> currentBrightness_;
+    std::set<platform::DisplayID> undimmable_;
 };
 
 } // namespace pw

@@ -26,6 +26,7 @@ QVariant DisplayListModel::data(const QModelIndex& index, int role) const {
     case VolumeMaxRole: return r.state.volumeMax;
     case IsMutedRole: return r.state.isMuted;
     case ActiveInputRole: return static_cast<int>(r.state.activeInput);
+    case DimmingAvailableRole: return r.dimmingAvailable;
     default: return {};
     }
 }
@@ -36,7 +37,7 @@ QHash<int, QByteArray> DisplayListModel::roleNames() const {
         {DDCStatusRole, "ddcStatus"},     {BrightnessRole, "brightness"},
         {BrightnessMaxRole, "brightnessMax"}, {VolumeRole, "volume"},
         {VolumeMaxRole, "volumeMax"},     {IsMutedRole, "isMuted"},
-        {ActiveInputRole, "activeInput"},
+        {ActiveInputRole, "activeInput"}, {DimmingAvailableRole, "dimmingAvailable"},
     };
 }
 
@@ -52,6 +53,7 @@ QList<int> changedRoles(const DisplayListModel::Row& a, const DisplayListModel::
     if (a.state.volumeMax != b.state.volumeMax) roles << M::VolumeMaxRole;
     if (a.state.isMuted != b.state.isMuted) roles << M::IsMutedRole;
     if (a.state.activeInput != b.state.activeInput) roles << M::ActiveInputRole;
+    if (a.dimmingAvailable != b.dimmingAvailable) roles << M::DimmingAvailableRole;
     return roles;
 }
 
@@ -112,7 +114,7 @@ void PopoverModel::sync() {
         rows.push_back({d.id, QString::fromStdString(displayTitle(d)),
                         QString::fromUtf8(rawValue(d.ddcStatus).data(),
                                           static_cast<qsizetype>(rawValue(d.ddcStatus).size())),
-                        viewModel_.stateFor(d.id)});
+                        viewModel_.stateFor(d.id), viewModel_.dimmingAvailable(d.id)});
     displays_.update(rows);
 }
 

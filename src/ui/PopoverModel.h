@@ -27,6 +27,7 @@ public:
         VolumeMaxRole,
         IsMutedRole,
         ActiveInputRole,
+        DimmingAvailableRole,
     };
 
     struct Row {
@@ -34,6 +35,7 @@ public:
         QString title;
         QString ddcStatus;
         DisplayState state;
+        bool dimmingAvailable = true;
     };
 
     explicit DisplayListModel(QObject* parent = nullptr) : QAbstractListModel(parent) {}

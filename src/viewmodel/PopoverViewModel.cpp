@@ -153,6 +153,10 @@ std::string PopoverViewModel::title(std::uint32_t id) const {
     return display ? displayTitle(*display) : std::string();
 }
 
+bool PopoverViewModel::dimmingAvailable(std::uint32_t id) const {
+    return gammaManager_ && gammaManager_->canDim(id);
+}
+
 const ExternalDisplay* PopoverViewModel::findDisplay(std::uint32_t id) const {
     for (const auto& display : ddcDisplays_)
         if (display.id == id) return &display;
@@ -169,13 +173,16 @@ void PopoverViewModel::changeBrightness(std::uint32_t id, double value) {
         if (!(max > 0)) return;
     }
     // Read at every move, so the settings' toggle applies to the next one.
+    const bool couldDim = dimmingAvailable(id);
     if (Preferences::forceSoftwareBrightness(findDisplay(id)->preferenceKey())) {
         gammaManager_->setBrightness(id, BrightnessCurve::softwareLevel(value, max));
-        return;
+    } else {
+        const double f = BrightnessCurve::fraction(value, max);
+        queueWrite(id, VCPCode::brightness, BrightnessCurve::ddcValue(f, max));
+        gammaManager_->setBrightness(id, BrightnessCurve::dimmingLevel(f));
     }
-    const double f = BrightnessCurve::fraction(value, max);
-    queueWrite(id, VCPCode::brightness, BrightnessCurve::ddcValue(f, max));
-    gammaManager_->setBrightness(id, BrightnessCurve::dimmingLevel(f));
+    // A table that could not be read shows on the section at once.
+    if (couldDim != dimmingAvailable(id)) notify();
 }
 
 void PopoverViewModel::queueWrite(std::uint32_t id, VCPCode code, std::uint16_t value) {

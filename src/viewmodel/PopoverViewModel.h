@@ -100,6 +100,10 @@ public:
     // The display's title as the user named it (friendly name, else its own), read from
     // the settings at every call; empty for a display not shown.
     std::string title(std::uint32_t id) const;
+    // Whether the bottom of the brightness slider can dim the display in software. False
+    // on a desktop that gives programs no gamma tables, or once the display's table could
+    // not be read; the popover then says so on the display's section.
+    bool dimmingAvailable(std::uint32_t id) const;
     // Every display that ever was shown keeps its entry.
     const std::map<std::uint32_t, DisplayState>& displayStates() const { return displayStates_; }
     // The display's entry, or the default state.

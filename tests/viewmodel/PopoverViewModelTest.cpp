@@ -116,6 +116,37 @@ TEST_F(PopoverViewModelTest, BrightnessWritesTheCurveValueAndDimsBelowFivePercen
     EXPECT_EQ(setWrites(2, kBrightness), (Values{25, 23, 2, 0}));
 }
 
+TEST_F(PopoverViewModelTest, ASectionSaysWhenItsDisplayCannotBeDimmed) {
+    auto scenario = scenarioOf({keyMonitor(2, {25, 100}), keyMonitor(3, {25, 100})});
+    start(scenario);
+    EXPECT_TRUE(model->dimmingAvailable(2));
+    int changes = 0;
+    model->subscribe([&] { ++changes; });
+
+    // A table that cannot be read shows on that display's section at the first dim, and
+    // the slider still writes the monitor's own brightness.
+    machine->gamma().failNextCaptures(2, 1, 1001);
+    model->changeBrightness(2, 10); // what the slider calls, without storing its state
+    EXPECT_FALSE(model->dimmingAvailable(2));
+    EXPECT_TRUE(model->dimmingAvailable(3));
+    mainQueue().runPending();
+    EXPECT_EQ(changes, 1);
+    advance(100ms);
+    EXPECT_EQ(setWrites(2, kBrightness), Values{0});
+    // Readable again later: the note goes.
+    model->moveBrightnessSlider(2, 5);
+    EXPECT_TRUE(model->dimmingAvailable(2));
+
+    // A desktop without gamma tables: every section says so from the start.
+    scenario.softwareDimming = false;
+    model.reset();
+    start(scenario);
+    EXPECT_FALSE(model->dimmingAvailable(2));
+    EXPECT_FALSE(model->dimmingAvailable(3));
+    model->moveBrightnessSlider(2, 10);
+    EXPECT_EQ(machine->gamma().count(sim::SimGammaTables::Call::Kind::set, 2), 0u);
+}
+
 TEST_F(PopoverViewModelTest, ABurstWritesOnlyItsLastValueWhileDimmingFollowsEveryValue) {
     start(scenarioOf({keyMonitor(2, {25, 100}), keyMonitor(3, {25, 100})}));
     model->moveBrightnessSlider(2, 10);

@@ -644,7 +644,8 @@ DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t p
 
 Scenario readScenario(const Json& json) {
     if (!json.is_object()) fail("", "an object with the fields flavor, displays, description");
-    onlyFields(json, "", {"flavor", "displays", "description", "linux"}, "a scenario field");
+    onlyFields(json, "", {"flavor", "displays", "description", "linux", "softwareDimming"},
+               "a scenario field");
 
     Scenario scenario;
     if (const auto* flavor = field(json, "flavor")) {
@@ -664,6 +665,8 @@ Scenario readScenario(const Json& json) {
             fail("linux", "no linux object on a Mac (set \"flavor\": \"linux\")");
         scenario.linuxMachine = readLinuxMachine(*machine, "linux");
     }
+    if (const auto* dimming = field(json, "softwareDimming"))
+        scenario.softwareDimming = readBool(*dimming, "softwareDimming");
     if (const auto* description = field(json, "description")) {
         scenario.description = readString(*description, "description");
     }

@@ -115,6 +115,9 @@ struct Scenario {
     LinuxMachineSpec linuxMachine; // read only for "flavor": "linux"
     std::string source;      // file it came from, for messages
     std::string description; // what the machine is meant to show, for people
+    // The machine offers gamma tables (false: a desktop that gives programs none, such as
+    // KDE on Wayland).
+    bool softwareDimming = true;
 };
 
 // What was wrong with a scenario: the file, the JSON path ("displays[1].monitor.features.

@@ -142,6 +142,7 @@ struct SimMachine::State {
     std::shared_ptr<SimAVServices> avServices;
     std::shared_ptr<SimFramebufferI2C> framebufferI2C;
     std::shared_ptr<SimGammaTables> gamma;
+    bool offersGamma = true; // the scenario's "softwareDimming"
     std::shared_ptr<SimEventTaps> eventTaps;
     std::shared_ptr<SimWorkspace> workspace;
     std::shared_ptr<DistributedBus> distributedBus;
@@ -182,6 +183,7 @@ void SimMachine::State::build(const Scenario& scenario) {
     if (flavor == platform::Flavor::intel)
         framebufferI2C = std::make_shared<SimFramebufferI2C>(registry, bus);
     gamma = std::make_shared<SimGammaTables>(displays);
+    offersGamma = scenario.softwareDimming;
     eventTaps = std::make_shared<SimEventTaps>();
     workspace = std::make_shared<SimWorkspace>(mainQueue, selfApplication(*host));
     distributedBus = makeDistributedBus();
@@ -408,7 +410,8 @@ platform::Platform SimMachine::platform() const {
     p.displays = state_->displays;
     p.defaults = state_->defaults;
     p.framebufferI2C = state_->framebufferI2C;
-    p.gamma = state_->gamma;
+    // Without gamma the tables still exist for tests to inspect; the platform offers none.
+    p.gamma = state_->offersGamma ? state_->gamma : nullptr;
     p.eventTaps = state_->eventTaps;
     p.workspace = state_->workspace;
     p.distributedNotifications = state_->distributed;

@@ -32,6 +32,9 @@ TEST(ScenarioLoader, FillsDefaultsFromPositionAndName) {
                                      "monitor": {}}, {"id": 9, "monitor": {"features": {}}}]})");
     EXPECT_EQ(scenario.flavor, platform::Flavor::appleSilicon);
     EXPECT_EQ(scenario.source, "test.json");
+    EXPECT_TRUE(scenario.softwareDimming);
+    EXPECT_FALSE(parsed(R"({"softwareDimming": false})").softwareDimming);
+    EXPECT_EQ(refused(R"({"softwareDimming": 0})").path, "softwareDimming");
     ASSERT_EQ(scenario.displays.size(), 4u);
 
     const auto& bare = scenario.displays[0];

@@ -17,6 +17,9 @@ Column {
     property real volumeMax: 100
     property bool isMuted: false
     property int activeInput: 0
+    // False where the desktop gives no gamma tables: the bottom of the slider then only
+    // reaches the monitor's own lowest brightness, and a note says so.
+    property bool dimmingAvailable: true
 
     readonly property string volumeSymbol: isMuted ? "speaker.slash.fill" : "speaker.wave.2.fill"
 
@@ -68,6 +71,18 @@ Column {
         value: section.brightness
         maxValue: section.brightnessMax
         onChanged: newValue => section.popoverModel.changeBrightness(section.displayId, newValue)
+    }
+
+    Text {
+        objectName: "dimmingNote"
+        visible: !section.dimmingAvailable
+        x: 16
+        width: section.width - 32
+        text: qsTr("This desktop lets no program dim below the monitor's own lowest brightness.")
+        wrapMode: Text.WordWrap
+        color: Theme.tertiary
+        font.family: Theme.fontFamily
+        font.pixelSize: 11
     }
 
     RowLayout {

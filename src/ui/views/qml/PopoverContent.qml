@@ -42,6 +42,7 @@ Rectangle {
                 required property real volumeMax
                 required property bool isMuted
                 required property int activeInput
+                required property bool dimmingAvailable
 
                 width: root.width
 
@@ -58,6 +59,7 @@ Rectangle {
                     volumeMax: entry.volumeMax
                     isMuted: entry.isMuted
                     activeInput: entry.activeInput
+                    dimmingAvailable: entry.dimmingAvailable
                 }
                 Divider {
                     objectName: "sectionDivider"

@@ -23,7 +23,8 @@ QtObject {
         const row = {
             displayId: 1 + displays.count, title: "Display " + (1 + displays.count),
             ddcStatus: "verified", brightness: 50, brightnessMax: 100,
-            volume: 50, volumeMax: 100, isMuted: false, activeInput: 0
+            volume: 50, volumeMax: 100, isMuted: false, activeInput: 0,
+            dimmingAvailable: true
         }
         for (const key in overrides) row[key] = overrides[key]
         displays.append(row)

@@ -47,6 +47,15 @@ TestCase {
         picture(popover, "popover-software-only")
     }
 
+    function test_noDimming() {
+        const fake = createTemporaryObject(fakeComponent, testCase)
+        fake.addDisplay({ title: "DELL U2723QE", brightness: 40, volume: 35, activeInput: 0x0F,
+                          dimmingAvailable: false })
+        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
+        popover.height = Qt.binding(() => popover.implicitHeight)
+        picture(popover, "popover-no-dimming")
+    }
+
     function test_empty() {
         const fake = createTemporaryObject(fakeComponent, testCase)
         const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })

@@ -96,6 +96,23 @@ TestCase {
         compare(allNamed(findChild(popover, "inputSelector"), "tile").length, 5)
     }
 
+    function test_aDisplayThatCannotBeDimmedSaysSoUnderItsSlider() {
+        const dimmable = makePopover(1)
+        verify(!findChild(dimmable, "dimmingNote").visible)
+        const plain = dimmable.implicitHeight
+
+        const popover = makePopover(1, { dimmingAvailable: false })
+        const note = findChild(popover, "dimmingNote")
+        verify(note.visible)
+        verify(note.text.length > 0)
+        // The note takes room of its own, between the brightness and volume sliders.
+        verify(popover.implicitHeight > plain)
+        const slider = findChild(popover, "brightnessSlider")
+        const volume = findChild(popover, "volumeSlider")
+        verify(note.mapToItem(popover, 0, 0).y >= slider.mapToItem(popover, 0, slider.height).y)
+        verify(note.mapToItem(popover, 0, note.height).y <= volume.mapToItem(popover, 0, 0).y)
+    }
+
     function test_slidersCallTheModelAndSurviveUpdates() {
         const popover = makePopover(2)
         const second = allNamed(popover, "section")[1]
