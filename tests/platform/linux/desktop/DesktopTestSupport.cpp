@@ -9,8 +9,10 @@
 
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
+#include <X11/extensions/Xrandr.h>
 #include <systemd/sd-bus.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 
@@ -206,6 +208,36 @@ void BusPeer::roundTrip() {
     sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                        "org.freedesktop.DBus", "GetId", nullptr, &reply, "");
     sd_bus_message_unref(reply);
+}
+
+RampProbe::RampProbe(const std::string& serverName) : x_(XOpenDisplay(serverName.c_str())) {
+    XRRScreenResources* resources = XRRGetScreenResourcesCurrent(x_, DefaultRootWindow(x_));
+    crtc_ = resources->ncrtc > 0 ? resources->crtcs[0] : 0;
+    XRRFreeScreenResources(resources);
+}
+
+RampProbe::~RampProbe() { XCloseDisplay(x_); }
+
+int RampProbe::size() const { return XRRGetCrtcGammaSize(x_, crtc_); }
+
+void RampProbe::install(const std::vector<unsigned short>& red,
+                        const std::vector<unsigned short>& green,
+                        const std::vector<unsigned short>& blue) {
+    XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(red.size()));
+    std::copy(red.begin(), red.end(), gamma->red);
+    std::copy(green.begin(), green.end(), gamma->green);
+    std::copy(blue.begin(), blue.end(), gamma->blue);
+    XRRSetCrtcGamma(x_, crtc_, gamma);
+    XRRFreeGamma(gamma);
+    XSync(x_, False);
+}
+
+std::vector<unsigned short> RampProbe::channel(int index) const {
+    XRRCrtcGamma* gamma = XRRGetCrtcGamma(x_, crtc_);
+    const unsigned short* samples = index == 0 ? gamma->red : index == 1 ? gamma->green : gamma->blue;
+    std::vector<unsigned short> out(samples, samples + gamma->size);
+    XRRFreeGamma(gamma);
+    return out;
 }
 
 } // namespace pw::test

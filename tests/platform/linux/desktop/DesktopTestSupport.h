@@ -85,6 +85,34 @@ private:
     unsigned long window_ = 0;
 };
 
+// The gamma ramp of a private X server's first CRTC, seen and set on a connection of the
+// test's own (16-bit samples, red, green, blue).
+class RampProbe {
+public:
+    explicit RampProbe(const std::string& serverName);
+    ~RampProbe();
+    RampProbe(const RampProbe&) = delete;
+    RampProbe& operator=(const RampProbe&) = delete;
+
+    int size() const;
+    void install(const std::vector<unsigned short>& red, const std::vector<unsigned short>& green,
+                 const std::vector<unsigned short>& blue);
+    // red = green = blue = f(i / (size - 1)) for f from 0...1 to 0...1.
+    template <typename F> void install(F f) {
+        std::vector<unsigned short> ramp(static_cast<std::size_t>(size()));
+        for (std::size_t i = 0; i < ramp.size(); ++i)
+            ramp[i] = static_cast<unsigned short>(
+                f(static_cast<double>(i) / static_cast<double>(ramp.size() - 1)) * 65535 + 0.5);
+        install(ramp, ramp, ramp);
+    }
+    std::vector<unsigned short> channel(int index) const; // 0 red, 1 green, 2 blue
+    std::vector<unsigned short> red() const { return channel(0); }
+
+private:
+    _XDisplay* x_;
+    unsigned long crtc_ = 0;
+};
+
 // A 128-byte EDID-like block that differs from others by `serial` only.
 std::vector<std::uint8_t> fakeEdid(std::uint8_t serial);
 

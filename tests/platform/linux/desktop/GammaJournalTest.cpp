@@ -7,10 +7,6 @@
 #include "platform/sim/MemorySystemLog.h"
 
 #include <gtest/gtest.h>
-// Xlib's macros (None, Bool, Status) after the test framework, whose names they would take.
-#include <X11/Xlib.h>
-#include <X11/extensions/Xrandr.h>
-
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -166,17 +162,10 @@ protected:
     void SetUp() override {
         server = test::VirtualXServer::start();
         if (!server) GTEST_SKIP() << "Xvfb could not be started";
-        x = XOpenDisplay(server->name().c_str());
-        ASSERT_TRUE(x);
-        XRRScreenResources* resources = XRRGetScreenResourcesCurrent(x, DefaultRootWindow(x));
-        crtc = resources->crtcs[0];
-        XRRFreeScreenResources(resources);
+        probe.emplace(server->name());
         install(rampOf(256, curved));
         journal = std::make_shared<GammaJournal>(folder.path() / "dimmed-gamma");
         log = std::make_shared<sim::MemorySystemLog>();
-    }
-    void TearDown() override {
-        if (x) XCloseDisplay(x);
     }
 
     DisplaySource source() const {
@@ -209,21 +198,8 @@ protected:
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
 
-    void install(const GammaRamp& ramp) {
-        XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(ramp.size()));
-        std::copy(ramp.red.begin(), ramp.red.end(), gamma->red);
-        std::copy(ramp.green.begin(), ramp.green.end(), gamma->green);
-        std::copy(ramp.blue.begin(), ramp.blue.end(), gamma->blue);
-        XRRSetCrtcGamma(x, crtc, gamma);
-        XRRFreeGamma(gamma);
-        XSync(x, False);
-    }
-    std::vector<unsigned short> shownBlue() {
-        XRRCrtcGamma* gamma = XRRGetCrtcGamma(x, crtc);
-        std::vector<unsigned short> samples(gamma->blue, gamma->blue + gamma->size);
-        XRRFreeGamma(gamma);
-        return samples;
-    }
+    void install(const GammaRamp& ramp) { probe->install(ramp.red, ramp.green, ramp.blue); }
+    std::vector<unsigned short> shownBlue() { return probe->channel(2); }
     std::vector<std::string> repairLines() {
         auto lines = log->messages("Display");
         std::erase_if(lines, [](const std::string& line) { return line.starts_with("Dimming"); });
@@ -233,8 +209,7 @@ protected:
     const std::optional<std::string> noBus = std::string("unix:path=/nonexistent/bus");
     TemporaryFolder folder;
     std::optional<test::VirtualXServer> server;
-    Display* x = nullptr;
-    RRCrtc crtc = 0;
+    std::optional<test::RampProbe> probe;
     std::shared_ptr<GammaJournal> journal;
     std::shared_ptr<sim::MemorySystemLog> log;
 };

@@ -17,42 +17,6 @@ namespace {
 
 constexpr platform::DisplayID kDisplay = 42;
 
-// Looks at the server's CRTC ramp on a connection of the test's own.
-class RampProbe {
-public:
-    explicit RampProbe(const std::string& name) : x_(XOpenDisplay(name.c_str())) {
-        XRRScreenResources* resources = XRRGetScreenResourcesCurrent(x_, DefaultRootWindow(x_));
-        crtc_ = resources->ncrtc > 0 ? resources->crtcs[0] : 0;
-        XRRFreeScreenResources(resources);
-    }
-    ~RampProbe() { XCloseDisplay(x_); }
-    int size() { return XRRGetCrtcGammaSize(x_, crtc_); }
-    // Installs red = green = blue = f(i / (size - 1)).
-    template <typename F>
-    void install(F f) {
-        const int n = size();
-        XRRCrtcGamma* gamma = XRRAllocGamma(n);
-        for (int i = 0; i < n; ++i) {
-            const double v = f(static_cast<double>(i) / (n - 1));
-            gamma->red[i] = gamma->green[i] = gamma->blue[i] =
-                static_cast<unsigned short>(std::lround(v * 65535));
-        }
-        XRRSetCrtcGamma(x_, crtc_, gamma);
-        XRRFreeGamma(gamma);
-        XSync(x_, False);
-    }
-    std::vector<unsigned short> red() {
-        XRRCrtcGamma* gamma = XRRGetCrtcGamma(x_, crtc_);
-        std::vector<unsigned short> samples(gamma->red, gamma->red + gamma->size);
-        XRRFreeGamma(gamma);
-        return samples;
-    }
-
-private:
-    Display* x_;
-    RRCrtc crtc_ = 0;
-};
-
 class XRandrGammaTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -72,7 +36,7 @@ protected:
     }
 
     std::optional<test::VirtualXServer> server;
-    std::optional<RampProbe> probe;
+    std::optional<test::RampProbe> probe;
     std::shared_ptr<sim::MemorySystemLog> log;
     std::shared_ptr<XRandrGammaTables> tables;
 };
