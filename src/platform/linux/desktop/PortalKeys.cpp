@@ -238,10 +238,10 @@ private:
         std::string names;
         for (const auto& id : held)
             names += (names.empty() ? "" : ", ") + std::string(mediaKeyNamed(id)->label);
-        tap_->log().info(kCategory, held.empty()
+        tap_->setHeldKeys(std::move(held));
+        tap_->log().info(kCategory, names.empty()
                                         ? "The desktop portal bound none of the media keys"
                                         : "Media keys bound through the desktop portal: " + names);
-        tap_->setHeldKeys(std::move(held));
     }
 
     static int onActivation(sd_bus_message* message, void* self, sd_bus_error*) {
