@@ -1,11 +1,9 @@
 #include "platform/linux/desktop/BusKeyTap.h"
 
-#include <systemd/sd-bus.h>
-
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <cstring>
+#include <sys/eventfd.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
 
 namespace pw::linuxdesktop {
 
@@ -132,9 +130,8 @@ void BusKeyTap::deliver(const MediaKeySpec& key, KeyTransitions::Transition tran
     }
     const auto event = mediaKeyEvent(key, transition.down, transition.repeat, 0);
     // Nobody else can take a key the callback passes on: its answer changes nothing.
-    delivery_->deliver([callback = callback_, event] {
-        callback(platform::kEventTypeSystemDefined, event);
-    });
+    delivery_->deliver(
+        [callback = callback_, event] { callback(platform::kEventTypeSystemDefined, event); });
 }
 
 } // namespace pw::linuxdesktop

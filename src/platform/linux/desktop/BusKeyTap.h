@@ -1,5 +1,11 @@
 #pragma once
 
+#include "platform/EventTap.h"
+#include "platform/linux/desktop/DesktopLog.h"
+#include "platform/linux/desktop/MediaKeyEvents.h"
+#include "platform/linux/desktop/SessionBus.h"
+#include "platform/linux/desktop/TapDelivery.h"
+
 #include <atomic>
 #include <deque>
 #include <functional>
@@ -8,12 +14,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "platform/EventTap.h"
-#include "platform/linux/desktop/DesktopLog.h"
-#include "platform/linux/desktop/MediaKeyEvents.h"
-#include "platform/linux/desktop/SessionBus.h"
-#include "platform/linux/desktop/TapDelivery.h"
 
 namespace pw::linuxdesktop {
 

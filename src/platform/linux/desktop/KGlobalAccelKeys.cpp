@@ -4,10 +4,9 @@
 #include "platform/linux/desktop/MediaKeyEvents.h"
 #include "platform/linux/desktop/SessionBus.h"
 
-#include <systemd/sd-bus.h>
-
 #include <algorithm>
 #include <cstring>
+#include <systemd/sd-bus.h>
 
 namespace pw::linuxdesktop {
 
@@ -124,7 +123,8 @@ private:
 
     static void send(sd_bus* bus, const char* member, const MediaKeySpec& key) {
         sd_bus_message* message = nullptr;
-        if (sd_bus_message_new_method_call(bus, &message, kService, kObject, kInterface, member) >= 0 &&
+        if (sd_bus_message_new_method_call(bus, &message, kService, kObject, kInterface, member) >=
+                0 &&
             appendActionId(message, key) >= 0 && sd_bus_message_set_expect_reply(message, 0) >= 0)
             sd_bus_send(bus, message, nullptr);
         sd_bus_message_unref(message);
@@ -132,7 +132,8 @@ private:
 
     // Asks for every key; the reply lists the keys the service gave us (none when another
     // component holds it).
-    std::optional<std::vector<const MediaKeySpec*>> askForKeys(BusKeyTap& tap, std::string& whyNot) {
+    std::optional<std::vector<const MediaKeySpec*>> askForKeys(BusKeyTap& tap,
+                                                               std::string& whyNot) {
         std::vector<const MediaKeySpec*> granted;
         for (const auto* key : keys_) {
             Message reply;
@@ -155,7 +156,8 @@ private:
 
     static int onSignal(sd_bus_message* message, void* self, sd_bus_error*) {
         auto* service = static_cast<KGlobalAccelService*>(self);
-        const bool press = sd_bus_message_is_signal(message, kComponentInterface, "globalShortcutPressed");
+        const bool press =
+            sd_bus_message_is_signal(message, kComponentInterface, "globalShortcutPressed");
         const bool release =
             sd_bus_message_is_signal(message, kComponentInterface, "globalShortcutReleased");
         const char* component = nullptr;
@@ -188,11 +190,10 @@ bool KGlobalAccelEventTaps::available(const std::optional<std::string>& busAddre
     return openServiceBus(busAddress, BusKind::session, kService, whyNot) != nullptr;
 }
 
-std::shared_ptr<platform::EventTap> KGlobalAccelEventTaps::createTap(platform::TapLocation,
-                                                                     platform::TapPlacement,
-                                                                     platform::TapOptions,
-                                                                     std::uint64_t eventMask,
-                                                                     platform::TapCallback callback) {
+std::shared_ptr<platform::EventTap>
+KGlobalAccelEventTaps::createTap(platform::TapLocation, platform::TapPlacement,
+                                 platform::TapOptions, std::uint64_t eventMask,
+                                 platform::TapCallback callback) {
     std::string whyNot;
     auto bus = openServiceBus(busAddress_, BusKind::session, kService, whyNot);
     if (!bus) {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "platform/EventTap.h"
+#include "platform/linux/desktop/DesktopLog.h"
+
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "platform/EventTap.h"
-#include "platform/linux/desktop/DesktopLog.h"
 
 namespace pw::linuxdesktop {
 

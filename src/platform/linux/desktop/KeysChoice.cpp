@@ -62,7 +62,8 @@ private:
 // program (a desktop daemon that grabbed them first).
 class XWithFallbackTaps final : public platform::EventTaps {
 public:
-    XWithFallbackTaps(const SessionFacts& session, std::optional<std::string> busAddress, DesktopLog log)
+    XWithFallbackTaps(const SessionFacts& session, std::optional<std::string> busAddress,
+                      DesktopLog log)
         : x_(session.xDisplay, log), busAddress_(std::move(busAddress)), log_(std::move(log)) {
         x_.leaveRefusedKeysUnnamed();
     }
@@ -74,7 +75,8 @@ public:
                                                   platform::TapCallback callback) override {
         auto made = x_.createTap(location, placement, options, eventMask, callback);
         auto xTap = std::dynamic_pointer_cast<MediaKeyTap>(made);
-        const std::uint64_t systemDefinedBit = std::uint64_t{1} << platform::kEventTypeSystemDefined;
+        const std::uint64_t systemDefinedBit = std::uint64_t{1}
+                                               << platform::kEventTypeSystemDefined;
         if (!xTap || !(eventMask & systemDefinedBit)) return made;
 
         const auto held = xTap->heldKeys();
@@ -100,7 +102,8 @@ public:
             names += (names.empty() ? "" : ", ") + std::string(mediaKeyNamed(name)->label);
         if (!names.empty())
             log_.info(kCategory, "Keys another program grabbed on the X server come through "
-                                 "KDE's global shortcuts: " + names);
+                                 "KDE's global shortcuts: " +
+                                     names);
         return std::make_shared<PairedTap>(std::move(xTap), std::move(kdeTap));
     }
 

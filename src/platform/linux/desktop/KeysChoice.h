@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-
 #include "platform/EventTap.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/GammaChoice.h"
+
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace pw::linuxdesktop {
 

@@ -38,8 +38,8 @@ platform::InputEvent mediaKeyEvent(const MediaKeySpec& key, bool down, bool repe
     platform::InputEvent event;
     event.type = platform::kEventTypeSystemDefined;
     event.subtype = platform::kSystemDefinedAuxControlButtons;
-    const auto bits = static_cast<std::uint32_t>(key.mediaCode) << 16 |
-                      (down ? 0x0A00u : 0x0B00u) | (repeat ? 1u : 0u);
+    const auto bits = static_cast<std::uint32_t>(key.mediaCode) << 16 | (down ? 0x0A00u : 0x0B00u) |
+                      (repeat ? 1u : 0u);
     event.data1 = static_cast<std::int32_t>(bits);
     event.modifierFlags = modifiers;
     return event;

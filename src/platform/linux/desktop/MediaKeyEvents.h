@@ -1,13 +1,13 @@
 #pragma once
 
+#include "platform/EventTap.h"
+
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "platform/EventTap.h"
 
 namespace pw::linuxdesktop {
 

@@ -4,10 +4,9 @@
 #include "platform/linux/desktop/MediaKeyEvents.h"
 #include "platform/linux/desktop/SessionBus.h"
 
-#include <systemd/sd-bus.h>
-
 #include <algorithm>
 #include <cstring>
+#include <systemd/sd-bus.h>
 
 namespace pw::linuxdesktop {
 
@@ -35,8 +34,7 @@ bool offersGlobalShortcuts(sd_bus* bus, std::string& whyNot) {
 
 // Reads an a{sv} of a portal response, handing each key to `entry` with the message at
 // the variant's contents; `entry` reads them or leaves them to be skipped.
-template <typename Entry>
-int readResults(sd_bus_message* message, Entry entry) {
+template <typename Entry> int readResults(sd_bus_message* message, Entry entry) {
     int result = sd_bus_message_enter_container(message, 'a', "{sv}");
     while (result >= 0 && (result = sd_bus_message_enter_container(message, 'e', "sv")) > 0) {
         const char* key = nullptr;
@@ -74,9 +72,9 @@ public:
             // Request and session objects are named after our connection: ":1.42" -> "1_42".
             sender_ = unique + 1;
             std::replace(sender_.begin(), sender_.end(), '.', '_');
-            result = sd_bus_match_signal(tap.bus(), &responses_, kService, nullptr,
-                                         kRequestInterface, "Response", &PortalService::onResponse,
-                                         this);
+            result =
+                sd_bus_match_signal(tap.bus(), &responses_, kService, nullptr, kRequestInterface,
+                                    "Response", &PortalService::onResponse, this);
         }
         if (result >= 0)
             result = sd_bus_match_signal(tap.bus(), &activations_, kService, kObject, kInterface,
@@ -131,9 +129,9 @@ private:
         if (result >= 0) result = sd_bus_message_open_container(message, 'a', "(sa{sv})");
         for (const auto* key : keys_)
             if (result >= 0)
-                result = sd_bus_message_append(message, "(sa{sv})", key->keysym, 2, "description",
-                                               "s", key->label, "preferred_trigger", "s",
-                                               key->keysym);
+                result =
+                    sd_bus_message_append(message, "(sa{sv})", key->keysym, 2, "description", "s",
+                                          key->label, "preferred_trigger", "s", key->keysym);
         if (result >= 0) result = sd_bus_message_close_container(message);
         if (result >= 0)
             result = sd_bus_message_append(message, "sa{sv}", "", 1, "handle_token", "s",
@@ -282,11 +280,9 @@ bool PortalEventTaps::available(const std::optional<std::string>& busAddress, st
     return bus && offersGlobalShortcuts(bus.get(), whyNot);
 }
 
-std::shared_ptr<platform::EventTap> PortalEventTaps::createTap(platform::TapLocation,
-                                                               platform::TapPlacement,
-                                                               platform::TapOptions,
-                                                               std::uint64_t eventMask,
-                                                               platform::TapCallback callback) {
+std::shared_ptr<platform::EventTap>
+PortalEventTaps::createTap(platform::TapLocation, platform::TapPlacement, platform::TapOptions,
+                           std::uint64_t eventMask, platform::TapCallback callback) {
     std::string whyNot;
     auto bus = openBus(busAddress_, BusKind::session, whyNot);
     if (!bus || !offersGlobalShortcuts(bus.get(), whyNot)) {

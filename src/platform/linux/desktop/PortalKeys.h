@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/EventTap.h"
+#include "platform/linux/desktop/DesktopLog.h"
+
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "platform/EventTap.h"
-#include "platform/linux/desktop/DesktopLog.h"
 
 namespace pw::linuxdesktop {
 

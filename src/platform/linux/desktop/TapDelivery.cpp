@@ -55,7 +55,8 @@ private:
 };
 } // namespace
 
-std::shared_ptr<platform::TapRunLoopSource> TapDelivery::source(std::weak_ptr<TapDelivery> delivery) {
+std::shared_ptr<platform::TapRunLoopSource>
+TapDelivery::source(std::weak_ptr<TapDelivery> delivery) {
     return std::make_shared<DeliverySource>(std::move(delivery));
 }
 

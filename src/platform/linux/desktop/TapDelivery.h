@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/EventTap.h"
+#include "support/RunLoop.h"
+
 #include <memory>
 #include <mutex>
 #include <vector>
-
-#include "platform/EventTap.h"
-#include "support/RunLoop.h"
 
 namespace pw::linuxdesktop {
 

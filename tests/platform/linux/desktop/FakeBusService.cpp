@@ -2,13 +2,11 @@
 
 #include "platform/linux/desktop/SessionBus.h"
 
-#include <systemd/sd-bus.h>
-
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <future>
+#include <sys/eventfd.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
 
 namespace pw::test {
 
@@ -24,10 +22,14 @@ std::string describe(sd_bus_message* message) {
             sd_bus_message_enter_container(message, type, contents);
             const auto inner = describe(message);
             sd_bus_message_exit_container(message);
-            if (type == 'a') out += "[" + inner + "]";
-            else if (type == 'r') out += "(" + inner + ")";
-            else if (type == 'e') out += "{" + inner + "}";
-            else out += inner;
+            if (type == 'a')
+                out += "[" + inner + "]";
+            else if (type == 'r')
+                out += "(" + inner + ")";
+            else if (type == 'e')
+                out += "{" + inner + "}";
+            else
+                out += inner;
             continue;
         }
         union {
@@ -44,17 +46,41 @@ std::string describe(sd_bus_message* message) {
         } value{};
         if (sd_bus_message_read_basic(message, type, &value) < 0) break;
         switch (type) {
-        case 's': case 'o': case 'g': out += "\"" + std::string(value.text) + "\""; break;
-        case 'y': out += std::to_string(value.byte); break;
-        case 'b': out += value.boolean ? "true" : "false"; break;
-        case 'n': out += std::to_string(value.i16); break;
-        case 'q': out += std::to_string(value.u16); break;
-        case 'i': out += std::to_string(value.i32); break;
-        case 'u': out += std::to_string(value.u32); break;
-        case 'x': out += std::to_string(value.i64); break;
-        case 't': out += std::to_string(value.u64); break;
-        case 'd': out += std::to_string(value.real); break;
-        default: out += "?"; break;
+        case 's':
+        case 'o':
+        case 'g':
+            out += "\"" + std::string(value.text) + "\"";
+            break;
+        case 'y':
+            out += std::to_string(value.byte);
+            break;
+        case 'b':
+            out += value.boolean ? "true" : "false";
+            break;
+        case 'n':
+            out += std::to_string(value.i16);
+            break;
+        case 'q':
+            out += std::to_string(value.u16);
+            break;
+        case 'i':
+            out += std::to_string(value.i32);
+            break;
+        case 'u':
+            out += std::to_string(value.u32);
+            break;
+        case 'x':
+            out += std::to_string(value.i64);
+            break;
+        case 't':
+            out += std::to_string(value.u64);
+            break;
+        case 'd':
+            out += std::to_string(value.real);
+            break;
+        default:
+            out += "?";
+            break;
         }
     }
     return out;

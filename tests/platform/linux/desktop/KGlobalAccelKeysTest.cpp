@@ -6,9 +6,8 @@
 #include "platform/linux/desktop/MediaKeyEvents.h"
 
 #include <gtest/gtest.h>
-#include <systemd/sd-bus.h>
-
 #include <set>
+#include <systemd/sd-bus.h>
 
 namespace pw::linuxdesktop {
 namespace {
@@ -19,7 +18,7 @@ constexpr const char* kComponentPath = test::FakeBusService::kKGlobalAccelCompon
 constexpr std::int32_t kBrightnessUp = 2, kMute = 7;
 
 std::unique_ptr<test::FakeBusService> fakeKGlobalAccel(const std::string& address,
-                                                      std::set<std::int32_t> taken = {}) {
+                                                       std::set<std::int32_t> taken = {}) {
     return test::FakeBusService::startKGlobalAccel(address, std::move(taken));
 }
 
@@ -30,23 +29,14 @@ void shortcut(test::FakeBusService& sender, const char* member, const char* acti
     });
 }
 
-class KGlobalAccelKeysTest : public ::testing::Test {
+class KGlobalAccelKeysTest : public test::KeyTapOnBus {
 protected:
-    void SetUp() override {
-        bus = test::PrivateBus::start();
-        if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-        log = std::make_shared<test::WaitableLog>();
-    }
     std::shared_ptr<platform::EventTap> startTap(std::vector<std::string> keys = {}) {
         taps = std::make_unique<KGlobalAccelEventTaps>(bus->address(), DesktopLog{log},
                                                        std::move(keys));
         return test::startTap(*taps, recorder, loop.loop());
     }
 
-    std::optional<test::PrivateBus> bus;
-    std::shared_ptr<test::WaitableLog> log;
-    test::LoopThread loop;
-    test::TapRecorder recorder;
     std::unique_ptr<KGlobalAccelEventTaps> taps;
 };
 
@@ -59,8 +49,9 @@ TEST_F(KGlobalAccelKeysTest, AsksForTheFiveKeysAndDeliversTheirPressesAndRelease
     // The key numbers are the desktop toolkit's: another number would be another key.
     const auto asked = kde->calls("setShortcut");
     ASSERT_EQ(asked.size(), 5u);
-    EXPECT_EQ(asked[0].arguments,
-              R"(["panelwright", "XF86MonBrightnessUp", "Panelwright", "Brightness Up"], [16777394], 6)");
+    EXPECT_EQ(
+        asked[0].arguments,
+        R"(["panelwright", "XF86MonBrightnessUp", "Panelwright", "Brightness Up"], [16777394], 6)");
     const std::vector<std::string> codes{"[16777394]", "[16777395]", "[16777330]", "[16777328]",
                                          "[16777329]"};
     for (std::size_t i = 0; i < codes.size(); ++i)
@@ -97,10 +88,9 @@ TEST_F(KGlobalAccelKeysTest, ReleasesFromTheServiceEndHeldKeysAndMarkRepeats) {
     shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
     shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
     shortcut(*kde, "globalShortcutReleased", "XF86MonBrightnessUp");
-    EXPECT_EQ(recorder.data1s(3),
-              (std::vector<std::int32_t>{mediaData1(kBrightnessUp, true),
-                                         mediaData1(kBrightnessUp, true, true),
-                                         mediaData1(kBrightnessUp, false)}));
+    EXPECT_EQ(recorder.data1s(3), (std::vector<std::int32_t>{mediaData1(kBrightnessUp, true),
+                                                             mediaData1(kBrightnessUp, true, true),
+                                                             mediaData1(kBrightnessUp, false)}));
 }
 
 TEST_F(KGlobalAccelKeysTest, KeyAnotherComponentHoldsIsNamedOnceAndNeverDelivered) {
@@ -108,9 +98,10 @@ TEST_F(KGlobalAccelKeysTest, KeyAnotherComponentHoldsIsNamedOnceAndNeverDelivere
     ASSERT_TRUE(kde);
     auto tap = startTap();
     ASSERT_TRUE(tap);
-    EXPECT_EQ(log->messages("Keyboard"),
-              std::vector<std::string>{
-                  "Mute key (XF86AudioMute) is taken by another program; it stays with that program"});
+    EXPECT_EQ(
+        log->messages("Keyboard"),
+        std::vector<std::string>{
+            "Mute key (XF86AudioMute) is taken by another program; it stays with that program"});
     const auto held = std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys();
     EXPECT_EQ(std::count(held.begin(), held.end(), "XF86AudioMute"), 0);
     EXPECT_EQ(held.size(), 4u);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DesktopTestSupport.h"
 #include "platform/EventTap.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "support/RunLoop.h"
@@ -9,6 +10,7 @@
 #include <condition_variable>
 #include <functional>
 #include <future>
+#include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -33,8 +35,8 @@ public:
     std::function<bool(const platform::InputEvent&)> passOn = [](const auto&) { return false; };
 
     platform::TapCallback callback() {
-        return [this](std::int32_t type, const platform::InputEvent& event)
-                   -> std::optional<platform::InputEvent> {
+        return [this](std::int32_t type,
+                      const platform::InputEvent& event) -> std::optional<platform::InputEvent> {
             const bool pass = passOn(event);
             {
                 std::lock_guard lock(mutex_);
@@ -134,5 +136,20 @@ std::shared_ptr<platform::EventTap> startTap(Taps& taps, TapRecorder& recorder,
     if (made) made->createRunLoopSource()->addToRunLoop(loop);
     return made;
 }
+
+// A key tap's surroundings on a private bus: the bus, a log to wait on, the run loop the
+// tap's source joins and what its callback saw.
+class KeyTapOnBus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        bus = PrivateBus::start();
+        if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    }
+
+    std::optional<PrivateBus> bus;
+    std::shared_ptr<WaitableLog> log = std::make_shared<WaitableLog>();
+    LoopThread loop;
+    TapRecorder recorder;
+};
 
 } // namespace pw::test

@@ -5,11 +5,10 @@
 #include "KeyTapTestSupport.h"
 #include "platform/linux/desktop/MediaKeyEvents.h"
 
-#include <gtest/gtest.h>
-#include <systemd/sd-bus.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <mutex>
+#include <systemd/sd-bus.h>
 
 namespace pw::linuxdesktop {
 namespace {
@@ -85,7 +84,8 @@ struct FakePortal {
             const auto request = objectPath(call, "request", option(call, "handle_token"));
             sd_bus_reply_method_return(call, "o", request.c_str());
             sd_bus_emit_signal(bus, kObject, kInterface, "Activated", "osta{sv}",
-                               currentSession().c_str(), "XF86MonBrightnessUp", std::uint64_t{1}, 0);
+                               currentSession().c_str(), "XF86MonBrightnessUp", std::uint64_t{1},
+                               0);
             if (bindResponse != 0) {
                 sd_bus_emit_signal(bus, request.c_str(), "org.freedesktop.portal.Request",
                                    "Response", "ua{sv}", bindResponse, 0);
@@ -93,9 +93,9 @@ struct FakePortal {
             }
             // The portal lists the shortcuts it bound: all but mute, here.
             sd_bus_emit_signal(bus, request.c_str(), "org.freedesktop.portal.Request", "Response",
-                               "ua{sv}", 0u, 1, "shortcuts", "a(sa{sv})", 4,
-                               "XF86MonBrightnessUp", 0, "XF86MonBrightnessDown", 0,
-                               "XF86AudioRaiseVolume", 0, "XF86AudioLowerVolume", 0);
+                               "ua{sv}", 0u, 1, "shortcuts", "a(sa{sv})", 4, "XF86MonBrightnessUp",
+                               0, "XF86MonBrightnessDown", 0, "XF86AudioRaiseVolume", 0,
+                               "XF86AudioLowerVolume", 0);
         };
         service = test::FakeBusService::start(address, "org.freedesktop.portal.Desktop",
                                               std::move(answers));
@@ -110,19 +110,13 @@ struct FakePortal {
     }
 };
 
-class PortalKeysTest : public ::testing::Test {
+class PortalKeysTest : public test::KeyTapOnBus {
 protected:
     void SetUp() override {
-        bus = test::PrivateBus::start();
-        if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-        log = std::make_shared<test::WaitableLog>();
-        taps = std::make_unique<PortalEventTaps>(bus->address(), DesktopLog{log});
+        KeyTapOnBus::SetUp();
+        if (bus) taps = std::make_unique<PortalEventTaps>(bus->address(), DesktopLog{log});
     }
 
-    std::optional<test::PrivateBus> bus;
-    std::shared_ptr<test::WaitableLog> log;
-    test::LoopThread loop;
-    test::TapRecorder recorder;
     std::unique_ptr<PortalEventTaps> taps;
 };
 
@@ -137,9 +131,10 @@ TEST_F(PortalKeysTest, BindsTheKeysAsTheirOwnTriggersAndTurnsActivationsIntoPres
     EXPECT_EQ(lines.size(), 1u);
     const auto bound = portal.service->calls("BindShortcuts");
     ASSERT_EQ(bound.size(), 1u);
-    EXPECT_NE(bound[0].arguments.find(
-                  R"(("XF86AudioMute", [{"description", "Mute"}, {"preferred_trigger", "XF86AudioMute"}]))"),
-              std::string::npos)
+    EXPECT_NE(
+        bound[0].arguments.find(
+            R"(("XF86AudioMute", [{"description", "Mute"}, {"preferred_trigger", "XF86AudioMute"}]))"),
+        std::string::npos)
         << bound[0].arguments;
     EXPECT_EQ(std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().size(), 4u);
 
@@ -154,10 +149,10 @@ TEST_F(PortalKeysTest, BindsTheKeysAsTheirOwnTriggersAndTurnsActivationsIntoPres
     portal.emit("Deactivated", "XF86MonBrightnessDown", session);
     // The first press is followed by a release at once (the portal's releases are not
     // known to come yet); afterwards releases come from the portal.
-    EXPECT_EQ(recorder.data1s(5),
-              (std::vector<std::int32_t>{mediaData1(3, true), mediaData1(3, false),
-                                         mediaData1(3, true), mediaData1(3, true, true),
-                                         mediaData1(3, false)}));
+    EXPECT_EQ(
+        recorder.data1s(5),
+        (std::vector<std::int32_t>{mediaData1(3, true), mediaData1(3, false), mediaData1(3, true),
+                                   mediaData1(3, true, true), mediaData1(3, false)}));
 
     // Disabled or gone, the session is closed and the keys are the desktop's again.
     tap->enable(false);
@@ -188,11 +183,11 @@ TEST_F(PortalKeysTest, RefusalIsOneLineAndNothingIsDelivered) {
 
 TEST_F(PortalKeysTest, NoPortalIsOneLineAndNoTap) {
     // A portal without global shortcuts, and no portal at all.
-    auto other = test::FakeBusService::start(bus->address(), "org.freedesktop.portal.Desktop",
-                                             {{"Get", [](sd_bus*, sd_bus_message* call) {
-                                                   sd_bus_reply_method_errorf(
-                                                       call, SD_BUS_ERROR_UNKNOWN_INTERFACE, "none");
-                                               }}});
+    auto other = test::FakeBusService::start(
+        bus->address(), "org.freedesktop.portal.Desktop",
+        {{"Get", [](sd_bus*, sd_bus_message* call) {
+              sd_bus_reply_method_errorf(call, SD_BUS_ERROR_UNKNOWN_INTERFACE, "none");
+          }}});
     ASSERT_TRUE(other);
     EXPECT_FALSE(test::startTap(*taps, recorder, loop.loop()));
     other.reset();
@@ -200,7 +195,9 @@ TEST_F(PortalKeysTest, NoPortalIsOneLineAndNoTap) {
     const auto lines = log->messages("Keyboard");
     ASSERT_EQ(lines.size(), 2u);
     for (const auto& line : lines)
-        EXPECT_EQ(line.rfind("Media keys unavailable: the desktop portal offers no global shortcuts (", 0), 0u)
+        EXPECT_EQ(line.rfind(
+                      "Media keys unavailable: the desktop portal offers no global shortcuts (", 0),
+                  0u)
             << line;
 }
 
