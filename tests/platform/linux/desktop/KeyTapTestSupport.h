@@ -148,8 +148,8 @@ protected:
 
     std::optional<PrivateBus> bus;
     std::shared_ptr<WaitableLog> log = std::make_shared<WaitableLog>();
-    LoopThread loop;
     TapRecorder recorder;
+    LoopThread loop; // stopped first: nothing runs on it once the recorder is gone
 };
 
 } // namespace pw::test
