@@ -2,9 +2,9 @@
 
 #include "platform/DrmDisplayServices.h"
 #include "platform/linux/desktop/GammaChoice.h"
+#include "platform/linux/desktop/KeysChoice.h"
 #include "platform/linux/desktop/PlasmaOSD.h"
 #include "platform/linux/desktop/SleepWatcher.h"
-#include "platform/linux/desktop/X11MediaKeys.h"
 #include "platform/linux/desktop/XRandrScreens.h"
 #include "platform/posix/BaseDirectories.h"
 
@@ -74,15 +74,8 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
         std::make_shared<linuxdesktop::GammaJournal>(platform::xdg::stateHome() / "panelwright" /
                                                      "dimmed-gamma"));
 
-    if (session.wayland())
-        log.info("Keyboard", "Media keys unavailable: a Wayland session lets no program grab "
-                             "keys; the popover and the command line still work");
-    else if (!session.xDisplay)
-        log.info("Keyboard", "Media keys unavailable: no X display");
-    else {
-        log.info("Keyboard", "Media keys through X key grabs");
-        p.eventTaps = std::make_shared<linuxdesktop::X11EventTaps>(session.xDisplay, log);
-    }
+    // Null: no media keys; the popover and the command line still work.
+    p.eventTaps = linuxdesktop::chooseKeys(session, std::nullopt, log);
 
     // Null leaves the app's own indicator window in charge.
     p.osdFramework = linuxdesktop::PlasmaOSDFramework::create(std::nullopt, log);

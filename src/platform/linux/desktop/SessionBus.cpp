@@ -2,7 +2,12 @@
 
 #include <systemd/sd-bus.h>
 
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdint>
 #include <cstring>
+#include <ctime>
 
 namespace pw::linuxdesktop {
 
@@ -66,6 +71,27 @@ BusConnection openServiceBus(const std::optional<std::string>& address, BusKind 
         return nullptr;
     }
     return bus;
+}
+
+void waitForBus(sd_bus* bus, int wakeFd) {
+    const int events = sd_bus_get_events(bus);
+    std::uint64_t usec = UINT64_MAX;
+    sd_bus_get_timeout(bus, &usec);
+    int timeout = -1;
+    if (usec != UINT64_MAX) {
+        // sd-bus gives an absolute CLOCK_MONOTONIC time.
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const auto nowUsec = static_cast<std::uint64_t>(now.tv_sec) * 1000000u +
+                             static_cast<std::uint64_t>(now.tv_nsec) / 1000u;
+        timeout = usec > nowUsec ? static_cast<int>((usec - nowUsec + 999) / 1000) : 0;
+    }
+    pollfd fds[2] = {{sd_bus_get_fd(bus), static_cast<short>(events > 0 ? events : 0), 0},
+                     {wakeFd, POLLIN, 0}};
+    if (poll(fds, wakeFd >= 0 ? 2 : 1, timeout) > 0 && (fds[1].revents & POLLIN)) {
+        std::uint64_t count = 0;
+        [[maybe_unused]] const auto got = read(wakeFd, &count, sizeof count);
+    }
 }
 
 } // namespace pw::linuxdesktop

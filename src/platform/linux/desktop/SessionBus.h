@@ -34,4 +34,8 @@ std::optional<bool> nameHasOwner(sd_bus* bus, const char* name, std::string& why
 BusConnection openServiceBus(const std::optional<std::string>& address, BusKind kind,
                              const char* service, std::string& whyNot);
 
+// Waits until the bus has something to read, its next timeout falls due, or `wakeFd` (an
+// eventfd, may be -1) is written; a wake-up is consumed.
+void waitForBus(sd_bus* bus, int wakeFd);
+
 } // namespace pw::linuxdesktop

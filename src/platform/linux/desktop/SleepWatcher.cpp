@@ -4,7 +4,6 @@
 
 #include <systemd/sd-bus.h>
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -52,21 +51,7 @@ struct LogindSleepWatcher::State {
                                          std::strerror(-result));
                 return;
             }
-            const int events = sd_bus_get_events(bus.get());
-            std::uint64_t usec = UINT64_MAX;
-            sd_bus_get_timeout(bus.get(), &usec);
-            int timeout = -1;
-            if (usec != UINT64_MAX) {
-                // sd-bus gives an absolute CLOCK_MONOTONIC time.
-                timespec now{};
-                clock_gettime(CLOCK_MONOTONIC, &now);
-                const auto nowUsec = static_cast<std::uint64_t>(now.tv_sec) * 1000000u +
-                                     static_cast<std::uint64_t>(now.tv_nsec) / 1000u;
-                timeout = usec > nowUsec ? static_cast<int>((usec - nowUsec + 999) / 1000) : 0;
-            }
-            pollfd fds[2] = {{sd_bus_get_fd(bus.get()), static_cast<short>(events > 0 ? events : 0), 0},
-                             {stopFd, POLLIN, 0}};
-            poll(fds, 2, timeout);
+            waitForBus(bus.get(), stopFd);
         }
     }
 };

@@ -1,5 +1,7 @@
 #include "platform/linux/desktop/X11MediaKeys.h"
 
+#include "platform/linux/desktop/MediaKeyEvents.h"
+#include "platform/linux/desktop/TapDelivery.h"
 #include "platform/linux/desktop/XConnection.h"
 #include "support/RunLoop.h"
 
@@ -24,36 +26,18 @@ namespace {
 
 constexpr std::string_view kCategory = "Keyboard";
 
-// The media key codes the key hook decodes from data1.
-struct KeySpec {
-    const char* keysym;
-    const char* label;
-    std::int32_t mediaCode;
-};
-constexpr KeySpec kKeys[] = {
-    {"XF86MonBrightnessUp", "Brightness Up", 2},
-    {"XF86MonBrightnessDown", "Brightness Down", 3},
-    {"XF86AudioRaiseVolume", "Volume Up", 0},
-    {"XF86AudioLowerVolume", "Volume Down", 1},
-    {"XF86AudioMute", "Mute", 7},
-};
-
-// Modifier flags as the key hook reads them.
-constexpr platform::ModifierFlags kShift = 0x20000, kControl = 0x40000, kOption = 0x80000,
-                                  kCommand = 0x100000;
-
 platform::ModifierFlags modifierFlags(unsigned state) {
     platform::ModifierFlags flags = 0;
-    if (state & ShiftMask) flags |= kShift;
-    if (state & ControlMask) flags |= kControl;
-    if (state & Mod1Mask) flags |= kOption; // Alt
-    if (state & Mod4Mask) flags |= kCommand; // Super
+    if (state & ShiftMask) flags |= kShiftFlag;
+    if (state & ControlMask) flags |= kControlFlag;
+    if (state & Mod1Mask) flags |= kOptionFlag; // Alt
+    if (state & Mod4Mask) flags |= kCommandFlag; // Super
     return flags;
 }
 
 struct Grab {
     KeyCode keycode = 0;
-    KeySpec spec;
+    MediaKeySpec spec;
     bool held = false;
 };
 
@@ -67,11 +51,9 @@ struct TapState : std::enable_shared_from_this<TapState> {
     int wakeFd = -1;
     std::thread reader;
 
+    TapDelivery delivery;
+
     std::mutex mutex; // guards what follows
-    std::weak_ptr<RunLoop> runLoop;
-    bool attachedOnce = false;
-    std::vector<RunLoop::Block> waiting; // keys that came before the source was attached
-    bool sourceValid = true;
     bool enabled = true;
     bool stopping = false;
     std::deque<std::function<void()>> commands; // run on the reader thread
@@ -110,10 +92,7 @@ struct TapState : std::enable_shared_from_this<TapState> {
                 std::lock_guard lock(mutex);
                 grab.held = error == 0;
             }
-            if (error && logRefusals)
-                log.error(kCategory,
-                          std::string(grab.spec.label) + " key (" + grab.spec.keysym +
-                              ") is taken by another program; it stays with that program");
+            if (error && logRefusals) log.error(kCategory, keyTakenLine(grab.spec));
         }
     }
 
@@ -198,13 +177,7 @@ void TapState::handleKey(const XKeyEvent& key, bool press) {
         return;
     }
 
-    platform::InputEvent event;
-    event.type = platform::kEventTypeSystemDefined;
-    event.subtype = platform::kSystemDefinedAuxControlButtons;
-    const auto bits = static_cast<std::uint32_t>(grab->spec.mediaCode) << 16 |
-                      (press ? 0x0A00u : 0x0B00u) | (repeat ? 1u : 0u);
-    event.data1 = static_cast<std::int32_t>(bits);
-    event.modifierFlags = modifierFlags(key.state);
+    const auto event = mediaKeyEvent(grab->spec, press, repeat, modifierFlags(key.state));
 
     auto decision = std::make_shared<Decision>();
     decision->state = weak_from_this();
@@ -214,20 +187,14 @@ void TapState::handleKey(const XKeyEvent& key, bool press) {
         decision->answer(result.has_value());
     };
 
-    std::shared_ptr<RunLoop> loop;
     {
         std::lock_guard lock(mutex);
-        if (enabled && sourceValid) {
-            loop = runLoop.lock();
-            // A source not attached yet holds its keys until it is (the answer limit
-            // still applies), so a key typed right at start is not lost to the desktop.
-            if (!loop && !attachedOnce) return waiting.push_back(std::move(block));
-        }
+        // Disabled, the block is dropped here and its decision passes the key on.
+        if (!enabled) return;
     }
-    // With nowhere to go, the block is dropped here and its decision passes the key on.
-    if (!loop) return;
-    loop->perform(std::move(block));
-    loop->wakeUp();
+    // A source not attached yet holds its keys until it is (the answer limit still
+    // applies), so a key typed right at start is not lost to the desktop.
+    delivery.deliver(std::move(block));
 }
 
 void TapState::run() {
@@ -274,40 +241,6 @@ void TapState::run() {
     ungrabAll();
 }
 
-class X11RunLoopSource final : public platform::TapRunLoopSource {
-public:
-    explicit X11RunLoopSource(std::weak_ptr<TapState> state) : state_(std::move(state)) {}
-    void addToRunLoop(const std::shared_ptr<RunLoop>& runLoop) override {
-        auto state = state_.lock();
-        if (!state) return;
-        std::vector<RunLoop::Block> waiting;
-        {
-            std::lock_guard lock(state->mutex);
-            if (!state->sourceValid) return;
-            state->runLoop = runLoop;
-            state->attachedOnce = true;
-            waiting.swap(state->waiting);
-        }
-        for (auto& block : waiting)
-            runLoop->perform(std::move(block));
-        runLoop->wakeUp();
-    }
-    void invalidate() override {
-        auto state = state_.lock();
-        if (!state) return;
-        std::vector<RunLoop::Block> dropped; // passed on, outside the lock
-        {
-            std::lock_guard lock(state->mutex);
-            state->sourceValid = false;
-            state->runLoop.reset();
-            dropped.swap(state->waiting);
-        }
-    }
-
-private:
-    std::weak_ptr<TapState> state_;
-};
-
 class X11KeyTapImpl final : public X11KeyTap {
 public:
     explicit X11KeyTapImpl(std::shared_ptr<TapState> state) : state_(std::move(state)) {}
@@ -343,7 +276,7 @@ public:
     }
 
     std::shared_ptr<platform::TapRunLoopSource> createRunLoopSource() override {
-        return std::make_shared<X11RunLoopSource>(state_);
+        return TapDelivery::source(std::shared_ptr<TapDelivery>(state_, &state_->delivery));
     }
 
     std::vector<std::string> heldKeys() const override {
@@ -395,14 +328,14 @@ std::shared_ptr<platform::EventTap> X11EventTaps::createTap(platform::TapLocatio
     XkbSetDetectableAutoRepeat(x, True, &supported);
     const std::uint64_t systemDefinedBit = std::uint64_t{1} << platform::kEventTypeSystemDefined;
     if (eventMask & systemDefinedBit)
-        for (const auto& spec : kKeys) {
+        for (const auto& spec : mediaKeySpecs()) {
             const KeySym sym = XStringToKeysym(spec.keysym);
             const KeyCode code = sym == NoSymbol ? 0 : XKeysymToKeycode(x, sym);
             if (code == 0)
                 log_.info(kCategory, std::string("No ") + spec.keysym + " key on this keyboard");
             state->grabs.push_back(Grab{code, spec, false});
         }
-    state->grabAll(true);
+    state->grabAll(nameRefusals_);
 
     state->reader = std::thread([state] { state->run(); });
     return std::make_shared<X11KeyTapImpl>(state);

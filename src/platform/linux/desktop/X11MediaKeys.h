@@ -9,6 +9,7 @@
 
 #include "platform/EventTap.h"
 #include "platform/linux/desktop/DesktopLog.h"
+#include "platform/linux/desktop/MediaKeyEvents.h"
 
 namespace pw::linuxdesktop {
 
@@ -43,17 +44,18 @@ public:
                                                   std::uint64_t eventMask,
                                                   platform::TapCallback callback) override;
 
+    // For a caller that tries refused keys another way and says itself what became of
+    // them: taps made afterwards do not name their refused keys.
+    void leaveRefusedKeysUnnamed() { nameRefusals_ = false; }
+
 private:
+    bool nameRefusals_ = true;
     std::optional<std::string> displayName_;
     DesktopLog log_;
     std::chrono::milliseconds answerLimit_;
 };
 
 // The tap itself, for callers that want to know which keys it holds.
-class X11KeyTap : public platform::EventTap {
-public:
-    // The key names ("XF86MonBrightnessUp", ...) whose grabs the server granted.
-    virtual std::vector<std::string> heldKeys() const = 0;
-};
+class X11KeyTap : public MediaKeyTap {};
 
 } // namespace pw::linuxdesktop

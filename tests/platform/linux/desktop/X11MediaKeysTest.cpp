@@ -1,6 +1,7 @@
 #include "platform/linux/desktop/X11MediaKeys.h"
 
 #include "DesktopTestSupport.h"
+#include "KeyTapTestSupport.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "support/RunLoop.h"
 
@@ -20,40 +21,10 @@ constexpr std::int32_t kBrightnessUp = 2, kMute = 7;
 constexpr platform::ModifierFlags kShiftFlag = 0x20000;
 
 std::int32_t data1(std::int32_t mediaCode, bool down) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(mediaCode) << 16 |
-                                     (down ? 0x0A00u : 0x0B00u));
+    return test::mediaData1(mediaCode, down);
 }
 
-// What the tap's callback saw, on the run loop thread of the tap.
-class Recorder {
-public:
-    std::function<bool(const platform::InputEvent&)> passOn = [](const auto&) { return false; };
-
-    platform::TapCallback callback() {
-        return [this](std::int32_t type, const platform::InputEvent& event)
-                   -> std::optional<platform::InputEvent> {
-            const bool pass = passOn(event);
-            {
-                std::lock_guard lock(mutex_);
-                seen_.push_back({type, event});
-            }
-            changed_.notify_all();
-            if (pass) return event;
-            return std::nullopt;
-        };
-    }
-    // Waits (at most 10 s) until `count` events were seen and returns them.
-    std::vector<std::pair<std::int32_t, platform::InputEvent>> waitFor(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, 10s, [&] { return seen_.size() >= count; });
-        return seen_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::pair<std::int32_t, platform::InputEvent>> seen_;
-};
+using Recorder = test::TapRecorder;
 
 class X11MediaKeysTest : public ::testing::Test {
 protected:
@@ -62,35 +33,24 @@ protected:
         if (!server) GTEST_SKIP() << "Xvfb could not be started";
         desk.emplace(server->name());
         log = std::make_shared<sim::MemorySystemLog>();
-        std::promise<std::shared_ptr<RunLoop>> made;
-        loopThread = std::thread([&made] {
-            auto loop = RunLoop::current();
-            made.set_value(loop);
-            loop->run();
-        });
-        loop = made.get_future().get();
+        loopThread.emplace();
+        loop = loopThread->loop();
     }
     void TearDown() override {
         tap.reset();
-        if (loop) loop->stop();
-        if (loopThread.joinable()) loopThread.join();
+        loopThread.reset();
     }
 
     std::shared_ptr<platform::EventTap> startTap(std::chrono::milliseconds limit = 1000ms) {
         taps = std::make_unique<X11EventTaps>(server->name(), DesktopLog{log}, limit);
-        auto made = taps->createTap(platform::TapLocation::session,
-                                    platform::TapPlacement::headInsert,
-                                    platform::TapOptions::defaultFilter,
-                                    platform::kKeyDownAndSystemDefinedMask, recorder.callback());
-        if (made) made->createRunLoopSource()->addToRunLoop(loop);
-        return made;
+        return test::startTap(*taps, recorder, loop);
     }
 
     std::optional<test::VirtualXServer> server;
     std::optional<test::XDesk> desk;
     std::shared_ptr<sim::MemorySystemLog> log;
+    std::optional<test::LoopThread> loopThread;
     std::shared_ptr<RunLoop> loop;
-    std::thread loopThread;
     Recorder recorder;
     std::unique_ptr<X11EventTaps> taps;
     std::shared_ptr<platform::EventTap> tap;

@@ -1,0 +1,148 @@
+#include "platform/linux/desktop/KGlobalAccelKeys.h"
+
+#include "DesktopTestSupport.h"
+#include "FakeBusService.h"
+#include "KeyTapTestSupport.h"
+#include "platform/linux/desktop/MediaKeyEvents.h"
+
+#include <gtest/gtest.h>
+#include <set>
+#include <systemd/sd-bus.h>
+
+namespace pw::linuxdesktop {
+namespace {
+
+using test::mediaData1;
+
+constexpr const char* kComponentPath = test::FakeBusService::kKGlobalAccelComponent;
+constexpr std::int32_t kBrightnessUp = 2, kMute = 7;
+
+std::unique_ptr<test::FakeBusService> fakeKGlobalAccel(const std::string& address,
+                                                       std::set<std::int32_t> taken = {}) {
+    return test::FakeBusService::startKGlobalAccel(address, std::move(taken));
+}
+
+void shortcut(test::FakeBusService& sender, const char* member, const char* action) {
+    sender.onBus([&](sd_bus* bus) {
+        sd_bus_emit_signal(bus, kComponentPath, "org.kde.kglobalaccel.Component", member, "ssx",
+                           "panelwright", action, std::int64_t{1234});
+    });
+}
+
+class KGlobalAccelKeysTest : public test::KeyTapOnBus {
+protected:
+    std::shared_ptr<platform::EventTap> startTap(std::vector<std::string> keys = {}) {
+        taps = std::make_unique<KGlobalAccelEventTaps>(bus->address(), DesktopLog{log},
+                                                       std::move(keys));
+        return test::startTap(*taps, recorder, loop.loop());
+    }
+
+    std::unique_ptr<KGlobalAccelEventTaps> taps;
+};
+
+TEST_F(KGlobalAccelKeysTest, AsksForTheFiveKeysAndDeliversTheirPressesAndReleases) {
+    auto kde = fakeKGlobalAccel(bus->address());
+    ASSERT_TRUE(kde);
+    auto tap = startTap();
+    ASSERT_TRUE(tap);
+
+    // The key numbers are the desktop toolkit's: another number would be another key.
+    const auto asked = kde->calls("setShortcut");
+    ASSERT_EQ(asked.size(), 5u);
+    EXPECT_EQ(
+        asked[0].arguments,
+        R"(["panelwright", "XF86MonBrightnessUp", "Panelwright", "Brightness Up"], [16777394], 6)");
+    const std::vector<std::string> codes{"[16777394]", "[16777395]", "[16777330]", "[16777328]",
+                                         "[16777329]"};
+    for (std::size_t i = 0; i < codes.size(); ++i)
+        EXPECT_NE(asked[i].arguments.find(codes[i]), std::string::npos) << asked[i].arguments;
+    EXPECT_EQ(kde->calls("doRegister").size(), 5u);
+    EXPECT_EQ(std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().size(), 5u);
+    EXPECT_TRUE(log->messages("Keyboard").empty());
+
+    // Only the service's own signals count.
+    auto impostor = test::FakeBusService::start(bus->address(), nullptr);
+    ASSERT_TRUE(impostor);
+    shortcut(*impostor, "globalShortcutPressed", "XF86MonBrightnessUp");
+    shortcut(*kde, "globalShortcutPressed", "XF86AudioMute");
+    shortcut(*kde, "globalShortcutPressed", "XF86AudioMute");
+    shortcut(*kde, "globalShortcutReleased", "XF86AudioMute");
+    const auto seen = recorder.waitFor(4);
+    ASSERT_EQ(seen.size(), 4u);
+    EXPECT_EQ(seen[0].first, platform::kEventTypeSystemDefined);
+    EXPECT_EQ(seen[0].second.subtype, platform::kSystemDefinedAuxControlButtons);
+    // Until the service is known to tell releases, each press is followed by a release at
+    // once, so a hook that acts on releases is not left waiting; the first real release
+    // then finds nothing held.
+    EXPECT_EQ(recorder.data1s(),
+              (std::vector<std::int32_t>{mediaData1(kMute, true), mediaData1(kMute, false),
+                                         mediaData1(kMute, true), mediaData1(kMute, false)}));
+}
+
+TEST_F(KGlobalAccelKeysTest, ReleasesFromTheServiceEndHeldKeysAndMarkRepeats) {
+    auto kde = fakeKGlobalAccel(bus->address());
+    ASSERT_TRUE(kde);
+    auto tap = startTap();
+    ASSERT_TRUE(tap);
+    shortcut(*kde, "globalShortcutReleased", "XF86MonBrightnessUp"); // nothing was down
+    shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
+    shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
+    shortcut(*kde, "globalShortcutReleased", "XF86MonBrightnessUp");
+    EXPECT_EQ(recorder.data1s(3), (std::vector<std::int32_t>{mediaData1(kBrightnessUp, true),
+                                                             mediaData1(kBrightnessUp, true, true),
+                                                             mediaData1(kBrightnessUp, false)}));
+}
+
+TEST_F(KGlobalAccelKeysTest, KeyAnotherComponentHoldsIsNamedOnceAndNeverDelivered) {
+    auto kde = fakeKGlobalAccel(bus->address(), {0x01000071});
+    ASSERT_TRUE(kde);
+    auto tap = startTap();
+    ASSERT_TRUE(tap);
+    EXPECT_EQ(
+        log->messages("Keyboard"),
+        std::vector<std::string>{
+            "Mute key (XF86AudioMute) is taken by another program; it stays with that program"});
+    const auto held = std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys();
+    EXPECT_EQ(std::count(held.begin(), held.end(), "XF86AudioMute"), 0);
+    EXPECT_EQ(held.size(), 4u);
+
+    shortcut(*kde, "globalShortcutPressed", "XF86AudioMute");
+    shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
+    EXPECT_EQ(recorder.data1s(2), (std::vector<std::int32_t>{mediaData1(kBrightnessUp, true),
+                                                             mediaData1(kBrightnessUp, false)}));
+}
+
+TEST_F(KGlobalAccelKeysTest, DisablingAndDestroyingGiveTheKeysBackToTheDesktop) {
+    auto kde = fakeKGlobalAccel(bus->address());
+    ASSERT_TRUE(kde);
+    auto tap = startTap({"XF86MonBrightnessUp", "XF86MonBrightnessDown"});
+    ASSERT_TRUE(tap);
+    EXPECT_EQ(kde->calls("setShortcut").size(), 2u);
+
+    tap->enable(false);
+    const auto inactive = kde->waitForCalls("setInactive", 2);
+    ASSERT_EQ(inactive.size(), 2u);
+    EXPECT_EQ(inactive[0].arguments,
+              R"(["panelwright", "XF86MonBrightnessUp", "Panelwright", "Brightness Up"])");
+
+    tap->enable(true);
+    EXPECT_EQ(kde->waitForCalls("setShortcut", 4).size(), 4u);
+    shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessDown");
+    EXPECT_EQ(recorder.data1s(1).front(), mediaData1(3, true));
+
+    tap.reset();
+    const auto unregistered = kde->waitForCalls("unregister", 2);
+    ASSERT_EQ(unregistered.size(), 2u);
+    EXPECT_EQ(unregistered[0].arguments, R"("panelwright", "XF86MonBrightnessUp")");
+    EXPECT_EQ(unregistered[1].arguments, R"("panelwright", "XF86MonBrightnessDown")");
+}
+
+TEST_F(KGlobalAccelKeysTest, NoServiceIsOneLineAndNoTap) {
+    EXPECT_FALSE(startTap());
+    EXPECT_EQ(log->messages("Keyboard"),
+              std::vector<std::string>{
+                  "Media keys unavailable: org.kde.kglobalaccel is not on the session bus"});
+}
+
+} // namespace
+} // namespace pw::linuxdesktop

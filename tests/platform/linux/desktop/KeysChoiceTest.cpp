@@ -1,0 +1,130 @@
+#include "platform/linux/desktop/KeysChoice.h"
+
+#include "DesktopTestSupport.h"
+#include "FakeBusService.h"
+#include "KeyTapTestSupport.h"
+#include "platform/linux/desktop/MediaKeyEvents.h"
+
+#include <X11/Xlib.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+namespace pw::linuxdesktop {
+namespace {
+
+using test::mediaData1;
+
+SessionFacts wayland() {
+    SessionFacts facts;
+    facts.sessionType = "wayland";
+    facts.xDisplay = ":0"; // its X server cannot grab keys for us: never used
+    return facts;
+}
+
+TEST(KeysChoice, WaylandTakesKdeFirstThenThePortalElseSaysWhy) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    auto log = std::make_shared<sim::MemorySystemLog>();
+
+    EXPECT_FALSE(chooseKeys(wayland(), bus->address(), DesktopLog{log}));
+    {
+        auto portal =
+            test::FakeBusService::start(bus->address(), "org.freedesktop.portal.Desktop",
+                                        {{"Get", [](sd_bus*, sd_bus_message* call) {
+                                              sd_bus_reply_method_return(call, "v", "u", 1u);
+                                          }}});
+        ASSERT_TRUE(portal);
+        EXPECT_TRUE(chooseKeys(wayland(), bus->address(), DesktopLog{log}));
+        auto kde = test::FakeBusService::start(bus->address(), "org.kde.kglobalaccel");
+        ASSERT_TRUE(kde);
+        EXPECT_TRUE(chooseKeys(wayland(), bus->address(), DesktopLog{log}));
+    }
+    SessionFacts noX;
+    EXPECT_FALSE(chooseKeys(noX, bus->address(), DesktopLog{log}));
+    EXPECT_EQ(
+        log->messages("Keyboard"),
+        (std::vector<std::string>{
+            "Media keys unavailable: a Wayland session lets no program grab keys, and this "
+            "desktop offers no global shortcuts to programs; the popover and the command "
+            "line still work",
+            "Media keys through the desktop portal's global shortcuts",
+            "Media keys through KDE's global shortcuts", "Media keys unavailable: no X display"}));
+}
+
+// An X11 session on Xvfb where a desktop daemon grabbed the mute key before us.
+class KeysChoiceOnX : public test::KeyTapOnBus {
+protected:
+    void SetUp() override {
+        KeyTapOnBus::SetUp();
+        server = test::VirtualXServer::start();
+        if (!server) GTEST_SKIP() << "Xvfb could not be started";
+        desk.emplace(server->name());
+        Display* x = desk->display();
+        XGrabKey(x, desk->code("XF86AudioMute"), AnyModifier, DefaultRootWindow(x), False,
+                 GrabModeAsync, GrabModeAsync);
+        XSync(x, False);
+    }
+    void TearDown() override { tap.reset(); }
+
+    void startChosen() {
+        SessionFacts x11;
+        x11.sessionType = "x11";
+        x11.xDisplay = server->name();
+        taps = chooseKeys(x11, bus->address(), DesktopLog{log});
+        ASSERT_TRUE(taps);
+        tap = test::startTap(*taps, recorder, loop.loop());
+        ASSERT_TRUE(tap);
+    }
+    std::size_t held() const {
+        return std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().size();
+    }
+
+    std::optional<test::VirtualXServer> server;
+    std::optional<test::XDesk> desk;
+    std::shared_ptr<platform::EventTaps> taps;
+    std::shared_ptr<platform::EventTap> tap;
+};
+
+TEST_F(KeysChoiceOnX, KeysTheXServerRefusesComeThroughKdeAlone) {
+    auto kde = test::FakeBusService::startKGlobalAccel(bus->address());
+    ASSERT_TRUE(kde);
+    ASSERT_NO_FATAL_FAILURE(startChosen());
+
+    const auto asked = kde->calls("setShortcut");
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_EQ(asked[0].arguments.find(R"(["panelwright", "XF86AudioMute")"), 0u);
+    EXPECT_EQ(held(), 5u);
+    EXPECT_EQ(log->messages("Keyboard"),
+              (std::vector<std::string>{"Media keys through X key grabs",
+                                        "Keys another program grabbed on the X server come "
+                                        "through KDE's global shortcuts: Mute"}));
+
+    // Both halves deliver to the one callback.
+    kde->onBus([](sd_bus* bus) {
+        sd_bus_emit_signal(bus, test::FakeBusService::kKGlobalAccelComponent,
+                           "org.kde.kglobalaccel.Component", "globalShortcutPressed", "ssx",
+                           "panelwright", "XF86AudioMute", std::int64_t{0});
+    });
+    recorder.waitFor(2);
+    desk->tap("XF86MonBrightnessUp");
+    EXPECT_EQ(recorder.data1s(4),
+              (std::vector<std::int32_t>{mediaData1(7, true), mediaData1(7, false),
+                                         mediaData1(2, true), mediaData1(2, false)}));
+
+    tap->enable(false);
+    EXPECT_EQ(kde->waitForCalls("setInactive", 1).size(), 1u);
+    tap.reset();
+    EXPECT_EQ(kde->waitForCalls("unregister", 1).size(), 1u);
+}
+
+TEST_F(KeysChoiceOnX, WithoutKdeTheRefusedKeyIsNamed) {
+    ASSERT_NO_FATAL_FAILURE(startChosen());
+    EXPECT_EQ(held(), 4u);
+    EXPECT_EQ(log->messages("Keyboard"),
+              (std::vector<std::string>{"Media keys through X key grabs",
+                                        "Mute key (XF86AudioMute) is taken by another program; "
+                                        "it stays with that program"}));
+}
+
+} // namespace
+} // namespace pw::linuxdesktop
