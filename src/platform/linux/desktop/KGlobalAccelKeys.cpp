@@ -45,7 +45,7 @@ public:
             if (!call(tap.bus(), "doRegister", *key, nullptr, whyNot)) return false;
 
         Message reply;
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         int result = sd_bus_call_method(tap.bus(), kService, kObject, kInterface, "getComponent",
                                         &error, &reply.message, "s", kComponent);
         const char* path = nullptr;
@@ -103,7 +103,7 @@ private:
     static bool call(sd_bus* bus, const char* member, const MediaKeySpec& key, Message* reply,
                      std::string& whyNot) {
         Message message;
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         int result = sd_bus_message_new_method_call(bus, &message.message, kService, kObject,
                                                     kInterface, member);
         if (result >= 0) result = appendActionId(message.message, key);

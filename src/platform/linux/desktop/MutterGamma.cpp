@@ -101,7 +101,7 @@ MutterGammaTables::~MutterGammaTables() {
 }
 
 std::optional<std::uint32_t> MutterGammaTables::crtcFor(platform::DisplayID display) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     MessageRef reply;
     int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", &error,
                                &reply.message, "");
@@ -121,7 +121,7 @@ std::optional<std::uint32_t> MutterGammaTables::crtcFor(platform::DisplayID disp
 }
 
 std::optional<GammaRamp> MutterGammaTables::readCrtc(std::uint32_t crtc) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     MessageRef reply;
     int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetCrtcGamma", &error,
                                &reply.message, "uu", serial_, crtc);
@@ -153,7 +153,7 @@ bool MutterGammaTables::writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) {
         if (r >= 0)
             r = sd_bus_message_append_array(call.message, 'q', channel->data(),
                                             channel->size() * sizeof(std::uint16_t));
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     MessageRef reply;
     if (r >= 0) r = sd_bus_call(bus_.get(), call.message, 0, &error, &reply.message);
     sd_bus_error_free(&error);

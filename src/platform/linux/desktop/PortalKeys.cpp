@@ -21,7 +21,7 @@ constexpr const char* kSessionInterface = "org.freedesktop.portal.Session";
 
 // Nothing, and why in words, when the portal does not offer global shortcuts.
 bool offersGlobalShortcuts(sd_bus* bus, std::string& whyNot) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     std::uint32_t version = 0;
     const int result = sd_bus_get_property_trivial(bus, kService, kObject, kInterface, "version",
                                                    &error, 'u', &version);

@@ -41,7 +41,7 @@ BusConnection openBus(const std::optional<std::string>& address, BusKind kind, s
 }
 
 std::optional<bool> nameHasOwner(sd_bus* bus, const char* name, std::string& whyNot) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message* reply = nullptr;
     std::optional<bool> owned;
     int result = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
