@@ -38,7 +38,7 @@ public:
 //
 // Such a service gives a key to one program only and refuses a key another program holds,
 // so a key the callback passes on has no other taker: it is dropped, without a line.
-class BusKeyTap final : public MediaKeyTap {
+class BusKeyTap final : public KeyHoldingTap {
 public:
     BusKeyTap(BusConnection bus, platform::TapCallback callback, DesktopLog log);
     ~BusKeyTap() override;

@@ -29,7 +29,7 @@ public:
     static bool available(const std::optional<std::string>& busAddress, std::string& whyNot);
 
     // Null, after one logged line, when the service does not answer. The tap holds the
-    // keys the service granted (MediaKeyTap::heldKeys).
+    // keys the service granted (KeyHoldingTap::heldKeys).
     std::shared_ptr<platform::EventTap> createTap(platform::TapLocation location,
                                                   platform::TapPlacement placement,
                                                   platform::TapOptions options,

@@ -14,9 +14,9 @@ namespace {
 constexpr std::string_view kCategory = "Keyboard";
 
 // Two taps that act as one: each holds some of the keys.
-class PairedTap final : public MediaKeyTap {
+class PairedTap final : public KeyHoldingTap {
 public:
-    PairedTap(std::shared_ptr<MediaKeyTap> first, std::shared_ptr<MediaKeyTap> second)
+    PairedTap(std::shared_ptr<KeyHoldingTap> first, std::shared_ptr<KeyHoldingTap> second)
         : taps_{std::move(first), std::move(second)} {}
     void enable(bool enabled) override {
         for (const auto& tap : taps_)
@@ -55,7 +55,7 @@ private:
                 source->invalidate();
         }
     };
-    std::shared_ptr<MediaKeyTap> taps_[2];
+    std::shared_ptr<KeyHoldingTap> taps_[2];
 };
 
 // X key grabs, with KDE's global shortcuts for the keys the X server gave to another
@@ -74,7 +74,7 @@ public:
                                                   std::uint64_t eventMask,
                                                   platform::TapCallback callback) override {
         auto made = x_.createTap(location, placement, options, eventMask, callback);
-        auto xTap = std::dynamic_pointer_cast<MediaKeyTap>(made);
+        auto xTap = std::dynamic_pointer_cast<KeyHoldingTap>(made);
         const std::uint64_t systemDefinedBit = std::uint64_t{1}
                                                << platform::kEventTypeSystemDefined;
         if (!xTap || !(eventMask & systemDefinedBit)) return made;
@@ -86,9 +86,9 @@ public:
         if (refused.empty()) return made;
 
         std::string whyNot;
-        std::shared_ptr<MediaKeyTap> kdeTap;
+        std::shared_ptr<KeyHoldingTap> kdeTap;
         if (KGlobalAccelEventTaps::available(busAddress_, whyNot))
-            kdeTap = std::dynamic_pointer_cast<MediaKeyTap>(
+            kdeTap = std::dynamic_pointer_cast<KeyHoldingTap>(
                 KGlobalAccelEventTaps(busAddress_, log_, refused)
                     .createTap(location, placement, options, eventMask, std::move(callback)));
         if (!kdeTap) {

@@ -39,7 +39,7 @@ platform::InputEvent mediaKeyEvent(const MediaKeySpec& key, bool down, bool repe
 std::string keyTakenLine(const MediaKeySpec& key);
 
 // A key tap that can say which keys it holds.
-class MediaKeyTap : public platform::EventTap {
+class KeyHoldingTap : public platform::EventTap {
 public:
     // The key names ("XF86MonBrightnessUp", ...) granted to the tap.
     virtual std::vector<std::string> heldKeys() const = 0;

@@ -56,6 +56,6 @@ private:
 };
 
 // The tap itself, for callers that want to know which keys it holds.
-class X11KeyTap : public MediaKeyTap {};
+class X11KeyTap : public KeyHoldingTap {};
 
 } // namespace pw::linuxdesktop

@@ -57,7 +57,7 @@ TEST_F(KGlobalAccelKeysTest, AsksForTheFiveKeysAndDeliversTheirPressesAndRelease
     for (std::size_t i = 0; i < codes.size(); ++i)
         EXPECT_NE(asked[i].arguments.find(codes[i]), std::string::npos) << asked[i].arguments;
     EXPECT_EQ(kde->calls("doRegister").size(), 5u);
-    EXPECT_EQ(std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().size(), 5u);
+    EXPECT_EQ(std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().size(), 5u);
     EXPECT_TRUE(log->messages("Keyboard").empty());
 
     // Only the service's own signals count.
@@ -102,7 +102,7 @@ TEST_F(KGlobalAccelKeysTest, KeyAnotherComponentHoldsIsNamedOnceAndNeverDelivere
         log->messages("Keyboard"),
         std::vector<std::string>{
             "Mute key (XF86AudioMute) is taken by another program; it stays with that program"});
-    const auto held = std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys();
+    const auto held = std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys();
     EXPECT_EQ(std::count(held.begin(), held.end(), "XF86AudioMute"), 0);
     EXPECT_EQ(held.size(), 4u);
 

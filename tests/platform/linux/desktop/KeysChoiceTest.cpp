@@ -76,7 +76,7 @@ protected:
         ASSERT_TRUE(tap);
     }
     std::size_t held() const {
-        return std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().size();
+        return std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().size();
     }
 
     std::optional<test::VirtualXServer> server;

@@ -136,7 +136,7 @@ TEST_F(PortalKeysTest, BindsTheKeysAsTheirOwnTriggersAndTurnsActivationsIntoPres
             R"(("XF86AudioMute", [{"description", "Mute"}, {"preferred_trigger", "XF86AudioMute"}]))"),
         std::string::npos)
         << bound[0].arguments;
-    EXPECT_EQ(std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().size(), 4u);
+    EXPECT_EQ(std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().size(), 4u);
 
     // Another session's activation and a shortcut the portal did not bind are not ours.
     portal.emit("Activated", "XF86MonBrightnessUp", "/org/freedesktop/portal/desktop/session/x/y");
@@ -178,7 +178,7 @@ TEST_F(PortalKeysTest, RefusalIsOneLineAndNothingIsDelivered) {
     // The activation the portal sent before it answered came before the refusal.
     loop.drain();
     EXPECT_TRUE(recorder.data1s().empty());
-    EXPECT_TRUE(std::dynamic_pointer_cast<MediaKeyTap>(tap)->heldKeys().empty());
+    EXPECT_TRUE(std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().empty());
 }
 
 TEST_F(PortalKeysTest, NoPortalIsOneLineAndNoTap) {
