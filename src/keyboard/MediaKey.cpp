@@ -1,5 +1,7 @@
 #include "keyboard/MediaKey.h"
 
+#include "platform/EventTap.h"
+
 namespace pw {
 
 KeyEvent KeyEvent::fromData1(std::int32_t data1) {
@@ -9,7 +11,7 @@ KeyEvent KeyEvent::fromData1(std::int32_t data1) {
     KeyEvent event;
     event.keycode = static_cast<std::int32_t>((bits >> 16) & 0xFFFFu);
     event.keyFlags = static_cast<std::int32_t>(bits & 0xFFFFu);
-    event.keyPressed = (bits & 0xFF00u) == 0x0A00u;
+    event.keyPressed = (bits & 0xFF00u) == platform::kAuxKeyDown;
     event.keyRepeat = (bits & 0x1u) != 0;
     return event;
 }

@@ -300,31 +300,35 @@ std::optional<InputEvent> MediaKeyHookInternals::keyDownDecision(const InputEven
 std::atomic<bool> MediaKeyHook::useAlternateBrightnessKeys{true};
 
 const std::vector<std::int32_t>& MediaKeyHook::acceptedSystemKeyCodes() {
-    static const std::vector<std::int32_t> codes = {16, 18, 17, 19, 20, 2, 3, 0, 1, 7};
+    using namespace platform;
+    static const std::vector<std::int32_t> codes = {
+        kAuxKeyPlay,         kAuxKeyPrevious,       kAuxKeyNext,    kAuxKeyFast,      kAuxKeyRewind,
+        kAuxKeyBrightnessUp, kAuxKeyBrightnessDown, kAuxKeySoundUp, kAuxKeySoundDown, kAuxKeyMute};
     return codes;
 }
 
 std::optional<MediaKey> MediaKeyHook::keycodeToMediaKey(std::int32_t code) {
+    using namespace platform;
     switch (code) {
-    case 0:
+    case kAuxKeySoundUp:
         return MediaKey::volumeUp;
-    case 1:
+    case kAuxKeySoundDown:
         return MediaKey::volumeDown;
-    case 2:
+    case kAuxKeyBrightnessUp:
         return MediaKey::brightnessUp;
-    case 3:
+    case kAuxKeyBrightnessDown:
         return MediaKey::brightnessDown;
-    case 7:
+    case kAuxKeyMute:
         return MediaKey::mute;
-    case 16:
+    case kAuxKeyPlay:
         return MediaKey::playPause;
-    case 17:
+    case kAuxKeyNext:
         return MediaKey::next;
-    case 18:
+    case kAuxKeyPrevious:
         return MediaKey::previous;
-    case 19:
+    case kAuxKeyFast:
         return MediaKey::fastForward;
-    case 20:
+    case kAuxKeyRewind:
         return MediaKey::rewind;
     default:
         return std::nullopt;

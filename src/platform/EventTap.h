@@ -18,6 +18,12 @@ inline constexpr std::int32_t kEventTypeTapDisabledByTimeout = -2;
 inline constexpr std::int32_t kEventTypeTapDisabledByUserInput = -1;
 // Subtype of system-defined events that carry the auxiliary control buttons (media keys).
 inline constexpr std::int16_t kSystemDefinedAuxControlButtons = 8;
+// The key codes system-defined events carry in data1's high half, and its key-state byte.
+inline constexpr std::int32_t kAuxKeySoundUp = 0, kAuxKeySoundDown = 1, kAuxKeyBrightnessUp = 2,
+                              kAuxKeyBrightnessDown = 3, kAuxKeyMute = 7, kAuxKeyPlay = 16,
+                              kAuxKeyNext = 17, kAuxKeyPrevious = 18, kAuxKeyFast = 19,
+                              kAuxKeyRewind = 20;
+inline constexpr std::uint32_t kAuxKeyDown = 0x0A00, kAuxKeyUp = 0x0B00;
 // The event mask the hook asks for: key down (bit 10) and system-defined (bit 14).
 inline constexpr std::uint64_t kKeyDownAndSystemDefinedMask = 0x4400;
 

@@ -8,11 +8,11 @@ namespace {
 // Shortcut codes: the key numbers of the desktop toolkit the global-shortcut service is
 // written in (its Key_MonBrightnessUp, Key_VolumeUp, ...).
 constexpr MediaKeySpec kKeys[] = {
-    {"XF86MonBrightnessUp", "Brightness Up", 2, 0x010000B2},
-    {"XF86MonBrightnessDown", "Brightness Down", 3, 0x010000B3},
-    {"XF86AudioRaiseVolume", "Volume Up", 0, 0x01000072},
-    {"XF86AudioLowerVolume", "Volume Down", 1, 0x01000070},
-    {"XF86AudioMute", "Mute", 7, 0x01000071},
+    {"XF86MonBrightnessUp", "Brightness Up", platform::kAuxKeyBrightnessUp, 0x010000B2},
+    {"XF86MonBrightnessDown", "Brightness Down", platform::kAuxKeyBrightnessDown, 0x010000B3},
+    {"XF86AudioRaiseVolume", "Volume Up", platform::kAuxKeySoundUp, 0x01000072},
+    {"XF86AudioLowerVolume", "Volume Down", platform::kAuxKeySoundDown, 0x01000070},
+    {"XF86AudioMute", "Mute", platform::kAuxKeyMute, 0x01000071},
 };
 } // namespace
 
@@ -38,7 +38,7 @@ platform::InputEvent mediaKeyEvent(const MediaKeySpec& key, bool down, bool repe
     platform::InputEvent event;
     event.type = platform::kEventTypeSystemDefined;
     event.subtype = platform::kSystemDefinedAuxControlButtons;
-    const auto bits = static_cast<std::uint32_t>(key.mediaCode) << 16 | (down ? 0x0A00u : 0x0B00u) |
+    const auto bits = static_cast<std::uint32_t>(key.mediaCode) << 16 | (down ? platform::kAuxKeyDown : platform::kAuxKeyUp) |
                       (repeat ? 1u : 0u);
     event.data1 = static_cast<std::int32_t>(bits);
     event.modifierFlags = modifiers;

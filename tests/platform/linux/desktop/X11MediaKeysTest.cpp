@@ -1,4 +1,5 @@
 #include "platform/linux/desktop/X11MediaKeys.h"
+#include "platform/linux/desktop/MediaKeyEvents.h"
 
 #include "DesktopTestSupport.h"
 #include "KeyTapTestSupport.h"
@@ -18,7 +19,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::int32_t kBrightnessUp = 2, kMute = 7;
-constexpr platform::ModifierFlags kShiftFlag = 0x20000;
 
 std::int32_t data1(std::int32_t mediaCode, bool down) {
     return test::mediaData1(mediaCode, down);
