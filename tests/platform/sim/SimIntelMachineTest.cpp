@@ -100,10 +100,8 @@ TEST(SimIntelMachine, WireRequestsReachTheMonitorAndRepliesComeBackAfterThePause
     const auto transfers = machine.bus().transfers();
     ASSERT_EQ(transfers.size(), 2u);
     EXPECT_EQ(transfers[0].endpoint, "display 2");
-    EXPECT_EQ(transfers[0].chipAddress, 0x37u);
-    EXPECT_EQ(transfers[0].dataAddress, 0x51u);
+    EXPECT_EQ(transfers[0].chipAddress << 8 | transfers[0].dataAddress, 0x3751u);
     EXPECT_EQ(transfers[0].bytes, (Bytes{0x82, 0x01, 0x10, 0xAC}));
-    EXPECT_EQ(transfers[1].kind, BusTransfer::Kind::read);
     EXPECT_EQ(transfers[1].bytes, brightnessReply(50));
     EXPECT_GE(transfers[1].start - transfers[0].end, 50ms);
     // The driver's pause is the world's time, not a sleep the program asked for.
@@ -125,13 +123,12 @@ TEST(SimIntelMachine, AReplyReadTooSoonOrABadWireChecksumGetsNoAnswer) {
     EXPECT_EQ(send(machine, framebuffer, 0, kGetBrightnessWire, 2, 45).reply, brightnessReply(50));
 
     // Acknowledged on the bus, then ignored: no reply, no change.
-    auto badGet = kGetBrightnessWire;
+    auto badGet = kGetBrightnessWire, badSet = setBrightnessWire(9);
     badGet.back() ^= 0x01;
+    badSet.back() ^= 0x01;
     const auto got = send(machine, framebuffer, 0, badGet, 2, 45);
     EXPECT_EQ(got.result, kSuccess);
     EXPECT_EQ(got.reply, kNullMessage);
-    auto badSet = setBrightnessWire(9);
-    badSet.back() ^= 0x01;
     EXPECT_EQ(send(machine, framebuffer, 0, badSet, 0).result, kSuccess);
     EXPECT_EQ(machine.monitor(1)->feature(0x10)->current, 50);
     EXPECT_EQ(machine.monitor(1)->requestsIgnored(), 2u);
@@ -205,9 +202,10 @@ TEST(SimIntelMachine, WindowServerLookupAndDisplayInformation) {
     };
     auto info = i2c.displayInfoDictionary(machine.framebufferEntry(2), 0x200);
     ASSERT_TRUE(info);
-    EXPECT_EQ(number(*info, "DisplayVendorID"), 4268);
-    EXPECT_EQ(number(*info, "DisplayProductID"), 41327);
-    EXPECT_EQ(number(*info, "DisplaySerialNumber"), 808464433);
+    EXPECT_EQ((std::vector<std::int64_t>{number(*info, "DisplayVendorID"),
+                                         number(*info, "DisplayProductID"),
+                                         number(*info, "DisplaySerialNumber")}),
+              (std::vector<std::int64_t>{4268, 41327, 808464433}));
     EXPECT_EQ(info->at("DisplayProductName").dictionary()->size(), 1u) << "preferred name only";
     EXPECT_EQ(
         number(*i2c.displayInfoDictionary(machine.framebufferEntry(1), 0x200), "DisplayVendorID"),

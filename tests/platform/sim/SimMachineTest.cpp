@@ -8,6 +8,7 @@
 #include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <set>
 #include <thread>
 
@@ -107,45 +108,28 @@ std::optional<std::string> locationOf(platform::Registry& registry, IOObject pro
     return value->string() ? *value->string() : "<not a string>";
 }
 
-void expectValidEdid(const std::vector<std::uint8_t>& edid, const DisplaySpec& d) {
-    ASSERT_EQ(edid.size(), 128u);
-    const std::vector<std::uint8_t> header = {0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
-    EXPECT_TRUE(std::equal(header.begin(), header.end(), edid.begin()));
-    unsigned sum = 0;
-    for (const auto b : edid)
-        sum += b;
-    EXPECT_EQ(sum % 256, 0u);
-    EXPECT_EQ(edid[8] << 8 | edid[9], static_cast<int>(d.vendor));
-    EXPECT_EQ(edid[10] | edid[11] << 8, static_cast<int>(d.model));
-    EXPECT_EQ(static_cast<std::uint32_t>(edid[12] | edid[13] << 8 | edid[14] << 16) |
-                  static_cast<std::uint32_t>(edid[15]) << 24,
-              d.serial);
-    EXPECT_EQ(edid[18], 1);
-    EXPECT_EQ(edid[19], 4);
-    EXPECT_EQ(edid[126], 0); // no extensions
-
+void expectValidEdid(const std::vector<std::uint8_t>& e, const DisplaySpec& d) {
+    ASSERT_EQ(e.size(), 128u);
+    EXPECT_EQ(std::vector<std::uint8_t>(e.begin(), e.begin() + 8),
+              (std::vector<std::uint8_t>{0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00}));
+    EXPECT_EQ(std::accumulate(e.begin(), e.end(), 0u) % 256, 0u);
+    EXPECT_EQ(e[8] << 8 | e[9], static_cast<int>(d.vendor));
+    EXPECT_EQ(e[10] | e[11] << 8, static_cast<int>(d.model));
+    EXPECT_EQ(e[12] | e[13] << 8 | e[14] << 16 | static_cast<std::uint32_t>(e[15]) << 24, d.serial);
+    EXPECT_EQ((std::vector<int>{e[18], e[19], e[126]}), (std::vector<int>{1, 4, 0})); // 1.4, no extensions
     std::set<std::uint8_t> tags;
     std::optional<std::string> productName;
     for (const std::size_t at : {72u, 90u, 108u}) {
-        ASSERT_EQ(edid[at] | edid[at + 1] | edid[at + 2], 0) << "display descriptor at " << at;
-        tags.insert(edid[at + 3]);
-        if (edid[at + 3] != 0xFC) continue;
-        std::string text(edid.begin() + static_cast<long>(at) + 5,
-                         edid.begin() + static_cast<long>(at) + 18);
-        // Shorter names end with a line feed and are padded with spaces.
-        const auto end = text.find('\n');
-        if (end != std::string::npos) {
-            EXPECT_EQ(text.find_first_not_of(' ', end + 1), std::string::npos) << "padding";
-        }
+        ASSERT_EQ(e[at] | e[at + 1] | e[at + 2], 0) << "display descriptor at " << at;
+        tags.insert(e[at + 3]);
+        if (e[at + 3] != 0xFC) continue;
+        const std::string text(e.begin() + static_cast<long>(at) + 5, e.begin() + static_cast<long>(at) + 18);
+        const auto end = text.find('\n'); // shorter names end with a line feed, then spaces
+        if (end != std::string::npos) EXPECT_EQ(text.find_first_not_of(' ', end + 1), std::string::npos);
         productName = text.substr(0, end);
     }
-    EXPECT_TRUE(tags.count(0xFF)) << "serial number descriptor";
-    EXPECT_TRUE(tags.count(0xFD)) << "range limits descriptor";
-    if (d.name) {
-        EXPECT_EQ(productName, d.name->substr(0, 13));
-    } else {
-        EXPECT_FALSE(productName);
-    }
+    EXPECT_TRUE(tags.count(0xFF) && tags.count(0xFD)) << "serial number and range limits";
+    EXPECT_EQ(productName, d.name ? std::optional(d.name->substr(0, 13)) : std::nullopt);
 }
 
 TEST(SimEdid, ShippedMonitorsHaveValidEdidsAndTwinsAreIdentical) {
@@ -176,83 +160,39 @@ TEST(SimEdid, ShippedMonitorsHaveValidEdidsAndTwinsAreIdentical) {
     EXPECT_NE(buildEdid(serials.displays[1]), buildEdid(serials.displays[2]));
 }
 
-TEST(SimRegistryTree, EachConnectionLeadsUpToItsFramebufferAndRoot) {
+// How deep framebuffers sit and which properties are missing or mistyped is checked by the
+// discovery tests, through the program; here what they do not see.
+TEST(SimRegistryTree, ConnectionsHaveTheirOwnPathsUpToARootAndUnknownHandlesAreRefused) {
     auto noChannel = monitorSpec(4, "Projector");
     noChannel.monitor.reset();
-    auto deep = monitorSpec(5, "Deep", 5);
-    deep.edidParentDepth = 10;
-    auto deeper = monitorSpec(6, "Deeper", 6);
-    deeper.edidParentDepth = 11;
     SimMachine machine(scenarioOf({builtinSpec(), monitorSpec(2, "Left", 1),
-                                   monitorSpec(3, "Right", 2), noChannel, deep, deeper}));
+                                   monitorSpec(3, "Right", 2), noChannel}));
     auto& registry = *machine.platform().registry;
-
-    // Connections come in scenario order; a display without DDC/CI has none.
     const auto proxies = matching(registry, "DCPAVServiceProxy");
-    ASSERT_EQ(proxies.size(), 5u);
-    EXPECT_EQ(proxies[0], machine.proxyEntry(1));
-    EXPECT_EQ(proxies[1], machine.proxyEntry(2));
-    EXPECT_EQ(machine.proxyEntry(4), 0u);
-    EXPECT_NE(machine.framebufferEntry(4), 0u);
-    EXPECT_EQ(matching(registry, "AppleCLCD2").size(), 6u);
+    ASSERT_EQ(proxies.size(), 3u) << "a display without DDC/CI has no connection";
+    EXPECT_EQ(matching(registry, "AppleCLCD2").size(), 4u);
     EXPECT_EQ(locationOf(registry, proxies[0]), "Embedded");
     EXPECT_EQ(locationOf(registry, proxies[1]), "External");
-
     std::set<std::string> paths;
-    const std::pair<platform::DisplayID, int> depths[] = {{1, 4}, {2, 4}, {3, 4}, {5, 10}, {6, 11}};
-    for (const auto& [id, depth] : depths) {
-        SCOPED_TRACE(id);
-        const auto proxy = machine.proxyEntry(id);
+    for (const auto proxy : proxies) {
         const auto proxyPath = path(registry, proxy);
         EXPECT_EQ(proxyPath.rfind("IOService:/AppleARMPE/arm-io@10F00000/", 0), 0u) << proxyPath;
-        EXPECT_EQ(proxyPath.substr(proxyPath.size() - 18), "/DCPAVServiceProxy");
+        EXPECT_TRUE(proxyPath.ends_with("/DCPAVServiceProxy"));
         paths.insert(proxyPath);
-
-        const auto [framebuffer, steps] = climbTo(registry, proxy, "AppleCLCD2");
-        ASSERT_EQ(framebuffer, machine.framebufferEntry(id));
-        EXPECT_EQ(steps, depth);
-        EXPECT_TRUE(registry.property(framebuffer, "IODisplayEDID")->bytes());
-        registry.release(framebuffer);
     }
-    EXPECT_EQ(paths.size(), 5u) << "every connection has its own path";
+    EXPECT_EQ(paths.size(), 3u) << "every connection has its own path";
 
-    // Above the framebuffer the tree ends in a root without a parent.
     const auto [root, steps] = climbTo(registry, machine.framebufferEntry(2), "Root");
     ASSERT_NE(root, 0u);
     EXPECT_EQ(path(registry, root), "IOService:/");
     IOObject none = 0;
     EXPECT_NE(registry.parentEntry(root, kIOServicePlane, none), kSuccess);
     registry.release(root);
-    EXPECT_TRUE(machine.ledger().balanced());
-}
 
-TEST(SimRegistryTree, PresentsMissingAndWronglyTypedProperties) {
-    auto missing = monitorSpec(2, "Missing", 1);
-    missing.proxyProperties = {{"Location", std::nullopt}};
-    missing.hasEDID = false;
-    auto wrong = monitorSpec(3, "Wrong", 2);
-    wrong.proxyProperties = {{"Location", PropertyValue{std::int64_t{3}}}};
-    wrong.framebufferProperties = {{"IODisplayEDID", PropertyValue{std::string("00ffff")}}};
-    auto given = monitorSpec(4, "Given", 3);
-    given.location = "Dock";
-    given.edid = std::vector<std::uint8_t>{1, 2, 3};
-    SimMachine machine(scenarioOf({missing, wrong, given}));
-    auto& registry = machine.registry();
-
-    EXPECT_EQ(locationOf(registry, machine.proxyEntry(2)), std::nullopt);
-    EXPECT_FALSE(registry.property(machine.framebufferEntry(2), "IODisplayEDID"));
-    EXPECT_EQ(locationOf(registry, machine.proxyEntry(3)), "<not a string>");
-    EXPECT_TRUE(registry.property(machine.framebufferEntry(3), "IODisplayEDID")->string());
-    EXPECT_EQ(locationOf(registry, machine.proxyEntry(4)), "Dock");
-    EXPECT_EQ(*registry.property(machine.framebufferEntry(4), "IODisplayEDID")->bytes(),
-              (platform::PropertyBytes{1, 2, 3}));
-
-    // Unknown handles and other planes answer with errors, never a crash.
-    IOObject parent = 0;
     EXPECT_FALSE(registry.property(999999, "Location"));
     EXPECT_EQ(name(registry, 999999), "?");
     EXPECT_EQ(path(registry, 999999), "");
-    EXPECT_NE(registry.parentEntry(machine.proxyEntry(2), "IODeviceTree", parent), kSuccess);
+    EXPECT_NE(registry.parentEntry(machine.proxyEntry(2), "IODeviceTree", none), kSuccess);
     EXPECT_EQ(registry.iteratorNext(999999), 0u);
     EXPECT_TRUE(machine.ledger().balanced());
 }
@@ -260,25 +200,18 @@ TEST(SimRegistryTree, PresentsMissingAndWronglyTypedProperties) {
 TEST(SimLedger, CountsEveryReferenceAndNamesWhatIsWrong) {
     SimMachine machine(scenarioOf({builtinSpec(), monitorSpec(2, "Office", 1)}));
     auto& registry = machine.registry();
-    EXPECT_TRUE(machine.ledger().balanced());
-
     matching(registry, "DCPAVServiceProxy"); // iterator and two proxies, all released
-    auto ledger = machine.ledger();
-    EXPECT_EQ(ledger.retained, 3u);
-    EXPECT_EQ(ledger.released, 3u);
-    EXPECT_TRUE(ledger.balanced());
+    EXPECT_EQ(machine.ledger().retained, 3u);
+    EXPECT_TRUE(machine.ledger().balanced());
 
     // A parent kept, a retain without its release, a release too many and an unknown one.
     const auto proxy = machine.proxyEntry(2);
     IOObject parent = 0;
     ASSERT_EQ(registry.parentEntry(proxy, kIOServicePlane, parent), kSuccess);
-    registry.retain(proxy);
-    registry.retain(proxy);
-    registry.release(proxy);
-    registry.release(proxy);
-    registry.release(proxy);
+    for (int i = 0; i < 2; ++i) registry.retain(proxy);
+    for (int i = 0; i < 3; ++i) registry.release(proxy);
     registry.release(424242);
-    ledger = machine.ledger();
+    const auto ledger = machine.ledger();
     EXPECT_EQ(ledger.retained, 6u);
     EXPECT_EQ(ledger.released, 5u);
     EXPECT_FALSE(ledger.balanced());
@@ -287,15 +220,14 @@ TEST(SimLedger, CountsEveryReferenceAndNamesWhatIsWrong) {
     ASSERT_EQ(ledger.overReleased.size(), 2u);
     EXPECT_NE(ledger.overReleased[0].find("DCPAVServiceProxy"), std::string::npos);
     EXPECT_NE(ledger.overReleased[1].find("424242"), std::string::npos);
-
     registry.release(parent);
     EXPECT_TRUE(machine.ledger().leaked.empty());
 
     // A notification's iterator belongs to its registration, not to the program.
     IOObject iterator = 0;
-    const auto port = registry.createNotificationPort();
-    ASSERT_EQ(registry.addMatchingNotification(
-                  port, platform::kFirstMatchNotification, "AppleCLCD2", [](IOObject) {}, iterator),
+    ASSERT_EQ(registry.addMatchingNotification(registry.createNotificationPort(),
+                                               platform::kFirstMatchNotification, "AppleCLCD2",
+                                               [](IOObject) {}, iterator),
               kSuccess);
     EXPECT_EQ(drain(registry, iterator, false).size(), 2u);
     EXPECT_TRUE(machine.ledger().leaked.empty());
@@ -303,49 +235,32 @@ TEST(SimLedger, CountsEveryReferenceAndNamesWhatIsWrong) {
 
 // Sends a real Set VCP brightness request through a service, to see which monitor it reaches.
 std::int32_t setBrightness(platform::AVService& service, std::uint8_t value) {
-    std::uint8_t frame[] = {0x84, 0x03, 0x10, 0x00, value, 0};
-    std::uint8_t check = 0x6E ^ 0x51;
-    for (std::size_t i = 0; i + 1 < sizeof frame; ++i)
-        check ^= frame[i];
-    frame[5] = check;
+    std::uint8_t frame[] = {0x84, 0x03, 0x10, 0x00, value, 0x6E ^ 0x51 ^ 0x84 ^ 0x03 ^ 0x10};
+    frame[5] ^= value;
     return service.writeI2C(0x37, 0x51, frame, sizeof frame);
 }
 
 TEST(SimAVServices, EachCreationIsANewServiceOnItsOwnConnection) {
-    auto refusing = monitorSpec(4, "Dock", 3);
-    refusing.avServiceCreateFails = true;
-    SimMachine machine(scenarioOf(
-        {builtinSpec(), monitorSpec(2, "Left", 1), monitorSpec(3, "Right", 2), refusing}));
+    SimMachine machine(
+        scenarioOf({builtinSpec(), monitorSpec(2, "Left", 1), monitorSpec(3, "Right", 2)}));
     auto& factory = *machine.platform().avServices;
-
     const auto first = factory.createWithService(machine.proxyEntry(2));
     const auto again = factory.createWithService(machine.proxyEntry(2));
     const auto right = factory.createWithService(machine.proxyEntry(3));
-    ASSERT_TRUE(first && again && right);
+    const auto panel = factory.createWithService(machine.proxyEntry(1));
+    ASSERT_TRUE(first && again && right && panel);
     EXPECT_NE(first->hash(), again->hash());
     EXPECT_NE(first->hash(), right->hash());
-    EXPECT_EQ(first->hash(), first->hash());
-
     EXPECT_EQ(setBrightness(*right, 33), 0);
     EXPECT_EQ(machine.monitor(3)->feature(0x10)->current, 33);
     EXPECT_EQ(machine.monitor(2)->feature(0x10)->current, 50);
-    ASSERT_FALSE(machine.bus().transfers().empty());
-    EXPECT_EQ(machine.bus().transfers().back().endpoint, "display 3");
-
-    const auto panel = factory.createWithService(machine.proxyEntry(1));
-    ASSERT_TRUE(panel);
     EXPECT_NE(setBrightness(*panel, 10), 0) << "a built-in panel has no DDC/CI";
-    EXPECT_EQ(machine.monitor(1), nullptr);
-
-    EXPECT_EQ(factory.createWithService(machine.proxyEntry(4)), nullptr);
     EXPECT_EQ(factory.createWithService(machine.framebufferEntry(2)), nullptr);
     EXPECT_EQ(factory.createWithService(0), nullptr);
-    EXPECT_EQ(machine.avServicesCreated(), 4u);
 }
 
 TEST(SimDisplays, AnswerIdentityNamesBrightnessAndScreens) {
     auto apple = monitorSpec(3, "Studio Display");
-    apple.vendor = 1552;
     apple.appleDisplay = true;
     apple.monitor.reset();
     auto anonymous = monitorSpec(4, "unused", 77);
@@ -361,29 +276,26 @@ TEST(SimDisplays, AnswerIdentityNamesBrightnessAndScreens) {
 
     EXPECT_EQ(displays.activeDisplayList(32), (std::vector<platform::DisplayID>{1, 2, 3, 4, 5}));
     EXPECT_EQ(displays.activeDisplayList(2), (std::vector<platform::DisplayID>{1, 2}));
-    EXPECT_TRUE(displays.isBuiltin(1));
-    EXPECT_FALSE(displays.isBuiltin(2));
     EXPECT_EQ(displays.vendorNumber(99), 0u);
-
     EXPECT_EQ(displays.productNames(2)->names,
               (std::vector<std::pair<std::string, std::string>>{{"en_US", "Office"}}));
     EXPECT_FALSE(displays.productNames(4));
-    EXPECT_TRUE(displays.productNames(5)->wrongType);
-    EXPECT_TRUE(displays.productNames(5)->names.empty());
+    EXPECT_TRUE(displays.productNames(5)->wrongType && displays.productNames(5)->names.empty());
 
+    // Only the built-in panel and Apple displays answer the system's brightness call.
     float level = -1;
-    EXPECT_EQ(displays.displayServicesGetBrightness(1, level), 0);
-    EXPECT_EQ(displays.displayServicesGetBrightness(3, level), 0);
-    EXPECT_NE(displays.displayServicesGetBrightness(2, level), 0);
-    EXPECT_NE(displays.displayServicesGetBrightness(99, level), 0);
+    std::vector<bool> answered;
+    for (platform::DisplayID id : {1u, 2u, 3u, 99u})
+        answered.push_back(displays.displayServicesGetBrightness(id, level) == 0);
+    EXPECT_EQ(answered, (std::vector<bool>{true, false, true, false}));
 
+    // Screens without a frame of their own stand in a row; a given frame is kept.
     const auto screens = displays.screens();
     ASSERT_EQ(screens.size(), 5u);
-    EXPECT_EQ(screens[0].number, 1u);
-    EXPECT_EQ(screens[0].localizedName, "Built-in Retina Display");
-    EXPECT_EQ(screens[3].localizedName, "");
-    EXPECT_EQ(screens[4].localizedName, "Screen Five");
-    // Screens without a frame of their own stand in a row; a given frame is kept.
+    std::vector<std::string> names;
+    for (const auto& screen : screens) names.push_back(screen.localizedName);
+    EXPECT_EQ(names, (std::vector<std::string>{"Built-in Retina Display", "Office",
+                                               "Studio Display", "", "Screen Five"}));
     EXPECT_EQ(screens[0].frame.x, 0.0);
     EXPECT_EQ(screens[1].frame.x, screens[0].frame.width);
     EXPECT_EQ(screens[2].frame.x, screens[1].frame.x + screens[1].frame.width);
