@@ -49,40 +49,28 @@ private slots:
         QVERIFY(window);
         QVERIFY(!window->isVisible());
         QCOMPARE(window->size(), QSize(kIndicatorWidth, kIndicatorHeight));
-        QVERIFY(window->flags().testFlag(Qt::WindowDoesNotAcceptFocus));
-        QVERIFY(window->flags().testFlag(Qt::WindowStaysOnTopHint));
-        QVERIFY(window->flags().testFlag(Qt::FramelessWindowHint));
+        QVERIFY(window->flags().testFlags(Qt::WindowDoesNotAcceptFocus | Qt::WindowStaysOnTopHint |
+                                          Qt::FramelessWindowHint));
 
-        IndicatorContent content;
-        content.symbol = "sun.max.fill";
-        content.level = 0.5f;
-        content.fillWidth = 66;
-        made->show(content);
-        QVERIFY(window->isVisible());
-        QCOMPARE(window->property("litSegments").toInt(), 8);
-        QVERIFY(QGuiApplication::focusWindow() != window);
-        savePicture(window, "indicator-brightness.png");
-
-        // The same window takes the next content; 1/3 of the track lights 5 of 16.
-        content.symbol = "speaker.wave.2.fill";
-        content.level = 1.0f / 3.0f;
-        content.fillWidth = 132.0 / 3.0;
-        made->show(content);
-        QCOMPARE(window->property("symbol").toString(), QStringLiteral("speaker.wave.2.fill"));
-        QCOMPARE(window->property("litSegments").toInt(), 5);
-
-        content.symbol = "speaker.slash.fill";
-        content.level = 0;
-        content.fillWidth = 0;
-        made->show(content);
-        QCOMPARE(window->property("litSegments").toInt(), 0);
-        savePicture(window, "indicator-mute.png");
-
-        content.level = 1;
-        content.fillWidth = 132;
-        made->show(content);
-        QCOMPARE(window->property("litSegments").toInt(), 16);
-
+        // The same window takes each content; 1/3 of the track lights 5 of 16.
+        const struct {
+            const char* symbol;
+            float level;
+            double fillWidth;
+            int lit;
+            const char* picture;
+        } contents[] = {{"sun.max.fill", 0.5f, 66, 8, "indicator-brightness.png"},
+                        {"speaker.wave.2.fill", 1.0f / 3.0f, 132.0 / 3.0, 5, nullptr},
+                        {"speaker.slash.fill", 0, 0, 0, "indicator-mute.png"},
+                        {"speaker.slash.fill", 1, 132, 16, nullptr}};
+        for (const auto& c : contents) {
+            made->show(IndicatorContent{c.symbol, c.level, c.fillWidth, std::nullopt});
+            QVERIFY(window->isVisible());
+            QCOMPARE(window->property("symbol").toString(), QString::fromLatin1(c.symbol));
+            QCOMPARE(window->property("litSegments").toInt(), c.lit);
+            QVERIFY(QGuiApplication::focusWindow() != window);
+            if (c.picture) savePicture(window, c.picture);
+        }
         made->hide();
         QVERIFY(!window->isVisible());
     }

@@ -16,50 +16,36 @@ TestCase {
     Component { id: fakeComponent; FakePopoverModel {} }
     Component { id: popoverComponent; PopoverContent {} }
 
-    function picture(popover, name) {
+    function test_picture_data() {
+        return [
+            { tag: "popover-two-displays", displays: [
+                { title: "DELL U2723QE", brightness: 72, volume: 35, activeInput: 0x0F },
+                { title: "LG HDR 4K", ddcStatus: "unverified", brightness: 0, volume: 60,
+                  isMuted: true, activeInput: 0x11 }] },
+            // The settings button hovered for the picture.
+            { tag: "popover-software-only", hover: true, displays: [
+                { title: "A monitor with a very long name that cannot fit on one line",
+                  ddcStatus: "softwareOnly", brightness: 120, volume: 0, volumeMax: 0 }] },
+            { tag: "popover-no-dimming", displays: [
+                { title: "DELL U2723QE", brightness: 40, volume: 35, activeInput: 0x0F,
+                  dimmingAvailable: false }] },
+            { tag: "popover-empty", displays: [] }
+        ]
+    }
+    function test_picture(data) {
+        const fake = createTemporaryObject(fakeComponent, testCase)
+        for (const display of data.displays) fake.addDisplay(display)
+        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
+        popover.height = Qt.binding(() => popover.implicitHeight)
+        if (data.hover) {
+            mouseMove(findChild(popover, "settingsButton"), 10, 10)
+            wait(300)
+        }
         waitForRendering(popover)
         const image = grabImage(popover)
         compare(image.width, 360)
         compare(image.height, Math.ceil(popover.implicitHeight))
         if (picturesFolder.length > 0)
-            image.save(picturesFolder + "/" + name + (Theme.dark ? "-dark" : "") + ".png")
-    }
-
-    function test_twoDisplays() {
-        const fake = createTemporaryObject(fakeComponent, testCase)
-        fake.addDisplay({ title: "DELL U2723QE", brightness: 72, volume: 35, activeInput: 0x0F })
-        fake.addDisplay({ title: "LG HDR 4K", ddcStatus: "unverified", brightness: 0,
-                          volume: 60, isMuted: true, activeInput: 0x11 })
-        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
-        popover.height = Qt.binding(() => popover.implicitHeight)
-        picture(popover, "popover-two-displays")
-    }
-
-    function test_softwareOnlyAndLongName() {
-        const fake = createTemporaryObject(fakeComponent, testCase)
-        fake.addDisplay({ title: "A monitor with a very long name that cannot fit on one line",
-                          ddcStatus: "softwareOnly", brightness: 120, volume: 0, volumeMax: 0 })
-        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
-        popover.height = Qt.binding(() => popover.implicitHeight)
-        // Hover the settings button and the second input for the picture.
-        mouseMove(findChild(popover, "settingsButton"), 10, 10)
-        wait(300)
-        picture(popover, "popover-software-only")
-    }
-
-    function test_noDimming() {
-        const fake = createTemporaryObject(fakeComponent, testCase)
-        fake.addDisplay({ title: "DELL U2723QE", brightness: 40, volume: 35, activeInput: 0x0F,
-                          dimmingAvailable: false })
-        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
-        popover.height = Qt.binding(() => popover.implicitHeight)
-        picture(popover, "popover-no-dimming")
-    }
-
-    function test_empty() {
-        const fake = createTemporaryObject(fakeComponent, testCase)
-        const popover = createTemporaryObject(popoverComponent, testCase, { model: fake })
-        popover.height = Qt.binding(() => popover.implicitHeight)
-        picture(popover, "popover-empty")
+            image.save(picturesFolder + "/" + data.tag + (Theme.dark ? "-dark" : "") + ".png")
     }
 }

@@ -176,19 +176,20 @@ TestCase {
         compare(activeLabels(popover), ["USB-C"])
     }
 
-    function test_inputTileHover() {
+    // Hovering an input tile changes its look, never the choice; a press does not stick.
+    function test_inputTileHoverAndPress() {
         const popover = makePopover(1, { activeInput: 0x11 })
         mouseMove(popover, 350, 5)
         const tile = allNamed(popover, "tile")[1]
         const button = tile.parent
-        const label = findChild(button, "label")
         tryVerify(() => sameColour(tile.color, Theme.primaryAt(0.06)))
-        verify(sameColour(label.color, Theme.secondary))
         mouseMove(button, 10, 10)
-        tryVerify(() => sameColour(tile.color, Theme.withAlpha(Theme.accent, 0.6)))
-        verify(sameColour(label.color, "white"))
-        // Hovering is not choosing.
+        tryVerify(() => !sameColour(tile.color, Theme.primaryAt(0.06)))
         compare(activeLabels(popover), ["HDMI 1"])
+        mousePress(button, 10, 10)
+        compare(button.isPressed, true)
+        mouseRelease(button, 10, 10)
+        compare(button.isPressed, false)
     }
 
     function test_untitledDisplayIsNamedByItsId() {
@@ -196,37 +197,16 @@ TestCase {
         compare(allNamed(findChild(popover, "section"), "title")[0].text, "Display 7")
     }
 
-    function test_inputButtonPressLook() {
-        const popover = makePopover(1)
-        const button = allNamed(popover, "tile")[0].parent
-        mouseMove(button, 10, 10)
-        compare(button.isPressed, false)
-        mousePress(button, 10, 10)
-        compare(button.isPressed, true)
-        tryCompare(button, "scale", 0.95)
-        mouseRelease(button, 10, 10)
-        compare(button.isPressed, false)
-        tryCompare(button, "scale", 1)
-    }
-
     function test_footerHoverAndActions() {
         const popover = makePopover(1)
         const about = findChild(popover, "aboutButton")
-        const backdrop = findChild(about, "backdrop")
-        const title = findChild(about, "title")
         // Away from the button first: the pointer may still rest where an earlier test left it.
         mouseMove(popover, 350, 5)
-        tryVerify(() => backdrop.color.a === 0)
-        tryVerify(() => sameColour(title.color, Theme.secondary))
-
+        tryVerify(() => !about.isHovering)
         mouseMove(about, about.width / 2, about.height / 2)
         tryVerify(() => about.isHovering)
-        tryVerify(() => Math.abs(backdrop.color.a - 0.08) < 0.01)
-        tryVerify(() => sameColour(title.color, Theme.primary))
-
         mouseMove(popover, 5, 5)
         tryVerify(() => !about.isHovering)
-        tryVerify(() => backdrop.color.a === 0)
 
         mouseClick(about)
         mouseClick(findChild(popover, "settingsButton"))
