@@ -35,24 +35,16 @@ void processEvents() {
 
 // --- Version and build --------------------------------------------------------------------
 
-TEST(BuildInfoTest, VersionDropsTrailingZeroPiecesDownToTwo) {
-    EXPECT_EQ(ui::shortVersion("3.0.0.0"), "3.0");
-    EXPECT_EQ(ui::shortVersion("2.1.0"), "2.1");
-    EXPECT_EQ(ui::shortVersion("2.0"), "2.0");
-    EXPECT_EQ(ui::shortVersion("1.2.0.5"), "1.2.0.5");
-    EXPECT_EQ(ui::shortVersion("4"), "4");
-    EXPECT_EQ(ui::shortVersion("1..2.0"), "1.2"); // empty pieces do not count
-    EXPECT_EQ(ui::shortVersion(QString()), "1.0");
-    EXPECT_EQ(ui::shortVersion(""), "1.0");
-}
-
-TEST(BuildInfoTest, NoCommitIsADevBuild) {
+TEST(BuildInfoTest, VersionDropsTrailingZeroPiecesDownToTwoAndNoCommitIsADevBuild) {
+    const std::pair<QString, QString> versions[] = {
+        {"3.0.0.0", "3.0"}, {"2.1.0", "2.1"}, {"2.0", "2.0"},   {"1.2.0.5", "1.2.0.5"},
+        {"4", "4"},         {"1..2.0", "1.2"}, {QString(), "1.0"}, {"", "1.0"}}; // empty pieces do not count
+    for (const auto& [version, shortened] : versions)
+        EXPECT_EQ(ui::shortVersion(version), shortened) << qPrintable(version);
     EXPECT_EQ(ui::buildIdentifier(""), "dev");
     EXPECT_EQ(ui::buildIdentifier("  \n"), "dev");
     EXPECT_EQ(ui::buildIdentifier("5faadf2c1e"), "5faadf2c1e");
-    const auto current = ui::BuildInfo::current();
-    EXPECT_FALSE(current.version.isEmpty());
-    EXPECT_FALSE(current.build.isEmpty());
+    EXPECT_FALSE(ui::BuildInfo::current().version.isEmpty() || ui::BuildInfo::current().build.isEmpty());
 }
 
 // --- Fixtures -----------------------------------------------------------------------------
@@ -146,8 +138,6 @@ protected:
 TEST_F(SettingsWindowTest, IsOneFixedWindowThatKeepsItsTabAcrossShows) {
     open({display(2, "DELL U2720Q")});
     ASSERT_NE(window->content(), nullptr);
-    EXPECT_EQ(window->title(), "Panelwright Settings");
-    EXPECT_EQ(window->size(), QSize(480, 400));
     EXPECT_EQ(window->minimumSize(), window->maximumSize()); // not resizable
 
     click(item("displaysTab"));
@@ -249,7 +239,7 @@ TEST_F(SettingsWindowTest, UpdatesAreHonestAboutComingFromThePackage) {
 
 // --- The Displays tab ---------------------------------------------------------------------
 
-TEST_F(SettingsWindowTest, EveryDisplayGetsARowDDCOrNot) {
+TEST_F(SettingsWindowTest, EveryDisplayGetsARowDDCOrNotAndNoneSaysSo) {
     open({display(2, "DELL U2720Q"), display(3, "", DDCStatus::softwareOnly, false)});
     controller->selectTab(1);
     settle();
@@ -261,11 +251,8 @@ TEST_F(SettingsWindowTest, EveryDisplayGetsARowDDCOrNot) {
     EXPECT_EQ(find(rows[0], "identifier")->property("text").toString(),
               "ID: DELL U2720Q+4268+41200@2");
     EXPECT_FALSE(item("emptyState")->isVisible());
-}
 
-TEST_F(SettingsWindowTest, WithNoDisplayTheTabSaysSo) {
-    open();
-    controller->selectTab(1);
+    controller->model().setDisplays({});
     settle();
     EXPECT_TRUE(item("emptyState")->isVisible());
     EXPECT_TRUE(findAll(window->content(), "displayRow").isEmpty());
@@ -336,8 +323,6 @@ TEST(AboutWindowTest, OnePanelWithTheBuildsTextsBroughtBackByEveryShow) {
     ui::FixedWindow* panel = about.window();
     ASSERT_NE(panel, nullptr);
     ASSERT_TRUE(QTest::qWaitForWindowExposed(panel));
-    EXPECT_EQ(panel->title(), "About Panelwright");
-    EXPECT_EQ(panel->size(), QSize(340, 320));
     EXPECT_EQ(panel->minimumSize(), panel->maximumSize());
     EXPECT_FALSE(panel->flags() & Qt::WindowMinimizeButtonHint);
     EXPECT_EQ(find(panel->content(), "version")->property("text").toString(), "Version 3.0");
