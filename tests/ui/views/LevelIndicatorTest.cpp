@@ -61,6 +61,7 @@ private slots:
             const char* picture;
         } contents[] = {{"sun.max.fill", 0.5f, 66, 8, "indicator-brightness.png"},
                         {"speaker.wave.2.fill", 1.0f / 3.0f, 132.0 / 3.0, 5, nullptr},
+                        {"sun.max.fill", 8.5f / 16, 132 * 8.5 / 16, 9, nullptr}, // halves go up
                         {"speaker.slash.fill", 0, 0, 0, "indicator-mute.png"},
                         {"speaker.slash.fill", 1, 132, 16, nullptr}};
         for (const auto& c : contents) {
