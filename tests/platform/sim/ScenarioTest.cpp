@@ -242,7 +242,7 @@ TEST(ScenarioLoader, ReadsIntelFramebufferFields) {
     EXPECT_FALSE(scenario.displays[2].intel.hasInfoDictionary);
 }
 
-TEST(ScenarioLoader, RefusesBadIntelFieldsAndPartsOfTheOtherMac) {
+TEST(ScenarioLoader, RefusesBadPlatformFieldsAndPartsOfOtherMachines) {
     const struct {
         const char* json;
         const char* path;
@@ -267,6 +267,17 @@ TEST(ScenarioLoader, RefusesBadIntelFieldsAndPartsOfTheOtherMac) {
          "displays[0].intel.transactionTypes", "a transaction-type mask 0..4294967295"},
         {R"({"flavor": "intel", "displays": [{"intel": {"infoDictionary": null}}]})",
          "displays[0].intel.infoDictionary", "true, false or an object"},
+        // Linux fields on a Mac and Mac fields on a Linux machine.
+        {R"({"displays": [{"linux": {}}]})", "displays[0].linux", "no linux object on a Mac"},
+        {R"({"linux": {}})", "linux", "no linux object on a Mac"},
+        {R"({"flavor": "linux", "displays": [{"location": "x"}]})", "displays[0].location",
+         "no location on a Linux machine"},
+        {R"({"flavor": "linux", "displays": [{"linux": {"openError": "EWHAT"}}]})",
+         "displays[0].linux.openError", "an error name: EACCES, EPERM, ENOENT, ENODEV, EBUSY"},
+        {R"({"flavor": "linux", "linux": {"adapters": [{"number": 1, "pciClass": "3"}]}})",
+         "linux.adapters[0].pciClass", "a PCI class as hex text"},
+        {R"({"flavor": "linux", "displays": [{"linux": {"connector": "HDMI-1"}}]})",
+         "displays[0].linux.connector", "a connector name such as"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.json);
@@ -314,6 +325,8 @@ TEST(ScenarioLoader, LoadsFilesAndNamesThemInErrors) {
         EXPECT_EQ(scenario->source, entry.path().string());
         EXPECT_FALSE(scenario->description.empty());
         EXPECT_FALSE(scenario->displays.empty());
+        EXPECT_EQ(scenario->flavor == platform::Flavor::linux,
+                  entry.path().filename().string().starts_with("linux-"));
         ++count;
     }
     EXPECT_GE(count, 7u);

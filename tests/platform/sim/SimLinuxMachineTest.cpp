@@ -1,7 +1,6 @@
-// The simulated Linux machine: its scenario fields and what plugging does to sysfs,
-// /dev and udev.
+// The simulated Linux machine: what plugging does to sysfs, /dev and udev. Its scenario
+// fields are refused in the scenario loader's tests.
 
-#include "common/TestSupport.h"
 #include "platform/sim/SimLinux.h"
 #include "platform/sim/SimMachine.h"
 
@@ -17,39 +16,6 @@ Scenario load(const std::string& json) {
         return {};
     }
     return std::get<Scenario>(std::move(parsed));
-}
-
-std::string errorOf(const std::string& json) {
-    auto parsed = parseScenario(json, "t.json");
-    const auto* error = std::get_if<ScenarioError>(&parsed);
-    return error ? error->message() : "";
-}
-
-TEST(SimLinuxScenario, ShippedLinuxMachinesLoad) {
-    for (const auto* name : {"linux-one-monitor.json", "linux-docked-laptop.json"}) {
-        auto loaded = loadScenarioFile(test::sourcePath(std::string("scenarios/") + name));
-        ASSERT_TRUE(std::holds_alternative<Scenario>(loaded))
-            << std::get<ScenarioError>(loaded).message();
-        EXPECT_EQ(std::get<Scenario>(loaded).flavor, platform::Flavor::linux);
-    }
-}
-
-TEST(SimLinuxScenario, MistakesNameTheirPlace) {
-    EXPECT_EQ(errorOf(R"({"flavor": "linux", "displays": [{"linux": {"openError": "EWHAT"}}]})"),
-              "t.json: displays[0].linux.openError: expected an error name: EACCES, EPERM, "
-              "ENOENT, ENODEV, EBUSY, ENXIO or EIO");
-    EXPECT_NE(errorOf(R"({"displays": [{"linux": {}}]})").find("displays[0].linux: expected no linux object on a Mac"),
-              std::string::npos);
-    EXPECT_NE(errorOf(R"({"linux": {}})").find("linux: expected no linux object on a Mac"),
-              std::string::npos);
-    EXPECT_NE(errorOf(R"({"flavor": "linux", "displays": [{"location": "x"}]})").find("displays[0].location"),
-              std::string::npos);
-    EXPECT_NE(errorOf(R"({"flavor": "linux", "linux": {"adapters": [{"number": 1, "pciClass": "3"}]}})")
-                  .find("linux.adapters[0].pciClass: expected a PCI class"),
-              std::string::npos);
-    EXPECT_NE(errorOf(R"({"flavor": "linux", "displays": [{"linux": {"connector": "HDMI-1"}}]})")
-                  .find("displays[0].linux.connector"),
-              std::string::npos);
 }
 
 TEST(SimLinuxMachine, PluggingChangesSysfsAndDevAndIsReported) {
