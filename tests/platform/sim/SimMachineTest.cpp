@@ -343,8 +343,6 @@ TEST_F(SimHotPlug, PlugAndUnplugAreReportedOnTheMainQueue) {
     EXPECT_FALSE(machine.plug(studio)) << "already plugged in";
     const auto framebuffer = machine.framebufferEntry(3);
     EXPECT_TRUE(calls.empty()) << "delivered only when the main queue runs";
-    EXPECT_EQ(machine.platform().displays->activeDisplayList(8),
-              (std::vector<platform::DisplayID>{1, 2, 3}));
     EXPECT_EQ(machine.platform().displays->screens().size(), 3u);
     EXPECT_EQ(matching(registry(), "DCPAVServiceProxy").size(), 3u);
     machine.manualMainQueue()->runPending();
@@ -358,7 +356,6 @@ TEST_F(SimHotPlug, PlugAndUnplugAreReportedOnTheMainQueue) {
     EXPECT_FALSE(machine.unplug(2));
     EXPECT_FALSE(monitor->attached());
     EXPECT_NE(setBrightness(*service, 10), 0) << "the cable is out";
-    EXPECT_EQ(machine.monitor(2), nullptr);
     EXPECT_EQ(machine.platform().displays->activeDisplayList(8),
               (std::vector<platform::DisplayID>{1, 3}));
     EXPECT_EQ(matching(registry(), "DCPAVServiceProxy").size(), 2u);
