@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -22,8 +23,9 @@ TEST(LoopMainQueue, RunsPostedWorkOnTheRunningThreadInOrderUntilStopped) {
     });
     queue.run();
     producer.join();
-    ASSERT_EQ(order.size(), 50u);
-    for (int i = 0; i < 50; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+    std::vector<int> expected(50);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
     EXPECT_TRUE(allOnMain);
 }
 

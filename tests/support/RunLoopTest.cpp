@@ -1,5 +1,6 @@
 #include "support/RunLoop.h"
 
+#include <algorithm>
 #include <future>
 #include <gtest/gtest.h>
 #include <memory>
@@ -66,8 +67,7 @@ TEST(RunLoop, PerformsBlocksInOrderOnItsOwnThreadUntilStopped) {
         for (int v : order)
             if (v / 100 == p) EXPECT_GT(v, last), last = v;
     }
-    for (bool b : onLoop)
-        EXPECT_TRUE(b);
+    EXPECT_EQ(std::count(onLoop.begin(), onLoop.end(), false), 0);
 
     worker.loop->stop();
     worker.thread.join();
