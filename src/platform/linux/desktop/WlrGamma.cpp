@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/WlrGamma.h"
 
+#include "platform/linux/CallbackGuard.h"
 #include "wlr-gamma-control-unstable-v1-client-protocol.h"
 
 #include <poll.h>
@@ -78,7 +79,10 @@ void onMode(void*, wl_output*, std::uint32_t, std::int32_t, std::int32_t, std::i
 void onDone(void*, wl_output*) {}
 void onScale(void*, wl_output*, std::int32_t) {}
 void onName(void* data, wl_output*, const char* name) {
-    static_cast<Output*>(data)->name = name ? name : "";
+    platform::guardCallback(
+        "The Wayland output's name event",
+        [&] { static_cast<Output*>(data)->name = name ? name : ""; },
+        DesktopLog{}.errorsIn(kCategory));
 }
 void onDescription(void*, wl_output*, const char*) {}
 const wl_output_listener kOutputListener{onGeometry, onMode,  onDone,
@@ -105,6 +109,19 @@ struct WlrGammaTables::Globals {
     static void added(void* data, wl_registry* registry, std::uint32_t name, const char* interface,
                       std::uint32_t version) {
         auto* self = static_cast<WlrGammaTables*>(data);
+        platform::guardCallback(
+            "The Wayland registry's new-global event",
+            [&] { add(self, registry, name, interface, version); }, self->log_.errorsIn(kCategory));
+    }
+    static void removed(void* data, wl_registry*, std::uint32_t name) {
+        auto* self = static_cast<WlrGammaTables*>(data);
+        platform::guardCallback(
+            "The Wayland registry's global-removed event", [&] { remove(self, name); },
+            self->log_.errorsIn(kCategory));
+    }
+
+    static void add(WlrGammaTables* self, wl_registry* registry, std::uint32_t name,
+                    const char* interface, std::uint32_t version) {
         if (std::strcmp(interface, wl_output_interface.name) == 0) {
             auto output = std::make_unique<Output>();
             output->global = name;
@@ -119,8 +136,7 @@ struct WlrGammaTables::Globals {
                 wl_registry_bind(registry, name, &zwlr_gamma_control_manager_v1_interface, 1));
         }
     }
-    static void removed(void* data, wl_registry*, std::uint32_t name) {
-        auto* self = static_cast<WlrGammaTables*>(data);
+    static void remove(WlrGammaTables* self, std::uint32_t name) {
         auto& outputs = self->outputs_;
         const auto gone = std::find_if(outputs.begin(), outputs.end(),
                                        [name](const auto& output) { return output->global == name; });
