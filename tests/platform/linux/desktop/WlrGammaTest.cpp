@@ -495,6 +495,10 @@ TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) 
     const SessionFacts sway{"wayland", true, std::nullopt, wlroots.socket()};
     EXPECT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(
         chooseGamma(sway, noBus, twoMonitors(), DesktopLog{log})));
+    // Started from a text console, with Xwayland: the session type stays "tty".
+    const SessionFacts swayFromConsole{"tty", true, ":4093", wlroots.socket()};
+    EXPECT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(
+        chooseGamma(swayFromConsole, noBus, twoMonitors(), DesktopLog{log})));
 
     FakeCompositor other({{{"DP-1", 256}}, false, 4});
     const SessionFacts elsewhere{"wayland", true, std::nullopt, other.socket()};
@@ -505,6 +509,7 @@ TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) 
         return line.starts_with("Dimming through GNOME's display configuration unavailable");
     });
     EXPECT_EQ(lines, (std::vector<std::string>{
+                         "Dimming through the compositor's gamma control (wlroots)",
                          "Dimming through the compositor's gamma control (wlroots)",
                          "Dimming through the compositor's gamma control unavailable: the "
                          "compositor at \"" + other.socket() +
