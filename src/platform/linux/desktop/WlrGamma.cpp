@@ -173,22 +173,39 @@ std::shared_ptr<WlrGammaTables> WlrGammaTables::create(const std::optional<std::
     }
     std::shared_ptr<WlrGammaTables> tables(new WlrGammaTables(display, std::move(source), log));
     std::lock_guard lock(tables->mutex_);
+    tables->where_ = where;
     tables->registry_ = wl_display_get_registry(display);
     wl_registry_add_listener(tables->registry_, &kRegistryListener, tables.get());
-    // The second round trip brings the names the outputs send when bound.
-    if (!tables->roundTrip() || !tables->roundTrip()) {
-        log.info(kCategory, unavailable + "the Wayland compositor at \"" + where +
-                                "\" did not answer within " +
-                                std::to_string(kAnswerTimeout.count()) + " ms");
-        return nullptr;
+    if (!tables->settle()) {
+        if (!tables->connected()) return nullptr; // said why
+        log.info(kCategory, "The Wayland compositor at \"" + where + "\" did not answer within " +
+                                std::to_string(kAnswerTimeout.count()) +
+                                " ms; dimming through its gamma control is tried again at the "
+                                "next dim");
+        return tables;
     }
-    tables->outputsAdded_ = false;
     if (!tables->manager_) {
         log.info(kCategory, unavailable + "the compositor at \"" + where +
                                 "\" offers no gamma control (zwlr_gamma_control_manager_v1)");
         return nullptr;
     }
     return tables;
+}
+
+// Asks the compositor what it offers, once it answers; true when it has. The second
+// round trip brings the names the outputs send when bound. An answer that comes late is
+// taken in by the next call's round trips like any other event.
+bool WlrGammaTables::settle() {
+    if (settled_) return true;
+    if (!roundTrip() || !roundTrip()) return false;
+    settled_ = true;
+    outputsAdded_ = false;
+    return true;
+}
+
+bool WlrGammaTables::settled() {
+    std::lock_guard lock(mutex_);
+    return settled_;
 }
 
 WlrGammaTables::WlrGammaTables(wl_display* display, DisplaySource source, DesktopLog log)
@@ -256,6 +273,17 @@ void WlrGammaTables::pump() {
 }
 
 WlrGammaTables::Output* WlrGammaTables::outputFor(platform::DisplayID display) {
+    if (!settled_) {
+        // Slow at start: asked again now, and said once whichever way it answers.
+        if (!settle()) return nullptr;
+        log_.info(kCategory, manager_ ? "The Wayland compositor answered: dimming through its "
+                                        "gamma control (wlroots)"
+                                      : "Dimming through the compositor's gamma control "
+                                        "unavailable: the compositor at \"" + where_ +
+                                            "\" offers no gamma control "
+                                            "(zwlr_gamma_control_manager_v1)");
+    }
+    if (!manager_) return nullptr;
     pump();
     if (!connected()) return nullptr;
     std::erase_if(outputs_, [](const auto& output) { return output->gone; });
@@ -285,8 +313,9 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
         // A control that failed while we held it: the compositor shows the output's own
         // gamma again, and the control is of no more use.
         if (output.control) {
-            noteFailure(output, display, "the compositor took back its gamma control (another "
-                                         "program, such as a night-light tool, may hold it now)");
+            noteFailure(output, display, "the compositor took back its gamma control (the output "
+                                         "lost its gamma, or another program, such as a "
+                                         "night-light tool, holds it now)");
             dropControl(output);
             output.failed = true;
         }
@@ -303,8 +332,9 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
     if (!answered || output.failed || output.size == 0) {
         noteFailure(output, display,
                     !answered      ? "the compositor did not answer"
-                    : output.failed ? "the compositor refused its gamma control (another program, "
-                                      "such as a night-light tool, may hold it)"
+                    : output.failed ? "the compositor refused its gamma control (the output has "
+                                      "no gamma, or another program, such as a night-light "
+                                      "tool, holds it)"
                                     : "the compositor gives it no gamma ramp");
         const bool failed = output.failed || answered;
         dropControl(output);
@@ -341,6 +371,7 @@ std::int32_t WlrGammaTables::getTransferByTable(platform::DisplayID display, std
     std::lock_guard lock(mutex_);
     Output* output = outputFor(display);
     if (!connected()) return kCannotComplete;
+    if (!settled_ || !manager_) return kFailure;
     if (!output) return kIllegalArgument;
     if (const auto refused = takeControl(*output, display)) return refused;
     const GammaRamp ramp = output->installed ? *output->installed : identityRamp(output->size);
@@ -358,6 +389,7 @@ std::int32_t WlrGammaTables::setTransferByTable(platform::DisplayID display,
     std::lock_guard lock(mutex_);
     Output* output = outputFor(display);
     if (!connected()) return kCannotComplete;
+    if (!settled_ || !manager_) return kFailure;
     if (!output) return kIllegalArgument;
     if (const auto refused = takeControl(*output, display)) return refused;
     auto ramp = stretchTable(sampleCount, red, green, blue, output->size);
