@@ -28,7 +28,8 @@ void reportCallbackFailure(std::string_view name, const char* what, Report& repo
 } // namespace detail
 
 template <typename Result, typename Body, typename Report>
-Result guardCallback(std::string_view name, Result fallback, Body&& body, Report&& report) noexcept {
+Result guardCallback(std::string_view name, Result fallback, Body&& body,
+                     Report&& report) noexcept {
     try {
         return std::forward<Body>(body)();
     } catch (const std::exception& error) {
@@ -40,7 +41,7 @@ Result guardCallback(std::string_view name, Result fallback, Body&& body, Report
 }
 
 template <typename Body, typename Report>
-    requires std::is_void_v<std::invoke_result_t<Body>>
+requires std::is_void_v<std::invoke_result_t<Body>>
 void guardCallback(std::string_view name, Body&& body, Report&& report) noexcept {
     guardCallback(
         name, 0,

@@ -8,9 +8,9 @@ namespace {
 
 // How a listed monitor answers, as its scenario's description says.
 enum class Answers {
-    always,    // every read gives its brightness
-    settles,   // its first replies are damaged, then every read gives its brightness
-    never,     // nothing: listed, unverified, no values
+    always,  // every read gives its brightness
+    settles, // its first replies are damaged, then every read gives its brightness
+    never,   // nothing: listed, unverified, no values
 };
 
 struct Listed {

@@ -40,13 +40,16 @@ std::int32_t CrtcGammaTables::setTransferByTable(platform::DisplayID display,
 
     auto original = originals_.find(*crtc);
     if (original == originals_.end()) {
-        auto ramp = readCrtc(*crtc);
+        const auto unrepaired = unrepaired_.find(keyOf(journalSource_, display));
+        auto ramp = unrepaired != unrepaired_.end() ? std::optional(unrepaired->second)
+                                                    : readCrtc(*crtc);
         if (!ramp) {
             log_.error(kCategory, "Cannot read the gamma ramp of display " +
                                       std::to_string(display) + ", not dimming it");
             return kFailure;
         }
         original = originals_.emplace(*crtc, std::move(*ramp)).first;
+        if (unrepaired != unrepaired_.end()) unrepaired_.erase(unrepaired);
         if (journal_) {
             std::string whyNot;
             const std::string key = keyOf(journalSource_, display);
@@ -143,7 +146,10 @@ void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::st
             const auto crtc = crtcFor(display);
             const auto current = crtc ? readCrtc(*crtc) : std::nullopt;
             if (!current) {
-                if (lastCallUnanswered()) unanswered.push_back(key);
+                if (lastCallUnanswered()) {
+                    unanswered.push_back(key);
+                    unrepaired_[key] = record.original;
+                }
                 break;
             }
             if (!looksDimmedFrom(*current, record.original)) {
@@ -159,6 +165,7 @@ void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::st
                                                     "of display " + std::to_string(display) +
                                                     " left dimmed last time" + later);
                 unanswered.push_back(key);
+                unrepaired_[key] = record.original;
             } else {
                 log_.error(kCategory, serverName_ + " refused the gamma ramp of display " +
                                           std::to_string(display) + " left dimmed last time");

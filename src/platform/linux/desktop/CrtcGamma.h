@@ -78,6 +78,9 @@ private:
     std::string serverName_; // "The X server", "GNOME": who refused, in log lines
     std::map<std::uint32_t, GammaRamp> originals_;
     std::map<std::uint32_t, std::string> journalKeys_; // the journal's name of each kept CRTC
+    // Originals from the journal that the repair at start could not give back (no answer):
+    // a display dimmed again keeps these, not the dimmed ramp it shows.
+    std::map<std::string, GammaRamp> unrepaired_;
     std::shared_ptr<GammaJournal> journal_;
     std::string backend_;
     DisplaySource journalSource_;

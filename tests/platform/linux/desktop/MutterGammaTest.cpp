@@ -246,6 +246,43 @@ TEST(MutterGamma, AnUnansweredCallKeepsWhatWasNotGivenBack) {
     EXPECT_EQ(lines[2], "GNOME did not confirm giving back the gamma ramp of CRTC 1" + kept);
 }
 
+// A run ends while GNOME does not answer; the next one starts while it still does not.
+// The record outlives both, and a dim meanwhile does not take the dimmed ramp for the
+// original: the first confirmed restore gives the real one back.
+TEST(MutterGamma, ARecordNotRepairedAtStartStillRepairsLater) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    FakeMutter mutter(bus->address());
+    ASSERT_TRUE(mutter.started());
+    test::TempDir dir;
+    auto journal = std::make_shared<GammaJournal>(dir / "dimmed-gamma");
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    std::vector<float> half(256); // the identity ramp at half its height
+    for (std::size_t i = 0; i < half.size(); ++i)
+        half[i] = 0.5f * static_cast<float>(i) / 255;
+    {
+        auto first = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+        ASSERT_TRUE(first);
+        first->keepJournal(journal, "gnome", twoMonitors());
+        ASSERT_EQ(first->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
+        mutter.ignore("SetCrtcGamma");
+    }
+    auto next = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+    ASSERT_TRUE(next);
+    next->keepJournal(journal, "gnome", twoMonitors());
+    std::string whyNot;
+    EXPECT_EQ(journal->read(whyNot).size(), 1u);
+    EXPECT_EQ(log->messages("Display").back(),
+              "GNOME did not confirm giving back the gamma ramp of display 10 left dimmed last "
+              "time: the record of the displays left dimmed is kept for the next start");
+
+    mutter.ignore("");
+    ASSERT_EQ(next->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
+    next->restoreColorSyncSettings();
+    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
+    EXPECT_TRUE(journal->read(whyNot).empty());
+}
+
 TEST(MutterGamma, ChosenFirstWhereverGnomeAnswersEvenOnWayland) {
     auto bus = test::PrivateBus::start();
     if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
