@@ -398,7 +398,7 @@ int config(const std::string& action, const Options& options) {
     std::string error;
     const auto value = parseSetting(options.key, options.value, error);
     if (!value) return fail(kUsage, error);
-    store.set(options.key, *value);
+    Preferences::storeSetting(store, options.key, *value);
     if (options.key == Preferences::kDDCRetryCount &&
         std::get<std::int64_t>(*value) > kMaxDDCPasses)
         std::cerr << "panelwright-cli: note: reads and writes make at most " << kMaxDDCPasses

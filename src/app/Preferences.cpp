@@ -260,6 +260,18 @@ void setFriendlyName(const std::optional<std::string>& name, std::string_view pr
     if (auto store = installedStore()) setFriendlyName(*store, name, preferenceKey);
 }
 
+void storeSetting(platform::UserDefaults& store, std::string_view key,
+                  const platform::DefaultsValue& value) {
+    const std::string suffix = "." + std::string(kFriendlyName);
+    const auto* text = std::get_if<std::string>(&value);
+    const bool friendlyNameKey = key.rfind("display.", 0) == 0 && key.size() > suffix.size() &&
+                                 key.substr(key.size() - suffix.size()) == suffix;
+    if (friendlyNameKey && text && text->empty())
+        store.remove(key);
+    else
+        store.set(key, value);
+}
+
 bool longerDelay(platform::UserDefaults& store, std::string_view preferenceKey) {
     return boolean(store, displayKey(preferenceKey, kLongerDelay));
 }

@@ -101,6 +101,12 @@ void setFriendlyName(platform::UserDefaults& store, const std::optional<std::str
                      std::string_view preferenceKey);
 void setFriendlyName(const std::optional<std::string>& name, std::string_view preferenceKey);
 
+// Stores one setting under its full key as given (the command line's `config set`),
+// except a display's empty friendly name, which removes the key: it means "no friendly
+// name", and an empty string left in the store would only hide that.
+void storeSetting(platform::UserDefaults& store, std::string_view key,
+                  const platform::DefaultsValue& value);
+
 // "Use longer DDC delay" of one display; read by every display enumeration.
 bool longerDelay(platform::UserDefaults& store, std::string_view preferenceKey);
 bool longerDelay(std::string_view preferenceKey);

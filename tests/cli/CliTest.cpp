@@ -260,6 +260,10 @@ TEST_F(Cli, ConfigKeepsEachKeysKindAndRefusesWhatNothingReads) {
 
     EXPECT_EQ(run({"config", "unset", "display.LG+1+2@2.friendlyName"}).status, 0);
     EXPECT_EQ(run({"config", "get", "display.LG+1+2@2.friendlyName"}).status, 1);
+    // An empty friendly name is no friendly name: the key goes, as with unset.
+    EXPECT_EQ(run({"config", "set", "display.LG+1+2@2.friendlyName", "Desk"}).status, 0);
+    EXPECT_EQ(run({"config", "set", "display.LG+1+2@2.friendlyName", ""}).status, 0);
+    EXPECT_EQ(run({"config", "get", "display.LG+1+2@2.friendlyName"}).status, 1);
 }
 
 TEST_F(Cli, TheStoredPassCountReachesTheBusWithinItsCap) {

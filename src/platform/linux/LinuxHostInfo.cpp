@@ -1,11 +1,10 @@
 #include "platform/linux/LinuxHostInfo.h"
 
 #include "platform/posix/BaseDirectories.h"
+#include "platform/posix/ProcessStack.h"
 
 #include <cerrno>
 #include <cstdlib>
-#include <cxxabi.h>
-#include <execinfo.h>
 #include <fstream>
 #include <memory>
 #include <sys/stat.h>
@@ -40,32 +39,14 @@ constexpr std::string_view kArchitecture = "riscv64";
 constexpr std::string_view kArchitecture = "";
 #endif
 
-constexpr int kMaxFrames = 128;
-
-// "./prog(_ZN2pw3fooEv+0x1a) [0x5555]" -> "./prog(pw::foo()+0x1a) [0x5555]".
-std::string readableSymbol(const char* raw) {
-    std::string symbol(raw);
-    const auto open = symbol.find('(');
-    const auto plus = symbol.find('+', open == std::string::npos ? 0 : open);
-    if (open == std::string::npos || plus == std::string::npos || plus == open + 1) return symbol;
-    const std::string mangled = symbol.substr(open + 1, plus - open - 1);
-    int status = 0;
-    std::unique_ptr<char, decltype(&std::free)> name(
-        abi::__cxa_demangle(mangled.c_str(), nullptr, nullptr, &status), &std::free);
-    if (status != 0 || !name) return symbol;
-    return symbol.substr(0, open + 1) + name.get() + symbol.substr(plus);
-}
-
 } // namespace
 
 LinuxHostInfo::LinuxHostInfo(fs::path logPath) : logPath_(std::move(logPath)) {
     bundle_.emplace("CFBundleShortVersionString", std::string(PW_VERSION));
     bundle_.emplace("CFBundleVersion", std::string(PW_BUILD_NUMBER));
     bundle_.emplace("CFBundleIdentifier", std::string("com.panelwright.app"));
-    // The first backtrace loads the unwinder, which allocates; do that now rather than
-    // in a signal handler.
-    void* frame[1];
-    ::backtrace(frame, 1);
+    // The unwinder allocates when first loaded: now rather than in a signal handler.
+    loadStackUnwinder();
 }
 
 LinuxHostInfo::LinuxHostInfo() : LinuxHostInfo(xdg::stateHome() / "panelwright" / "Panelwright.log") {}
@@ -144,26 +125,9 @@ std::optional<BundleValue> LinuxHostInfo::bundleInfo(const std::string& key) con
 }
 
 std::vector<std::string> LinuxHostInfo::currentStackSymbols() const {
-    void* frames[kMaxFrames];
-    const int count = ::backtrace(frames, kMaxFrames);
-    std::unique_ptr<char*, decltype(&std::free)> symbols(::backtrace_symbols(frames, count),
-                                                         &std::free);
-    std::vector<std::string> out;
-    if (!symbols) return out;
-    // Frame 0 is this function: the caller wants its own stack.
-    for (int i = 1; i < count; ++i)
-        out.push_back(readableSymbol(symbols.get()[i]));
-    return out;
+    return processStackSymbols(1); // the caller wants its own stack, not this function
 }
 
-HostInfo::StackWriter LinuxHostInfo::stackWriter() const {
-    // backtrace_symbols_fd formats into the file without allocating; the unwinder it
-    // needs was loaded by the constructor.
-    return [](int fd) {
-        void* frames[kMaxFrames];
-        const int count = ::backtrace(frames, kMaxFrames);
-        if (count > 1) ::backtrace_symbols_fd(frames + 1, count - 1, fd);
-    };
-}
+HostInfo::StackWriter LinuxHostInfo::stackWriter() const { return writeProcessStack; }
 
 } // namespace pw::platform

@@ -1,5 +1,8 @@
 #include "platform/linux/UdevHotPlugMonitor.h"
 
+#include "platform/linux/CallbackGuard.h"
+
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -46,9 +49,15 @@ bool UdevHotPlugMonitor::start(std::function<void()> onChange) {
             if ((fds[0].revents & POLLIN) == 0) continue;
             udev_device* device = udev_monitor_receive_device(monitor);
             if (!device) continue;
-            if (isHotPlug(udev_device_get_action(device),
-                          udev_device_get_property_value(device, "HOTPLUG")))
-                queue->post(onChange);
+            // A report that cannot be posted (the queue threw) is lost, not the watcher.
+            guardCallback(
+                "The hot-plug report",
+                [&] {
+                    if (isHotPlug(udev_device_get_action(device),
+                                  udev_device_get_property_value(device, "HOTPLUG")))
+                        queue->post(onChange);
+                },
+                [](const std::string& line) { std::fprintf(stderr, "panelwright: %s\n", line.c_str()); });
             udev_device_unref(device);
         }
         udev_monitor_unref(monitor);

@@ -1,5 +1,7 @@
 #include "platform/sim/SimHostInfo.h"
 
+#include "platform/posix/ProcessStack.h"
+
 #include <unistd.h>
 
 namespace pw::sim {
@@ -9,6 +11,8 @@ SimHostInfo::SimHostInfo(platform::Flavor flavor, std::filesystem::path logPath)
     bundle_["CFBundleShortVersionString"] = std::string("0.1.0");
     bundle_["CFBundleVersion"] = std::string("1");
     bundle_["CFBundleIdentifier"] = std::string("com.panelwright.app");
+    // The unwinder allocates when first loaded: now rather than in a signal handler.
+    platform::loadStackUnwinder();
 }
 
 std::filesystem::path SimHostInfo::diagnosticLogPath() const {
@@ -49,19 +53,13 @@ std::optional<platform::BundleValue> SimHostInfo::bundleInfo(const std::string& 
     return it->second;
 }
 
-namespace {
-constexpr char kSimulatedFrame[] = "0   Panelwright   simulated frame";
+// The monitors are simulated, the process is not: a crash names the real frames.
+std::vector<std::string> SimHostInfo::currentStackSymbols() const {
+    return platform::processStackSymbols(1); // the caller wants its own stack
 }
 
-std::vector<std::string> SimHostInfo::currentStackSymbols() const { return {kSimulatedFrame}; }
-
 platform::HostInfo::StackWriter SimHostInfo::stackWriter() const {
-    // Called from a signal handler: no allocation, just the one fixed frame.
-    return [](int fd) {
-        constexpr std::size_t length = sizeof kSimulatedFrame - 1;
-        if (::write(fd, kSimulatedFrame, length) == static_cast<ssize_t>(length))
-            (void)::write(fd, "\n", 1);
-    };
+    return platform::writeProcessStack;
 }
 
 void SimHostInfo::setLogPath(std::filesystem::path path) {

@@ -19,7 +19,7 @@ std::int32_t CrtcGammaTables::getTransferByTable(platform::DisplayID display,
     std::lock_guard lock(mutex_);
     if (serverGone()) return kCannotComplete;
     const auto crtc = crtcFor(display);
-    if (!crtc) return kIllegalArgument;
+    if (!crtc) return lastCallUnanswered() ? kFailure : kIllegalArgument;
     const auto ramp = readCrtc(*crtc);
     if (!ramp) return kFailure;
     const std::size_t count = std::min<std::size_t>(ramp->size(), capacity);
@@ -36,20 +36,25 @@ std::int32_t CrtcGammaTables::setTransferByTable(platform::DisplayID display,
     if (sampleCount == 0) return kIllegalArgument;
     if (serverGone()) return kCannotComplete;
     const auto crtc = crtcFor(display);
-    if (!crtc) return kIllegalArgument;
+    if (!crtc) return lastCallUnanswered() ? kFailure : kIllegalArgument;
 
     auto original = originals_.find(*crtc);
     if (original == originals_.end()) {
-        auto ramp = readCrtc(*crtc);
+        const auto unrepaired = unrepaired_.find(keyOf(journalSource_, display));
+        auto ramp = unrepaired != unrepaired_.end() ? std::optional(unrepaired->second)
+                                                    : readCrtc(*crtc);
         if (!ramp) {
             log_.error(kCategory, "Cannot read the gamma ramp of display " +
                                       std::to_string(display) + ", not dimming it");
             return kFailure;
         }
         original = originals_.emplace(*crtc, std::move(*ramp)).first;
+        if (unrepaired != unrepaired_.end()) unrepaired_.erase(unrepaired);
         if (journal_) {
             std::string whyNot;
-            if (!journal_->keep({backend_, keyOf(journalSource_, display), original->second}, whyNot))
+            const std::string key = keyOf(journalSource_, display);
+            journalKeys_[*crtc] = key;
+            if (!journal_->keep({backend_, key, original->second}, whyNot))
                 log_.error(kCategory, "Cannot write down the gamma ramp of display " +
                                           std::to_string(display) + " (" + whyNot +
                                           "): if the program is killed while it is dimmed, "
@@ -78,15 +83,32 @@ void CrtcGammaTables::restoreLocked() {
     // A server that went away took its ramps with it.
     if (originals_.empty() || serverGone()) {
         originals_.clear();
+        journalKeys_.clear();
         if (journal_) journal_->forget(backend_);
         return;
     }
-    beforeRestore();
-    for (const auto& [crtc, ramp] : originals_)
-        if (!writeCrtc(crtc, ramp))
+    const std::string kept = ": the ramp is kept, with its record, to give back at the next "
+                             "restore or the next start";
+    if (!beforeRestore()) {
+        log_.error(kCategory, serverName_ + " did not answer when the gamma ramps were to be "
+                                            "given back" + kept);
+        return;
+    }
+    for (auto it = originals_.begin(); it != originals_.end();) {
+        const std::uint32_t crtc = it->first;
+        if (!writeCrtc(crtc, it->second)) {
+            if (lastCallUnanswered()) {
+                log_.error(kCategory, serverName_ + " did not confirm giving back the gamma ramp "
+                                                    "of CRTC " + std::to_string(crtc) + kept);
+                ++it;
+                continue;
+            }
             log_.info(kCategory, "A CRTC went away before its gamma ramp was given back");
-    originals_.clear();
-    if (journal_) journal_->forget(backend_);
+        }
+        if (journal_ && journalKeys_.contains(crtc)) journal_->forget(backend_, journalKeys_[crtc]);
+        journalKeys_.erase(crtc);
+        it = originals_.erase(it);
+    }
 }
 
 void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::string backend,
@@ -107,7 +129,14 @@ void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::st
         if (!whyNot.empty() || ours) journal_->forget(backend_);
         return;
     }
-    beforeRestore();
+    // A record is dropped once its display is repaired, found set by someone else, or
+    // gone; never because the server did not answer.
+    const std::string later = ": the record of the displays left dimmed is kept for the next start";
+    if (!beforeRestore()) {
+        log_.error(kCategory, serverName_ + " did not answer" + later);
+        return;
+    }
+    std::vector<std::string> unanswered;
     const auto displays = journalSource_.displays ? journalSource_.displays()
                                                   : std::vector<platform::DisplayID>{};
     for (const auto display : displays) {
@@ -116,7 +145,13 @@ void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::st
             if (record.backend != backend_ || record.displayKey != key) continue;
             const auto crtc = crtcFor(display);
             const auto current = crtc ? readCrtc(*crtc) : std::nullopt;
-            if (!current) break;
+            if (!current) {
+                if (lastCallUnanswered()) {
+                    unanswered.push_back(key);
+                    unrepaired_[key] = record.original;
+                }
+                break;
+            }
             if (!looksDimmedFrom(*current, record.original)) {
                 log_.info(kCategory, "Display " + std::to_string(display) +
                                          " was dimmed when the program last ended, but its gamma "
@@ -125,6 +160,12 @@ void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::st
                 log_.info(kCategory, "Display " + std::to_string(display) +
                                          " was left dimmed when the program last ended; its "
                                          "gamma ramp is given back");
+            } else if (lastCallUnanswered()) {
+                log_.error(kCategory, serverName_ + " did not confirm giving back the gamma ramp "
+                                                    "of display " + std::to_string(display) +
+                                                    " left dimmed last time" + later);
+                unanswered.push_back(key);
+                unrepaired_[key] = record.original;
             } else {
                 log_.error(kCategory, serverName_ + " refused the gamma ramp of display " +
                                           std::to_string(display) + " left dimmed last time");
@@ -132,7 +173,14 @@ void CrtcGammaTables::keepJournal(std::shared_ptr<GammaJournal> journal, std::st
             break;
         }
     }
-    journal_->forget(backend_);
+    if (unanswered.empty()) {
+        journal_->forget(backend_);
+        return;
+    }
+    for (const auto& record : records)
+        if (record.backend == backend_ &&
+            std::find(unanswered.begin(), unanswered.end(), record.displayKey) == unanswered.end())
+            journal_->forget(backend_, record.displayKey);
 }
 
 bool CrtcGammaTables::holdsOriginal(platform::DisplayID display) {

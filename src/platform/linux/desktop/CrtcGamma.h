@@ -22,7 +22,10 @@ namespace pw::linuxdesktop {
 //    CRTC's length, samples clamped to 0...1; an empty table is refused;
 //  - before the first install on a CRTC its ramp is kept; restoring writes every kept
 //    ramp back and forgets it (the "calibrated" tables are what the desktop had installed
-//    when we first changed them). Backends restore on destruction with `restoreNow`.
+//    when we first changed them). Backends restore on destruction with `restoreNow`;
+//  - a server that did not answer is not a display that went away: a ramp whose return
+//    was not confirmed stays kept, and written down, for the next restore or the next
+//    start; a lookup not answered is a failure, not "no such display".
 class CrtcGammaTables : public platform::GammaTables {
 public:
     // The codes a read or an install answers, in the window system's numbering.
@@ -59,7 +62,11 @@ protected:
     virtual std::optional<GammaRamp> readCrtc(std::uint32_t crtc) = 0;
     virtual bool writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) = 0;
     virtual bool serverGone() { return false; }
-    virtual void beforeRestore() {}
+    // Whether the last call's answer never came (a timeout, a server that is not there
+    // now), as opposed to an answer that said no.
+    virtual bool lastCallUnanswered() { return false; }
+    // False when the server did not answer.
+    virtual bool beforeRestore() { return true; }
 
     const DesktopLog& log() const { return log_; }
 
@@ -70,6 +77,10 @@ private:
     DesktopLog log_;
     std::string serverName_; // "The X server", "GNOME": who refused, in log lines
     std::map<std::uint32_t, GammaRamp> originals_;
+    std::map<std::uint32_t, std::string> journalKeys_; // the journal's name of each kept CRTC
+    // Originals from the journal that the repair at start could not give back (no answer):
+    // a display dimmed again keeps these, not the dimmed ramp it shows.
+    std::map<std::string, GammaRamp> unrepaired_;
     std::shared_ptr<GammaJournal> journal_;
     std::string backend_;
     DisplaySource journalSource_;

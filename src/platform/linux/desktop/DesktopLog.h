@@ -19,6 +19,11 @@ struct DesktopLog {
     void error(std::string_view category, std::string_view message) const;
     void write(std::string_view category, platform::LogLevel level,
                std::string_view message) const;
+    // The report a guarded C callback (platform/linux/CallbackGuard.h) gives its failure
+    // to: one error line in `category`. Valid while this log is.
+    auto errorsIn(std::string_view category) const {
+        return [this, category](const std::string& line) { error(category, line); };
+    }
 };
 
 } // namespace pw::linuxdesktop

@@ -39,9 +39,11 @@ std::shared_ptr<platform::GammaTables> chooseGamma(const SessionFacts& session,
     }
     // Only a compositor named by the session is asked: never some default socket.
     if (session.wayland() && session.waylandDisplay) {
-        // It logs its own line when the compositor offers no gamma control.
+        // It logs its own line when the compositor offers no gamma control, and when it
+        // was too slow to tell (it is asked again at the next dim).
         if (auto wlr = WlrGammaTables::create(session.waylandDisplay, source, log)) {
-            log.info(kCategory, "Dimming through the compositor's gamma control (wlroots)");
+            if (wlr->settled())
+                log.info(kCategory, "Dimming through the compositor's gamma control (wlroots)");
             return wlr;
         }
     }

@@ -20,7 +20,14 @@ struct SessionFacts {
     std::optional<std::string> waylandDisplay; // WAYLAND_DISPLAY, when set and not empty
 
     static SessionFacts fromEnvironment();
-    bool wayland() const { return sessionType == "wayland" || (sessionType.empty() && hasWaylandDisplay); }
+    // Whether dimming and the keys try the Wayland paths first (and never the X server,
+    // which under Wayland is Xwayland: its gamma ramps change nothing on the screen, and
+    // its key grabs see only its own windows). A compositor started from a text console
+    // (sway from a tty) leaves XDG_SESSION_TYPE at "tty" but sets WAYLAND_DISPLAY; so
+    // anything but an "x11" session with a Wayland display counts as Wayland.
+    bool wayland() const {
+        return sessionType == "wayland" || (hasWaylandDisplay && sessionType != "x11");
+    }
 };
 
 // Picks, once, how this session dims in software, and says so in the log:

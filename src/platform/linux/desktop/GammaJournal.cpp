@@ -172,9 +172,15 @@ bool GammaJournal::keep(const DimmedRamp& ramp, std::string& whyNot) {
 }
 
 void GammaJournal::forget(std::string_view backend) {
+    forget(backend, {});
+}
+
+void GammaJournal::forget(std::string_view backend, std::string_view displayKey) {
     std::string ignored;
     auto ramps = read(ignored);
-    std::erase_if(ramps, [&](const DimmedRamp& r) { return r.backend == backend; });
+    std::erase_if(ramps, [&](const DimmedRamp& r) {
+        return r.backend == backend && (displayKey.empty() || r.displayKey == displayKey);
+    });
     std::error_code error;
     if (ramps.empty())
         std::filesystem::remove(file_, error);

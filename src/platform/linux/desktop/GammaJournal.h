@@ -52,8 +52,10 @@ public:
     std::vector<DimmedRamp> read(std::string& whyNot) const;
     // Adds or replaces the record of (backend, displayKey). False when it cannot be written.
     bool keep(const DimmedRamp& ramp, std::string& whyNot);
-    // Drops every record of `backend`; the file goes when none is left.
+    // Drops every record of `backend` (or only its record of `displayKey`); the file goes
+    // when none is left.
     void forget(std::string_view backend);
+    void forget(std::string_view backend, std::string_view displayKey);
 
 private:
     bool write(const std::vector<DimmedRamp>& ramps, std::string& whyNot) const;

@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/KGlobalAccelKeys.h"
 
+#include "platform/linux/CallbackGuard.h"
 #include "platform/linux/desktop/BusKeyTap.h"
 #include "platform/linux/desktop/MediaKeyEvents.h"
 #include "platform/linux/desktop/SessionBus.h"
@@ -156,6 +157,14 @@ private:
 
     static int onSignal(sd_bus_message* message, void* self, sd_bus_error*) {
         auto* service = static_cast<KGlobalAccelService*>(self);
+        return platform::guardCallback(
+            "The handler of KDE's global shortcut signals", 0,
+            [&] { return service->signalled(message); },
+            service->tap_->log().errorsIn(kCategory));
+    }
+
+    int signalled(sd_bus_message* message) {
+        auto* service = this;
         const bool press =
             sd_bus_message_is_signal(message, kComponentInterface, "globalShortcutPressed");
         const bool release =

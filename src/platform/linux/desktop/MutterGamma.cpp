@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 namespace pw::linuxdesktop {
@@ -78,6 +79,18 @@ std::string busError(const sd_bus_error& error, int result) {
     return error.message ? error.message : std::strerror(-result);
 }
 
+// A call whose answer never came (timed out, or GNOME is not on the bus now), as opposed
+// to GNOME's own "no".
+bool unanswered(const sd_bus_error& error, int result) {
+    if (result >= 0) return false;
+    if (result == -ETIMEDOUT || !sd_bus_error_is_set(&error)) return true;
+    for (const char* name :
+         {SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_SERVICE_UNKNOWN,
+          SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_DISCONNECTED, SD_BUS_ERROR_NO_SERVER})
+        if (sd_bus_error_has_name(&error, name)) return true;
+    return false;
+}
+
 } // namespace
 
 std::shared_ptr<MutterGammaTables> MutterGammaTables::create(const std::optional<std::string>& busAddress,
@@ -107,6 +120,8 @@ std::optional<std::uint32_t> MutterGammaTables::crtcFor(platform::DisplayID disp
                                &reply.message, "");
     Resources resources;
     if (r >= 0) r = readResources(reply.message, resources);
+    // Without its answer nothing is known about the display: not "no such display".
+    unanswered_ = r < 0;
     if (r < 0) {
         log().error(kCategory, "GNOME's display configuration did not answer: " + busError(error, r));
         sd_bus_error_free(&error);
@@ -117,6 +132,16 @@ std::optional<std::uint32_t> MutterGammaTables::crtcFor(platform::DisplayID disp
     const auto paired = pairOutputs(resources.outputs, source_);
     for (std::size_t i = 0; i < paired.size(); ++i)
         if (paired[i] == display) return resources.crtcs[i];
+    // A display the program has that GNOME shows on no CRTC (virtual monitors have none,
+    // and a monitor whose EDID GNOME does not give cannot be told): said once.
+    const auto ours = source_.displays ? source_.displays() : std::vector<platform::DisplayID>{};
+    if (std::find(ours.begin(), ours.end(), display) != ours.end() &&
+        unpairedNoted_.insert(display).second)
+        log().error(kCategory,
+                    "Display " + std::to_string(display) + " cannot be dimmed: GNOME's display "
+                    "configuration shows it on no CRTC of its own (" +
+                    std::to_string(resources.outputs.size()) +
+                    " lit output(s) with a CRTC, none with its EDID; virtual monitors have none)");
     return std::nullopt;
 }
 
@@ -125,6 +150,7 @@ std::optional<GammaRamp> MutterGammaTables::readCrtc(std::uint32_t crtc) {
     MessageRef reply;
     int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetCrtcGamma", &error,
                                &reply.message, "uu", serial_, crtc);
+    unanswered_ = unanswered(error, r);
     GammaRamp ramp;
     std::vector<std::uint16_t>* channels[] = {&ramp.red, &ramp.green, &ramp.blue};
     for (auto* channel : channels) {
@@ -155,18 +181,26 @@ bool MutterGammaTables::writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) {
                                             channel->size() * sizeof(std::uint16_t));
     sd_bus_error error{};
     MessageRef reply;
-    if (r >= 0) r = sd_bus_call(bus_.get(), call.message, 0, &error, &reply.message);
+    if (r >= 0) {
+        r = sd_bus_call(bus_.get(), call.message, 0, &error, &reply.message);
+        unanswered_ = unanswered(error, r);
+    } else {
+        unanswered_ = false; // the call could not even be made: nothing to wait for
+    }
     sd_bus_error_free(&error);
     return r >= 0;
 }
 
-void MutterGammaTables::beforeRestore() {
+bool MutterGammaTables::beforeRestore() {
     MessageRef reply;
+    sd_bus_error error{};
     std::uint32_t serial = 0;
-    if (sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", nullptr,
-                           &reply.message, "") >= 0 &&
-        sd_bus_message_read(reply.message, "u", &serial) >= 0)
-        serial_ = serial;
+    int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetResources", &error,
+                               &reply.message, "");
+    unanswered_ = unanswered(error, r);
+    sd_bus_error_free(&error);
+    if (r >= 0 && sd_bus_message_read(reply.message, "u", &serial) >= 0) serial_ = serial;
+    return !unanswered_;
 }
 
 } // namespace pw::linuxdesktop

@@ -9,6 +9,8 @@
 #include "platform/linux/desktop/DisplayPairing.h"
 #include "platform/linux/desktop/SessionBus.h"
 
+#include <set>
+
 namespace pw::linuxdesktop {
 
 // Software dimming through GNOME's compositor, on X11 and on Wayland alike:
@@ -29,12 +31,15 @@ private:
     std::optional<std::uint32_t> crtcFor(platform::DisplayID display) override;
     std::optional<GammaRamp> readCrtc(std::uint32_t crtc) override;
     bool writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) override;
+    bool lastCallUnanswered() override { return unanswered_; }
     // The serial names the configuration in force; CRTC ids outlive it.
-    void beforeRestore() override;
+    bool beforeRestore() override;
 
     BusConnection bus_;
     DisplaySource source_;
     std::uint32_t serial_ = 0; // from the last GetResources
+    bool unanswered_ = false;  // the last call timed out or found no service
+    std::set<platform::DisplayID> unpairedNoted_; // displays GNOME shows on no CRTC, logged
 };
 
 } // namespace pw::linuxdesktop

@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/PortalKeys.h"
 
+#include "platform/linux/CallbackGuard.h"
 #include "platform/linux/desktop/BusKeyTap.h"
 #include "platform/linux/desktop/MediaKeyEvents.h"
 #include "platform/linux/desktop/SessionBus.h"
@@ -174,8 +175,28 @@ private:
         tap_->setHeldKeys({});
     }
 
+    // The portal's answers, on the tap's thread.
     static int onCallReply(sd_bus_message* reply, void* self, sd_bus_error*) {
-        auto* service = static_cast<PortalService*>(self);
+        return static_cast<PortalService*>(self)->guarded("The desktop portal's reply handler",
+                                                          &PortalService::replied, reply);
+    }
+    static int onResponse(sd_bus_message* message, void* self, sd_bus_error*) {
+        return static_cast<PortalService*>(self)->guarded("The desktop portal's response handler",
+                                                          &PortalService::responded, message);
+    }
+    static int onActivation(sd_bus_message* message, void* self, sd_bus_error*) {
+        return static_cast<PortalService*>(self)->guarded("The desktop portal's shortcut handler",
+                                                          &PortalService::activated, message);
+    }
+
+    int guarded(std::string_view name, int (PortalService::*handler)(sd_bus_message*),
+                sd_bus_message* message) {
+        return platform::guardCallback(
+            name, 0, [&] { return (this->*handler)(message); }, tap_->log().errorsIn(kCategory));
+    }
+
+    int replied(sd_bus_message* reply) {
+        auto* service = this;
         const sd_bus_error* error = sd_bus_message_get_error(reply);
         if (error) {
             service->refuse(std::string("the desktop portal did not take the request (") +
@@ -189,8 +210,8 @@ private:
         return 0;
     }
 
-    static int onResponse(sd_bus_message* message, void* self, sd_bus_error*) {
-        auto* service = static_cast<PortalService*>(self);
+    int responded(sd_bus_message* message) {
+        auto* service = this;
         if (service->step_ == Step::idle || service->request_ != sd_bus_message_get_path(message))
             return 0;
         std::uint32_t code = 0;
@@ -242,8 +263,8 @@ private:
                                         : "Media keys bound through the desktop portal: " + names);
     }
 
-    static int onActivation(sd_bus_message* message, void* self, sd_bus_error*) {
-        auto* service = static_cast<PortalService*>(self);
+    int activated(sd_bus_message* message) {
+        auto* service = this;
         const bool press = sd_bus_message_is_signal(message, kInterface, "Activated");
         const bool release = sd_bus_message_is_signal(message, kInterface, "Deactivated");
         const char* session = nullptr;

@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/SleepWatcher.h"
 
+#include "platform/linux/CallbackGuard.h"
 #include "platform/linux/desktop/SessionBus.h"
 
 #include <systemd/sd-bus.h>
@@ -32,11 +33,16 @@ struct LogindSleepWatcher::State {
 
     static int onSignal(sd_bus_message* message, void* self, sd_bus_error*) {
         auto* state = static_cast<State*>(self);
+        return platform::guardCallback(
+            "The sleep and wake-up handler", 0, [&] { return state->tell(message); },
+            state->log.errorsIn(kCategory));
+    }
+
+    int tell(sd_bus_message* message) {
         int sleeping = 0;
         if (sd_bus_message_read(message, "b", &sleeping) < 0) return 0;
-        state->log.info(kCategory, sleeping ? "The system is going to sleep"
-                                            : "The system has woken up");
-        const auto& handler = sleeping ? state->handlers.willSleep : state->handlers.didWake;
+        log.info(kCategory, sleeping ? "The system is going to sleep" : "The system has woken up");
+        const auto& handler = sleeping ? handlers.willSleep : handlers.didWake;
         if (handler) handler();
         return 0;
     }

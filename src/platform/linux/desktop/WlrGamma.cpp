@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/WlrGamma.h"
 
+#include "platform/linux/CallbackGuard.h"
 #include "wlr-gamma-control-unstable-v1-client-protocol.h"
 
 #include <poll.h>
@@ -78,7 +79,10 @@ void onMode(void*, wl_output*, std::uint32_t, std::int32_t, std::int32_t, std::i
 void onDone(void*, wl_output*) {}
 void onScale(void*, wl_output*, std::int32_t) {}
 void onName(void* data, wl_output*, const char* name) {
-    static_cast<Output*>(data)->name = name ? name : "";
+    platform::guardCallback(
+        "The Wayland output's name event",
+        [&] { static_cast<Output*>(data)->name = name ? name : ""; },
+        DesktopLog{}.errorsIn(kCategory));
 }
 void onDescription(void*, wl_output*, const char*) {}
 const wl_output_listener kOutputListener{onGeometry, onMode,  onDone,
@@ -105,6 +109,19 @@ struct WlrGammaTables::Globals {
     static void added(void* data, wl_registry* registry, std::uint32_t name, const char* interface,
                       std::uint32_t version) {
         auto* self = static_cast<WlrGammaTables*>(data);
+        platform::guardCallback(
+            "The Wayland registry's new-global event",
+            [&] { add(self, registry, name, interface, version); }, self->log_.errorsIn(kCategory));
+    }
+    static void removed(void* data, wl_registry*, std::uint32_t name) {
+        auto* self = static_cast<WlrGammaTables*>(data);
+        platform::guardCallback(
+            "The Wayland registry's global-removed event", [&] { remove(self, name); },
+            self->log_.errorsIn(kCategory));
+    }
+
+    static void add(WlrGammaTables* self, wl_registry* registry, std::uint32_t name,
+                    const char* interface, std::uint32_t version) {
         if (std::strcmp(interface, wl_output_interface.name) == 0) {
             auto output = std::make_unique<Output>();
             output->global = name;
@@ -119,8 +136,7 @@ struct WlrGammaTables::Globals {
                 wl_registry_bind(registry, name, &zwlr_gamma_control_manager_v1_interface, 1));
         }
     }
-    static void removed(void* data, wl_registry*, std::uint32_t name) {
-        auto* self = static_cast<WlrGammaTables*>(data);
+    static void remove(WlrGammaTables* self, std::uint32_t name) {
         auto& outputs = self->outputs_;
         const auto gone = std::find_if(outputs.begin(), outputs.end(),
                                        [name](const auto& output) { return output->global == name; });
@@ -157,22 +173,39 @@ std::shared_ptr<WlrGammaTables> WlrGammaTables::create(const std::optional<std::
     }
     std::shared_ptr<WlrGammaTables> tables(new WlrGammaTables(display, std::move(source), log));
     std::lock_guard lock(tables->mutex_);
+    tables->where_ = where;
     tables->registry_ = wl_display_get_registry(display);
     wl_registry_add_listener(tables->registry_, &kRegistryListener, tables.get());
-    // The second round trip brings the names the outputs send when bound.
-    if (!tables->roundTrip() || !tables->roundTrip()) {
-        log.info(kCategory, unavailable + "the Wayland compositor at \"" + where +
-                                "\" did not answer within " +
-                                std::to_string(kAnswerTimeout.count()) + " ms");
-        return nullptr;
+    if (!tables->settle()) {
+        if (!tables->connected()) return nullptr; // said why
+        log.info(kCategory, "The Wayland compositor at \"" + where + "\" did not answer within " +
+                                std::to_string(kAnswerTimeout.count()) +
+                                " ms; dimming through its gamma control is tried again at the "
+                                "next dim");
+        return tables;
     }
-    tables->outputsAdded_ = false;
     if (!tables->manager_) {
         log.info(kCategory, unavailable + "the compositor at \"" + where +
                                 "\" offers no gamma control (zwlr_gamma_control_manager_v1)");
         return nullptr;
     }
     return tables;
+}
+
+// Asks the compositor what it offers, once it answers; true when it has. The second
+// round trip brings the names the outputs send when bound. An answer that comes late is
+// taken in by the next call's round trips like any other event.
+bool WlrGammaTables::settle() {
+    if (settled_) return true;
+    if (!roundTrip() || !roundTrip()) return false;
+    settled_ = true;
+    outputsAdded_ = false;
+    return true;
+}
+
+bool WlrGammaTables::settled() {
+    std::lock_guard lock(mutex_);
+    return settled_;
 }
 
 WlrGammaTables::WlrGammaTables(wl_display* display, DisplaySource source, DesktopLog log)
@@ -240,6 +273,17 @@ void WlrGammaTables::pump() {
 }
 
 WlrGammaTables::Output* WlrGammaTables::outputFor(platform::DisplayID display) {
+    if (!settled_) {
+        // Slow at start: asked again now, and said once whichever way it answers.
+        if (!settle()) return nullptr;
+        log_.info(kCategory, manager_ ? "The Wayland compositor answered: dimming through its "
+                                        "gamma control (wlroots)"
+                                      : "Dimming through the compositor's gamma control "
+                                        "unavailable: the compositor at \"" + where_ +
+                                            "\" offers no gamma control "
+                                            "(zwlr_gamma_control_manager_v1)");
+    }
+    if (!manager_) return nullptr;
     pump();
     if (!connected()) return nullptr;
     std::erase_if(outputs_, [](const auto& output) { return output->gone; });
@@ -269,8 +313,9 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
         // A control that failed while we held it: the compositor shows the output's own
         // gamma again, and the control is of no more use.
         if (output.control) {
-            noteFailure(output, display, "the compositor took back its gamma control (another "
-                                         "program, such as a night-light tool, may hold it now)");
+            noteFailure(output, display, "the compositor took back its gamma control (the output "
+                                         "lost its gamma, or another program, such as a "
+                                         "night-light tool, holds it now)");
             dropControl(output);
             output.failed = true;
         }
@@ -287,8 +332,9 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
     if (!answered || output.failed || output.size == 0) {
         noteFailure(output, display,
                     !answered      ? "the compositor did not answer"
-                    : output.failed ? "the compositor refused its gamma control (another program, "
-                                      "such as a night-light tool, may hold it)"
+                    : output.failed ? "the compositor refused its gamma control (the output has "
+                                      "no gamma, or another program, such as a night-light "
+                                      "tool, holds it)"
                                     : "the compositor gives it no gamma ramp");
         const bool failed = output.failed || answered;
         dropControl(output);
@@ -325,6 +371,7 @@ std::int32_t WlrGammaTables::getTransferByTable(platform::DisplayID display, std
     std::lock_guard lock(mutex_);
     Output* output = outputFor(display);
     if (!connected()) return kCannotComplete;
+    if (!settled_ || !manager_) return kFailure;
     if (!output) return kIllegalArgument;
     if (const auto refused = takeControl(*output, display)) return refused;
     const GammaRamp ramp = output->installed ? *output->installed : identityRamp(output->size);
@@ -342,6 +389,7 @@ std::int32_t WlrGammaTables::setTransferByTable(platform::DisplayID display,
     std::lock_guard lock(mutex_);
     Output* output = outputFor(display);
     if (!connected()) return kCannotComplete;
+    if (!settled_ || !manager_) return kFailure;
     if (!output) return kIllegalArgument;
     if (const auto refused = takeControl(*output, display)) return refused;
     auto ramp = stretchTable(sampleCount, red, green, blue, output->size);

@@ -51,8 +51,10 @@ public:
     static constexpr std::chrono::milliseconds kAnswerTimeout{500};
 
     // `socketName`: a name under $XDG_RUNTIME_DIR or an absolute path; nothing means
-    // $WAYLAND_DISPLAY. Null, after one logged line, when no compositor answers or it
-    // offers no gamma control.
+    // $WAYLAND_DISPLAY. Null, after one logged line, when there is no compositor or it
+    // offers no gamma control. A compositor that is there but slow to answer at start is
+    // asked again at the next call (`settled` false until it has answered): one slow
+    // moment does not turn dimming off for the whole run.
     static std::shared_ptr<WlrGammaTables> create(const std::optional<std::string>& socketName,
                                                   DisplaySource source, DesktopLog log);
     // Closes the connection without a word: the compositor gives every output its own
@@ -71,6 +73,8 @@ public:
 
     // Whether we hold the gamma control of the display's output.
     bool holdsControl(platform::DisplayID display);
+    // Whether the compositor has answered what it offers.
+    bool settled();
 
     // One of the compositor's outputs and our control of it. Public for the protocol's
     // listeners only.
@@ -94,6 +98,7 @@ private:
     bool connected();
     bool readEvents(std::chrono::milliseconds timeout);
     bool roundTrip();
+    bool settle();
     void pump();
     Output* outputFor(platform::DisplayID display);
     std::int32_t takeControl(Output& output, platform::DisplayID display);
@@ -110,6 +115,8 @@ private:
     std::vector<std::unique_ptr<Output>> outputs_;
     bool outputsAdded_ = false; // bound since the last round trip: their names are on the way
     bool lost_ = false;         // the connection broke; logged once
+    bool settled_ = false;      // the compositor has told its globals
+    std::string where_;         // the compositor's socket, for log lines
 };
 
 } // namespace pw::linuxdesktop

@@ -1,5 +1,8 @@
 #include "platform/linux/desktop/XConnection.h"
 
+#include "platform/linux/CallbackGuard.h"
+#include "platform/linux/desktop/DesktopLog.h"
+
 #include <X11/Xlib.h>
 
 #include <unistd.h>
@@ -27,7 +30,9 @@ ErrorBook& book() {
     return *instance;
 }
 
-int recordError(Display* display, XErrorEvent* event) {
+// Xlib's handlers are C callbacks: nothing may be thrown through them (CallbackGuard.h).
+// They have no log of their own; a failure goes to stderr.
+int recordErrorUnguarded(Display* display, XErrorEvent* event) {
     XErrorHandler previous = nullptr;
     {
         auto& errors = book();
@@ -42,10 +47,16 @@ int recordError(Display* display, XErrorEvent* event) {
     return previous ? previous(display, event) : 0;
 }
 
+int recordError(Display* display, XErrorEvent* event) {
+    return platform::guardCallback(
+        "The X error handler", 0, [&] { return recordErrorUnguarded(display, event); },
+        DesktopLog{}.errorsIn("App"));
+}
+
 // A server that goes away (the session ends, the server crashes) must not end the
 // program: Xlib would call exit() after these handlers. Ours are marked dead instead, and
 // every later request on them fails at once.
-int onConnectionLost(Display* display) {
+int onConnectionLostUnguarded(Display* display) {
     XIOErrorHandler previous = nullptr;
     {
         auto& errors = book();
@@ -56,8 +67,16 @@ int onConnectionLost(Display* display) {
     return previous ? previous(display) : 0;
 }
 
+int onConnectionLost(Display* display) {
+    return platform::guardCallback(
+        "The X connection-lost handler", 0, [&] { return onConnectionLostUnguarded(display); },
+        DesktopLog{}.errorsIn("App"));
+}
+
 void connectionLost(Display*, void* connection) {
-    static_cast<XConnection*>(connection)->markLost();
+    platform::guardCallback(
+        "The X connection-lost handler", [&] { static_cast<XConnection*>(connection)->markLost(); },
+        DesktopLog{}.errorsIn("App"));
 }
 
 void installHandlerOnce() {

@@ -14,10 +14,13 @@ namespace {
 
 using test::mediaData1;
 
-SessionFacts wayland() {
+// A compositor started from a text console (sway from a tty) leaves the session type at
+// "tty"; its WAYLAND_DISPLAY says what it is.
+SessionFacts wayland(const char* type = "wayland") {
     SessionFacts facts;
-    facts.sessionType = "wayland";
-    facts.xDisplay = ":0"; // its X server cannot grab keys for us: never used
+    facts.sessionType = type;
+    facts.hasWaylandDisplay = true;
+    facts.xDisplay = ":0"; // its X server (Xwayland) cannot grab keys for us: never used
     return facts;
 }
 
@@ -26,7 +29,8 @@ TEST(KeysChoice, WaylandTakesKdeFirstThenThePortalElseSaysWhy) {
     if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
     auto log = std::make_shared<sim::MemorySystemLog>();
 
-    EXPECT_FALSE(chooseKeys(wayland(), bus->address(), DesktopLog{log}));
+    for (const char* type : {"wayland", "tty"})
+        EXPECT_FALSE(chooseKeys(wayland(type), bus->address(), DesktopLog{log})) << type;
     {
         auto portal =
             test::FakeBusService::start(bus->address(), "org.freedesktop.portal.Desktop",
@@ -44,6 +48,9 @@ TEST(KeysChoice, WaylandTakesKdeFirstThenThePortalElseSaysWhy) {
     EXPECT_EQ(
         log->messages("Keyboard"),
         (std::vector<std::string>{
+            "Media keys unavailable: a Wayland session lets no program grab keys, and this "
+            "desktop offers no global shortcuts to programs; the popover and the command "
+            "line still work",
             "Media keys unavailable: a Wayland session lets no program grab keys, and this "
             "desktop offers no global shortcuts to programs; the popover and the command "
             "line still work",

@@ -3,6 +3,7 @@
 #include "platform/linux/desktop/GammaChoice.h"
 
 #include "DesktopTestSupport.h"
+#include "common/TestSupport.h"
 #include "platform/sim/MemorySystemLog.h"
 
 #include <gtest/gtest.h>
@@ -56,6 +57,16 @@ public:
         std::lock_guard lock(mutex_);
         ++serial_;
     }
+    // Every output dark, as where GNOME's only monitors are virtual: no CRTC to pair.
+    void noCrtcs() {
+        std::lock_guard lock(mutex_);
+        lit_ = false;
+    }
+    // Calls of `member` get no answer (a compositor that hangs); "" answers all again.
+    void ignore(std::string member) {
+        std::lock_guard lock(mutex_);
+        ignored_ = std::move(member);
+    }
 
 private:
     static int onMessage(sd_bus_message* m, void* self, sd_bus_error*) {
@@ -67,13 +78,14 @@ private:
         std::lock_guard lock(mutex_);
         sd_bus_message* reply = nullptr;
         const std::string member = sd_bus_message_get_member(m);
+        if (member == ignored_) return 1;
         if (member == "GetResources") {
             sd_bus_message_new_method_return(m, &reply);
             sd_bus_message_append(reply, "u", serial_);
             sd_bus_message_append(reply, "a(uxiiiiiuaua{sv})", 0);
             sd_bus_message_open_container(reply, 'a', "(uxiausauaua{sv})");
-            output(reply, 0, "DP-1", 0, fakeEdid(1));
-            output(reply, 1, "HDMI-1", 1, fakeEdid(2));
+            output(reply, 0, "DP-1", lit_ ? 0 : -1, fakeEdid(1));
+            output(reply, 1, "HDMI-1", lit_ ? 1 : -1, fakeEdid(2));
             output(reply, 2, "DP-2", -1, fakeEdid(3));
             sd_bus_message_close_container(reply);
             sd_bus_message_append(reply, "a(uxuudu)ii", 0, 8192, 8192);
@@ -125,6 +137,8 @@ private:
     std::thread thread_;
     std::mutex mutex_;
     std::uint32_t serial_ = 7;
+    bool lit_ = true;
+    std::string ignored_;
     std::map<std::uint32_t, std::vector<std::uint16_t>> ramps_;
 };
 
@@ -169,6 +183,104 @@ TEST(MutterGamma, DimsTheCrtcOfTheDisplayWithTheSameEdidAndGivesItBack) {
     EXPECT_EQ(tables->setTransferByTable(30, 256, r.data(), r.data(), r.data()),
               MutterGammaTables::kIllegalArgument);
     EXPECT_TRUE(log->messages("Display").empty());
+}
+
+TEST(MutterGamma, ADisplayOnNoCrtcIsSaidOnce) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    FakeMutter mutter(bus->address());
+    ASSERT_TRUE(mutter.started());
+    mutter.noCrtcs();
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+    ASSERT_TRUE(tables);
+    std::vector<float> half(256, 0.5f);
+    for (int attempt = 0; attempt < 2; ++attempt)
+        EXPECT_EQ(tables->setTransferByTable(10, 256, half.data(), half.data(), half.data()),
+                  MutterGammaTables::kIllegalArgument);
+    EXPECT_EQ(log->messages("Display"),
+              std::vector<std::string>{
+                  "Display 10 cannot be dimmed: GNOME's display configuration shows it on no "
+                  "CRTC of its own (0 lit output(s) with a CRTC, none with its EDID; virtual "
+                  "monitors have none)"});
+}
+
+// A GNOME that does not answer has not lost the display: the kept ramp and its record
+// stay until a restore is confirmed, so the next restore (or start) can still repair.
+TEST(MutterGamma, AnUnansweredCallKeepsWhatWasNotGivenBack) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    FakeMutter mutter(bus->address());
+    ASSERT_TRUE(mutter.started());
+    test::TempDir dir;
+    auto journal = std::make_shared<GammaJournal>(dir / "dimmed-gamma");
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+    ASSERT_TRUE(tables);
+    tables->keepJournal(journal, "gnome", twoMonitors());
+    std::vector<float> half(256, 0.5f);
+    ASSERT_EQ(tables->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
+    std::string whyNot;
+    ASSERT_EQ(journal->read(whyNot).size(), 1u);
+
+    mutter.ignore("GetResources");
+    EXPECT_EQ(tables->setTransferByTable(10, 256, half.data(), half.data(), half.data()),
+              MutterGammaTables::kFailure); // a timeout, not "no such display"
+    tables->restoreColorSyncSettings();
+    mutter.ignore("SetCrtcGamma");
+    tables->restoreColorSyncSettings();
+    EXPECT_EQ(journal->read(whyNot).size(), 1u);
+    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 32768);
+
+    mutter.ignore("");
+    tables->restoreColorSyncSettings();
+    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
+    EXPECT_TRUE(journal->read(whyNot).empty());
+    EXPECT_FALSE(tables->holdsOriginal(10));
+    auto lines = log->messages("Display");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].rfind("GNOME's display configuration did not answer: ", 0), 0u) << lines[0];
+    const std::string kept = ": the ramp is kept, with its record, to give back at the next "
+                             "restore or the next start";
+    EXPECT_EQ(lines[1], "GNOME did not answer when the gamma ramps were to be given back" + kept);
+    EXPECT_EQ(lines[2], "GNOME did not confirm giving back the gamma ramp of CRTC 1" + kept);
+}
+
+// A run ends while GNOME does not answer; the next one starts while it still does not.
+// The record outlives both, and a dim meanwhile does not take the dimmed ramp for the
+// original: the first confirmed restore gives the real one back.
+TEST(MutterGamma, ARecordNotRepairedAtStartStillRepairsLater) {
+    auto bus = test::PrivateBus::start();
+    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+    FakeMutter mutter(bus->address());
+    ASSERT_TRUE(mutter.started());
+    test::TempDir dir;
+    auto journal = std::make_shared<GammaJournal>(dir / "dimmed-gamma");
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    std::vector<float> half(256); // the identity ramp at half its height
+    for (std::size_t i = 0; i < half.size(); ++i)
+        half[i] = 0.5f * static_cast<float>(i) / 255;
+    {
+        auto first = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+        ASSERT_TRUE(first);
+        first->keepJournal(journal, "gnome", twoMonitors());
+        ASSERT_EQ(first->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
+        mutter.ignore("SetCrtcGamma");
+    }
+    auto next = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+    ASSERT_TRUE(next);
+    next->keepJournal(journal, "gnome", twoMonitors());
+    std::string whyNot;
+    EXPECT_EQ(journal->read(whyNot).size(), 1u);
+    EXPECT_EQ(log->messages("Display").back(),
+              "GNOME did not confirm giving back the gamma ramp of display 10 left dimmed last "
+              "time: the record of the displays left dimmed is kept for the next start");
+
+    mutter.ignore("");
+    ASSERT_EQ(next->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
+    next->restoreColorSyncSettings();
+    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
+    EXPECT_TRUE(journal->read(whyNot).empty());
 }
 
 TEST(MutterGamma, ChosenFirstWhereverGnomeAnswersEvenOnWayland) {

@@ -7,6 +7,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 
 namespace pw::linuxdesktop {
 namespace {
@@ -37,14 +38,20 @@ private:
     std::vector<std::string> entries_;
 };
 
+// Also: a handler that throws is stopped at the bus library's edge with one line, and the
+// watcher goes on to the next signal.
 TEST(LogindSleepWatcher, SleepAndWakeFromLogindOnlyReachTheHandlers) {
     auto bus = test::PrivateBus::start();
     if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
     auto log = std::make_shared<sim::MemorySystemLog>();
     Journal journal;
-    auto watcher = LogindSleepWatcher::start(
-        bus->address(),
-        {[&] { journal.add("sleep"); }, [&] { journal.add("wake"); }}, DesktopLog{log});
+    auto watcher = LogindSleepWatcher::start(bus->address(),
+                                             {[&] {
+                                                  journal.add("sleep");
+                                                  throw std::runtime_error("no panel to save");
+                                              },
+                                              [&] { journal.add("wake"); }},
+                                             DesktopLog{log});
     ASSERT_TRUE(watcher);
     EXPECT_EQ(log->messages("App"),
               std::vector<std::string>{"No logind on the system bus yet: waiting for it to tell of sleep"});
@@ -60,6 +67,9 @@ TEST(LogindSleepWatcher, SleepAndWakeFromLogindOnlyReachTheHandlers) {
     logind->emitBool(kPath, kInterface, "PrepareForSleep", true);
     logind->emitBool(kPath, kInterface, "PrepareForSleep", false);
     EXPECT_EQ(journal.waitFor(2), (std::vector<std::string>{"sleep", "wake"}));
+    EXPECT_TRUE(log->contains("App", platform::LogLevel::error,
+                              "The sleep and wake-up handler failed and was stopped there: no "
+                              "panel to save; the program carries on"));
 }
 
 TEST(LogindSleepWatcher, NoBusIsOneLineAndNoWatcher) {

@@ -129,6 +129,29 @@ public:
     void plug(const OutputSpec& spec) {
         run([&] { addOutput(spec); });
     }
+    // The compositor stops answering until `resume`, as one busy at start does.
+    void pause() {
+        std::unique_lock lock(mutex_);
+        paused_ = true;
+        ++submitted_;
+        commands_.push_back([this] {
+            std::unique_lock held(mutex_);
+            holding_ = true;
+            changed_.notify_all();
+            changed_.wait(held, [this] { return !paused_; });
+            holding_ = false;
+        });
+        const std::uint64_t one = 1;
+        [[maybe_unused]] auto written = write(wakeUp_, &one, sizeof one);
+        changed_.wait(lock, [this] { return holding_; });
+    }
+    void resume() {
+        {
+            std::lock_guard lock(mutex_);
+            paused_ = false;
+        }
+        changed_.notify_all();
+    }
 
     struct Record {
         std::vector<std::vector<std::uint16_t>> tables; // each as set: red, green, blue
@@ -271,6 +294,7 @@ private:
     std::condition_variable changed_;
     std::deque<std::function<void()>> commands_;
     std::uint64_t submitted_ = 0, executed_ = 0;
+    bool paused_ = false, holding_ = false;
     std::map<std::string, Record> records_;
 };
 
@@ -387,8 +411,8 @@ TEST_F(WlrGammaTest, AnOutputWhoseGammaIsHeldElsewhereIsNeverTouched) {
     EXPECT_EQ(compositor->record("DP-1").controlsMade, 1); // not asked again and again
     EXPECT_EQ(log->messages("Display"),
               std::vector<std::string>{"Output \"DP-1\" cannot be dimmed: the compositor refused "
-                                       "its gamma control (another program, such as a night-light "
-                                       "tool, may hold it)"});
+                                       "its gamma control (the output has no gamma, or another "
+                                       "program, such as a night-light tool, holds it)"});
     // The other output is not concerned.
     EXPECT_EQ(setHalf(10), 0);
 
@@ -408,7 +432,9 @@ TEST_F(WlrGammaTest, AControlThatFailsLaterAnswersFailureAndIsGivenUp) {
     EXPECT_EQ(compositor->record("HDMI-A-1").tables.size(), 1u);
     const auto lines = log->messages("Display");
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_TRUE(lines[0].starts_with("Output \"HDMI-A-1\" cannot be dimmed")) << lines[0];
+    EXPECT_EQ(lines[0], "Output \"HDMI-A-1\" cannot be dimmed: the compositor took back its "
+                        "gamma control (the output lost its gamma, or another program, such as "
+                        "a night-light tool, holds it now)");
 }
 
 TEST_F(WlrGammaTest, MonitorsFollowUnplugAndReplug) {
@@ -475,7 +501,12 @@ TEST(WlrGammaStart, NoCompositorNoGammaControlOrNoAnswerIsOneLineAndNoTables) {
     silentPath.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(listen(silent, 4), 0);
-    EXPECT_FALSE(WlrGammaTables::create("wayland-silent", twoMonitors(), DesktopLog{log}));
+    // A compositor that is there but does not answer is asked again at each dim, each
+    // time for no longer than the timeout.
+    const auto hung = WlrGammaTables::create("wayland-silent", twoMonitors(), DesktopLog{log});
+    ASSERT_TRUE(hung);
+    const float half[] = {0.0f, 0.5f};
+    EXPECT_EQ(hung->setTransferByTable(20, 2, half, half, half), WlrGammaTables::kFailure);
     close(silent);
 
     const std::string prefix = "Dimming through the compositor's gamma control unavailable: ";
@@ -484,7 +515,35 @@ TEST(WlrGammaStart, NoCompositorNoGammaControlOrNoAnswerIsOneLineAndNoTables) {
                   prefix + "no Wayland compositor at \"wayland-none\"",
                   prefix + "the compositor at \"" + plain.socket() +
                       "\" offers no gamma control (zwlr_gamma_control_manager_v1)",
-                  prefix + "the Wayland compositor at \"wayland-silent\" did not answer within 500 ms"}));
+                  "The Wayland compositor at \"wayland-silent\" did not answer within 500 ms; "
+                  "dimming through its gamma control is tried again at the next dim"}));
+}
+
+// One slow answer at start does not turn dimming off for the run, nor blame the desktop.
+TEST(WlrGammaStart, ACompositorSlowAtStartIsAskedAgainAtTheNextDim) {
+    RuntimeDirectory runtime;
+    const std::optional<std::string> noBus = "unix:path=/nonexistent/bus";
+    auto log = std::make_shared<sim::MemorySystemLog>();
+    FakeCompositor sway;
+    sway.pause();
+    const auto tables = chooseGamma(SessionFacts{"wayland", true, std::nullopt, sway.socket()},
+                                    noBus, twoMonitors(), DesktopLog{log});
+    sway.resume();
+    ASSERT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(tables));
+    const float half[] = {0.0f, 0.5f};
+    EXPECT_EQ(tables->setTransferByTable(20, 2, half, half, half), 0);
+    EXPECT_EQ(sway.record("DP-1").tables.size(), 1u);
+
+    auto lines = log->messages("Display");
+    std::erase_if(lines, [](const std::string& line) {
+        return line.starts_with("Dimming through GNOME's display configuration unavailable");
+    });
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "The Wayland compositor at \"" + sway.socket() +
+                             "\" did not answer within 500 ms; dimming through its gamma "
+                             "control is tried again at the next dim",
+                         "The Wayland compositor answered: dimming through its gamma control "
+                         "(wlroots)"}));
 }
 
 TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) {
@@ -495,6 +554,10 @@ TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) 
     const SessionFacts sway{"wayland", true, std::nullopt, wlroots.socket()};
     EXPECT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(
         chooseGamma(sway, noBus, twoMonitors(), DesktopLog{log})));
+    // Started from a text console, with Xwayland: the session type stays "tty".
+    const SessionFacts swayFromConsole{"tty", true, ":4093", wlroots.socket()};
+    EXPECT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(
+        chooseGamma(swayFromConsole, noBus, twoMonitors(), DesktopLog{log})));
 
     FakeCompositor other({{{"DP-1", 256}}, false, 4});
     const SessionFacts elsewhere{"wayland", true, std::nullopt, other.socket()};
@@ -505,6 +568,7 @@ TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) 
         return line.starts_with("Dimming through GNOME's display configuration unavailable");
     });
     EXPECT_EQ(lines, (std::vector<std::string>{
+                         "Dimming through the compositor's gamma control (wlroots)",
                          "Dimming through the compositor's gamma control (wlroots)",
                          "Dimming through the compositor's gamma control unavailable: the "
                          "compositor at \"" + other.socket() +

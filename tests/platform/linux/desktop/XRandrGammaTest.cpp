@@ -145,9 +145,12 @@ TEST_F(XRandrGammaTest, TheSessionDecidesOnceWhetherAndHowToDim) {
     SessionFacts x11{"x11", false, server->name()};
     log->clear();
     EXPECT_TRUE(chooseGamma(x11, noBus, oneDisplay(), DesktopLog{log}));
-    // A Wayland session's X server is not asked, even though one answers.
-    SessionFacts wayland{"", true, server->name()};
-    EXPECT_FALSE(chooseGamma(wayland, noBus, oneDisplay(), DesktopLog{log}));
+    // A Wayland session's X server (Xwayland) is not asked, even though one answers: also
+    // where a compositor started from a text console leaves the session type at "tty".
+    for (const char* type : {"", "tty"})
+        EXPECT_FALSE(chooseGamma(SessionFacts{type, true, server->name()}, noBus, oneDisplay(),
+                                 DesktopLog{log}))
+            << type;
     EXPECT_FALSE(chooseGamma(SessionFacts{"tty", false, std::nullopt}, noBus, oneDisplay(),
                              DesktopLog{log}));
     auto lines = log->messages("Display");
@@ -157,6 +160,8 @@ TEST_F(XRandrGammaTest, TheSessionDecidesOnceWhetherAndHowToDim) {
     EXPECT_EQ(lines,
               (std::vector<std::string>{
                   "Dimming through the X server's gamma ramps",
+                  "Dimming unavailable: this Wayland session gives programs no gamma tables; "
+                  "brightness stays within each monitor's own range",
                   "Dimming unavailable: this Wayland session gives programs no gamma tables; "
                   "brightness stays within each monitor's own range",
                   "Dimming unavailable: no X server in this session"}));

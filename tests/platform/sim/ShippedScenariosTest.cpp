@@ -1,0 +1,104 @@
+#include "display/DisplayTestBed.h"
+
+#include <filesystem>
+#include <set>
+
+namespace pw {
+namespace {
+
+// How a listed monitor answers, as its scenario's description says.
+enum class Answers {
+    always,  // every read gives its brightness
+    settles, // its first replies are damaged, then every read gives its brightness
+    never,   // nothing: listed, unverified, no values
+};
+
+struct Listed {
+    std::uint16_t brightness; // what the scenario gives it (0 for a monitor that never answers)
+    Answers answers = Answers::always;
+};
+
+struct Shipped {
+    const char* file;
+    std::vector<Listed> monitors; // the monitors the program lists, in order
+    bool dims = true;             // the machine offers gamma tables
+};
+
+const std::vector<Shipped> kShipped = {
+    {"apple-display.json", {{65}}},
+    {"dead-monitor.json", {{0, Answers::never}}},
+    {"flaky-monitor.json", {{55, Answers::settles}}},
+    {"identical-twins-same-serial.json", {{25}, {75}}},
+    {"identical-twins.json", {{30}, {90}}},
+    {"intel-direct.json", {{45}}},
+    {"intel-fallback-twins.json", {{30}, {90}}},
+    {"linux-docked-laptop.json", {{35}, {70}}},
+    {"linux-one-monitor.json", {{60}}},
+    {"no-software-dimming.json", {{60}}, false},
+    {"one-monitor.json", {{60}}},
+    {"two-monitors-and-builtin.json", {{45}, {80}}},
+};
+
+class ShippedScenarios : public test::DisplayTestBed {
+protected:
+    std::optional<std::uint16_t> freshBrightness(const ExternalDisplay& display) {
+        ddc->invalidateCache(*display.transport);
+        const auto read = ddc->read(display.transport, VCPCode::brightness);
+        return read ? std::optional(read->current) : std::nullopt;
+    }
+};
+
+// Each shipped scenario does what its description promises, read through the program's
+// own enumeration and DDC manager; a scenario added without a row here fails.
+TEST_F(ShippedScenarios, EachDoesWhatItsDescriptionSays) {
+    std::set<std::string> files, described;
+    for (const auto& entry : std::filesystem::directory_iterator(test::sourcePath("scenarios")))
+        files.insert(entry.path().filename().string());
+    for (const auto& row : kShipped)
+        described.insert(row.file);
+    EXPECT_EQ(files, described);
+
+    for (const auto& row : kShipped) {
+        SCOPED_TRACE(row.file);
+        auto loaded = sim::loadScenarioFile(test::sourcePath(std::string("scenarios/") + row.file));
+        ASSERT_TRUE(std::holds_alternative<sim::Scenario>(loaded))
+            << std::get<sim::ScenarioError>(loaded).message();
+        EXPECT_FALSE(std::get<sim::Scenario>(loaded).description.empty());
+        boot(std::get<sim::Scenario>(loaded));
+        EXPECT_EQ(machine->platform().gamma != nullptr, row.dims);
+        const auto listed = enumerate();
+        ASSERT_EQ(listed.size(), row.monitors.size());
+
+        for (std::size_t i = 0; i < listed.size(); ++i) {
+            const ExternalDisplay& display = listed[i];
+            const Listed& want = row.monitors[i];
+            SCOPED_TRACE(display.name);
+            switch (want.answers) {
+            case Answers::always:
+                EXPECT_EQ(display.ddcStatus, DDCStatus::verified);
+                ASSERT_TRUE(display.brightness);
+                EXPECT_EQ(display.brightness->current, want.brightness);
+                EXPECT_EQ(freshBrightness(display), want.brightness);
+                break;
+            case Answers::settles: {
+                // Within a few reads it gives its value, and from then on always does.
+                int reads = 1;
+                while (freshBrightness(display) != want.brightness && reads < 4)
+                    ++reads;
+                EXPECT_LT(reads, 4) << "never settled";
+                for (int again = 0; again < 5; ++again)
+                    EXPECT_EQ(freshBrightness(display), want.brightness);
+                break;
+            }
+            case Answers::never:
+                EXPECT_NE(display.ddcStatus, DDCStatus::verified);
+                EXPECT_FALSE(display.brightness);
+                EXPECT_EQ(freshBrightness(display), std::nullopt);
+                break;
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace pw
