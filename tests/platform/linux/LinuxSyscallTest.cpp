@@ -197,19 +197,8 @@ TEST_F(FakeMachine, EdidAtTheEepromAddressIsReadWhole) {
 }
 
 TEST_F(FakeMachine, DisplayManagerFindsAndReadsTheMonitorsOverTheRealCalls) {
-    TempDir logs;
-    auto clock = std::make_shared<sim::VirtualClock>();
-    auto queue = std::make_shared<sim::ManualMainQueue>(*clock);
-    auto machine = platform::makeLinuxPlatform({fake.root(), false, queue});
-    machine.clock = clock;
-    machine.systemLog = std::make_shared<sim::MemorySystemLog>();
-    ScopedPlatform installed(machine);
-    auto ddc = std::make_shared<DDCManager>(clock, queue);
-    auto manager = std::make_shared<DisplayManager>(machine, ddc);
-    manager->enumerateDisplays();
-    queue->runPending();
-    const auto displays = manager->displays();
-
+    Program program(fake.root(), false);
+    const auto displays = program.manager->displays();
     ASSERT_EQ(displays.size(), 2u); // the panel is the system's; VGA is unplugged
     EXPECT_EQ(displays[0].name, "BenQ PD2700U");
     EXPECT_EQ(displays[0].vendorID, 0x09D1u);
@@ -221,16 +210,14 @@ TEST_F(FakeMachine, DisplayManagerFindsAndReadsTheMonitorsOverTheRealCalls) {
     EXPECT_EQ(displays[1].brightness->current, 30);
 
     bool written = false;
-    ddc->write(displays[1].transport, VCPCode::brightness, 75, [&](bool ok) { written = ok; });
-    while (!written && queue->waitAndRun(std::chrono::seconds(5))) {
+    program.ddc->write(displays[1].transport, VCPCode::brightness, 75, [&](bool ok) { written = ok; });
+    while (!written && program.queue->waitAndRun(std::chrono::seconds(5))) {
     }
     EXPECT_TRUE(written);
-    ddc->invalidateCache(*displays[1].transport);
-    const auto now = ddc->read(displays[1].transport, VCPCode::brightness);
+    program.ddc->invalidateCache(*displays[1].transport);
+    const auto now = program.ddc->read(displays[1].transport, VCPCode::brightness);
     ASSERT_TRUE(now);
     EXPECT_EQ(now->current, 75);
-    manager.reset();
-    ddc.reset();
 }
 
 TEST_F(FakeMachine, ABusHeldByAnotherProgramCostsOneWaitPerCommandAndNamesIt) {
