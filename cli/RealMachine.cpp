@@ -83,6 +83,13 @@ public:
     std::vector<int> list() override { return inner_->list(); }
     std::string path(int bus) const override { return inner_->path(bus); }
     bool forceSlaveAddress() const override { return inner_->forceSlaveAddress(); }
+    std::vector<std::string> holders(int bus) const override { return inner_->holders(bus); }
+    std::optional<QuietClock::time_point> quietUntil(int bus) const override {
+        return inner_->quietUntil(bus);
+    }
+    void setQuietUntil(int bus, QuietClock::time_point until) override {
+        inner_->setQuietUntil(bus, until);
+    }
     std::unique_ptr<platform::I2CDevice> open(int bus, int& error) override {
         auto device = inner_->open(bus, error);
         if (!device) {

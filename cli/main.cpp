@@ -87,7 +87,8 @@ json readingJSON(const std::optional<DDCReadResult>& value) {
 
 // --- Subcommands on a machine -------------------------------------------------------
 
-int detect(const std::vector<ExternalDisplay>& displays, const Options& options) {
+int detect(const std::vector<ExternalDisplay>& displays, const Options& options,
+           const std::vector<UnreachableMonitor>& unreachable = {}) {
     if (options.json) {
         json out = json::array();
         for (const auto& d : displays)
@@ -98,16 +99,30 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options)
                            {"productID", d.productID},
                            {"ddcStatus", std::string(rawValue(d.ddcStatus))},
                            {"preferenceKey", d.preferenceKey()},
-                           {"brightness", readingJSON(d.brightness)}});
+                           {"brightness", readingJSON(d.brightness)},
+                           {"reachable", true}});
         for (std::size_t i = 0; i < displays.size(); ++i)
             if (const auto* bus = dynamic_cast<const I2CDevTransport*>(displays[i].transport.get())) {
                 out[i]["bus"] = bus->path();
                 if (const auto problem = bus->problem(); !problem.empty()) out[i]["problem"] = problem;
             }
+        // Connected monitors no channel was found for: the same keys, nothing known.
+        for (const auto& m : unreachable)
+            out.push_back({{"id", m.id},
+                           {"name", m.name},
+                           {"systemName", m.name},
+                           {"vendorID", m.vendor},
+                           {"productID", m.product},
+                           {"ddcStatus", nullptr},
+                           {"preferenceKey", nullptr},
+                           {"brightness", nullptr},
+                           {"reachable", false},
+                           {"connector", m.connector},
+                           {"problem", m.reason}});
         std::cout << out.dump(2) << "\n";
         return kOK;
     }
-    if (displays.empty()) std::cout << "No external displays found.\n";
+    if (displays.empty() && unreachable.empty()) std::cout << "No external displays found.\n";
     for (const auto& d : displays) {
         // The name the user gave the monitor in the settings, as the tray shows it.
         const auto title = displayTitle(d);
@@ -126,6 +141,10 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options)
         }
         std::cout << "  settings key: " << d.preferenceKey() << "\n";
     }
+    for (const auto& m : unreachable)
+        std::cout << "Not reachable: " << m.connector
+                  << (m.name.empty() ? std::string() : " (" + m.name + ")") << ": " << m.reason
+                  << "\n";
     return kOK;
 }
 
@@ -228,9 +247,19 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
     const auto list = displays->displays();
 
     // No display at all, or none whose channel can even be opened: say why, exit 3.
+    // Connected monitors without a channel, each with the reason.
+    std::vector<UnreachableMonitor> missing;
+    if (linuxMachine && !options.displayID) {
+        std::vector<platform::DisplayID> listed;
+        for (const auto& d : list)
+            listed.push_back(d.id);
+        missing = unreachableMonitors(machine, listed);
+    }
     if (linuxMachine && !options.displayID) {
         std::string why;
         if (list.empty()) why = whyNoExternalDisplay(machine);
+        if (list.empty() && why.empty() && !missing.empty())
+            why = missing.front().connector + ": " + missing.front().reason;
         bool allUnreachable = !list.empty();
         std::string first;
         for (const auto& d : list) {
@@ -243,7 +272,7 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
         if (!machine.drm || !machine.drm->present())
             why += "; try --simulate SCENARIO to see the program on a simulated machine";
         if (!why.empty()) {
-            if (command == Command::detect) detect(list, options);
+            if (command == Command::detect) detect(list, options, missing);
             status = fail(kNoDisplay, why);
         } else if (list.empty() && command != Command::detect) {
             status = fail(kNoDisplay, "no external display with DDC/CI found; see \"detect\" and "
@@ -264,7 +293,7 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
         status = shown.empty() && options.displayID
                      ? fail(kNoDisplay,
                             "no external display with id " + std::to_string(*options.displayID))
-                     : detect(shown, options);
+                     : detect(shown, options, missing);
     } else {
         std::optional<ExternalDisplay> target;
         for (const auto& d : ddcCapableDisplays(list))

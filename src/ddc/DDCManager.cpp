@@ -217,6 +217,7 @@ bool DDCManager::performWrite(const std::shared_ptr<I2CTransport>& transport,
             for (std::int64_t attempt = 1; attempt <= attempts; ++attempt) {
                 sleepMicroseconds(writeSleep_.load());
                 if (transport->write(frame)) return true;
+                if (transport->busHeld()) return false; // waiting again would not help
             }
             if (pass < passes) sleepMicroseconds(retrySleep_.load());
         }
@@ -271,6 +272,7 @@ std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport
                     return value;
                 }
             }
+            if (transport->busHeld()) break; // waiting again would not help
             if (pass < passes) sleepMicroseconds(retrySleep_.load());
         }
         return std::nullopt;

@@ -36,6 +36,39 @@ void logLinux(std::string_view message) {
     DiagnosticLog::log("Linux", message);
 }
 
+// How a display's channel was found, and what the adapter was then: checked again before
+// the device is opened anew after its adapter went away.
+struct ChannelOrigin {
+    enum class Via { link, aux, edid } via;
+    std::string connector;
+    std::string adapterName;
+    std::optional<std::uint32_t> pciClass;
+};
+
+std::string noLongerTheDisplays(platform::DrmSysfs& drm, int bus, const ChannelOrigin& was) {
+    std::string what;
+    const auto adapters = drm.adapters();
+    const auto now = std::find_if(adapters.begin(), adapters.end(),
+                                  [&](const auto& a) { return a.number == bus; });
+    if (now == adapters.end()) {
+        what = "no adapter has that number now";
+    } else if (now->name != was.adapterName || now->pciClass != was.pciClass) {
+        what = "it now leads to \"" + now->name + "\"";
+    } else if (was.via != ChannelOrigin::Via::edid) {
+        const auto connectors = drm.connectors();
+        const auto connector = std::find_if(connectors.begin(), connectors.end(),
+                                            [&](const auto& c) { return c.name == was.connector; });
+        const auto link = connector == connectors.end() ? std::nullopt
+                          : was.via == ChannelOrigin::Via::link ? connector->ddcAdapter
+                                                                : connector->auxAdapter;
+        if (link != bus) what = was.connector + " no longer links it";
+    }
+    if (what.empty()) return {};
+    return "/dev/i2c-" + std::to_string(bus) + " is no longer " + was.connector +
+           "'s DDC channel (" + what + "); nothing is sent to it until the displays are "
+           "listed again";
+}
+
 std::string hexOf(const std::vector<std::uint8_t>& bytes) {
     return lowercaseHex(bytes);
 }
@@ -51,7 +84,8 @@ std::string adapterText(int number, const platform::I2CAdapterInfo* info) {
 
 class LinuxEnumeration final : public TransportDiscovery::Enumeration {
 public:
-    explicit LinuxEnumeration(const platform::Platform& platform) : platform_(platform) {
+    explicit LinuxEnumeration(const platform::Platform& platform, bool logging = true)
+        : platform_(platform), logging_(logging) {
         if (platform.drm) {
             connectors_ = platform.drm->connectors();
             for (auto& adapter : platform.drm->adapters())
@@ -64,7 +98,7 @@ public:
             if (connector.ddcAdapter) linked_.insert(*connector.ddcAdapter);
             if (connector.auxAdapter) linked_.insert(*connector.auxAdapter);
         }
-        logLinux("Found " + std::to_string(connectors_.size()) + " DRM connector(s), " +
+        log("Found " + std::to_string(connectors_.size()) + " DRM connector(s), " +
                  std::to_string(adapters_.size()) + " i2c adapter(s), " +
                  std::to_string(devices_.size()) + " /dev/i2c-* device(s)");
     }
@@ -73,29 +107,49 @@ public:
         const auto connector = std::find_if(connectors_.begin(), connectors_.end(),
                                             [&](const auto& c) { return c.id == id; });
         if (connector == connectors_.end()) {
-            logLinux("Display " + std::to_string(id) + ": its connector is gone, skipping");
+            log("Display " + std::to_string(id) + ": its connector is gone, skipping");
             return std::nullopt;
         }
         const std::string who = "Display " + std::to_string(id) + " (" + connector->name + ")";
 
         std::optional<int> bus;
-        if (connector->ddcAdapter && usableLink(*connector->ddcAdapter, who)) {
+        std::string refused; // why the driver's link was not used
+        auto via = ChannelOrigin::Via::edid;
+        if (connector->ddcAdapter && usableLink(*connector->ddcAdapter, who, refused)) {
             bus = connector->ddcAdapter;
-            logLinux(who + ": DDC on " + adapterText(*bus, info(*bus)) + ", the driver's ddc link");
-        } else if (connector->auxAdapter && usableLink(*connector->auxAdapter, who)) {
+            via = ChannelOrigin::Via::link;
+            log(who + ": DDC on " + adapterText(*bus, info(*bus)) + ", the driver's ddc link");
+        } else if (connector->auxAdapter && usableLink(*connector->auxAdapter, who, refused)) {
             bus = connector->auxAdapter;
-            logLinux(who + ": DDC on " + adapterText(*bus, info(*bus)) + ", its DisplayPort AUX");
+            via = ChannelOrigin::Via::aux;
+            log(who + ": DDC on " + adapterText(*bus, info(*bus)) + ", its DisplayPort AUX");
         } else {
-            bus = pairByEdid(*connector, who);
+            bus = pairByEdid(*connector, who, refused);
         }
-        if (!bus) return std::nullopt;
+        if (!bus) {
+            reasons_[id] = refused;
+            return std::nullopt;
+        }
         taken_.insert(*bus);
 
-        DisplayTransportMatch match;
+        const auto* adapter = info(*bus);
+        ChannelOrigin origin{via, connector->name, adapter ? adapter->name : std::string(),
+                             adapter ? adapter->pciClass : std::nullopt};
         auto devices = platform_.i2cDevices;
-        match.transport = std::make_shared<I2CDevTransport>(
-            *bus, devices, platform_.clock,
-            I2CDevTransport::Options{devices && devices->forceSlaveAddress()});
+        I2CDevTransport::Options options;
+        options.forceAddress = devices && devices->forceSlaveAddress();
+        options.claimedBy = platform_.drm ? platform_.drm->ddcDriver(*bus) : std::string();
+        if (!options.claimedBy.empty())
+            log(who + ": a kernel driver (" + options.claimedBy + ") is bound at 0x37" +
+                (options.forceAddress ? ", shared as the user allowed" : ", nothing is sent"));
+        if (auto drm = platform_.drm) {
+            options.stillTheDisplays = [drm, origin](int number) {
+                return noLongerTheDisplays(*drm, number, origin);
+            };
+        }
+        DisplayTransportMatch match;
+        match.transport =
+            std::make_shared<I2CDevTransport>(*bus, devices, platform_.clock, std::move(options));
         match.edidUUID = hexOf(connector->edid);
         if (const auto facts = platform::readEdidFacts(connector->edid)) {
             match.vendorID = facts->vendor;
@@ -107,16 +161,29 @@ public:
         return match;
     }
 
+    // Why transportFor found no channel for the display; empty when it found one.
+    std::string reasonFor(platform::DisplayID id) const {
+        const auto found = reasons_.find(id);
+        return found == reasons_.end() ? std::string() : found->second;
+    }
+    const std::vector<platform::DrmConnector>& connectors() const { return connectors_; }
+
 private:
+    void log(std::string_view message) const {
+        if (logging_) logLinux(message);
+    }
+
     const platform::I2CAdapterInfo* info(int number) const {
         const auto found = adapters_.find(number);
         return found == adapters_.end() ? nullptr : &found->second;
     }
 
-    bool usableLink(int number, const std::string& who) const {
+    bool usableLink(int number, const std::string& who, std::string& refused) const {
         const auto* adapter = info(number);
         if (adapter && adapterNameDenied(adapter->name)) {
-            logLinux(who + ": linked " + adapterText(number, adapter) + " is never opened");
+            log(who + ": linked " + adapterText(number, adapter) + " is never opened");
+            refused = "its DDC link, " + adapterText(number, adapter) +
+                      ", is an adapter that is never opened (docs/linux.md)";
             return false;
         }
         return true;
@@ -125,16 +192,21 @@ private:
     // No link from the driver: the display adapter (not linked to another connector, not
     // yet given to a display) whose EDID equals the connector's. Each adapter's EDID is
     // read at most once per enumeration.
-    std::optional<int> pairByEdid(const platform::DrmConnector& connector, const std::string& who) {
+    std::optional<int> pairByEdid(const platform::DrmConnector& connector, const std::string& who,
+                                  std::string& reason) {
         if (connector.edid.size() < I2CDevTransport::kEdidLength) {
-            logLinux(who + ": no link and no EDID to pair by, skipping");
+            log(who + ": no link and no EDID to pair by, skipping");
+            if (reason.empty())
+                reason = "the driver links no DDC channel and the connector has no EDID to find "
+                         "one by";
             return std::nullopt;
         }
+        std::string trouble; // the first adapter that could not even be read
         for (const auto& [number, adapter] : adapters_) {
             if (taken_.count(number) || linked_.count(number) || !devices_.count(number)) continue;
             if (!adapterMayBeProbed(adapter)) {
                 if (reportedSkip_.insert(number).second)
-                    logLinux(adapterText(number, &adapter) + ": not a display adapter, never opened");
+                    log(adapterText(number, &adapter) + ": not a display adapter, never opened");
                 continue;
             }
             auto cached = edids_.find(number);
@@ -144,20 +216,31 @@ private:
                                 ? I2CDevTransport::readEdid(*platform_.i2cDevices,
                                                             platform_.clock.get(), number, &problem)
                                 : std::nullopt;
-                if (!edid) logLinux(adapterText(number, &adapter) + ": no EDID: " + problem);
+                if (!edid) log(adapterText(number, &adapter) + ": no EDID: " + problem);
                 cached = edids_.emplace(number, std::move(edid)).first;
+                problems_.emplace(number, problem);
             }
             if (cached->second && sameBaseBlock(*cached->second, connector.edid)) {
-                logLinux(who + ": DDC on " + adapterText(number, &adapter) +
-                         ", paired by EDID");
+                log(who + ": DDC on " + adapterText(number, &adapter) + ", paired by EDID");
                 return number;
             }
+            // "no answer" is what every adapter without this monitor says; anything else
+            // (permission, another program's lock) may be why the monitor is not found.
+            const auto& problem = problems_[number];
+            if (trouble.empty() && !problem.empty() && problem.find("no answer") == std::string::npos)
+                trouble = problem;
         }
-        logLinux(who + ": no i2c adapter carries its EDID, skipping");
+        log(who + ": no i2c adapter carries its EDID, skipping");
+        if (!trouble.empty())
+            reason = trouble;
+        else if (reason.empty())
+            reason = "the driver links no DDC channel and no display adapter answers at 0x50 "
+                     "with its EDID";
         return std::nullopt;
     }
 
     const platform::Platform& platform_;
+    const bool logging_;
     std::vector<platform::DrmConnector> connectors_;
     std::map<int, platform::I2CAdapterInfo> adapters_;
     std::set<int> devices_;
@@ -165,6 +248,8 @@ private:
     std::set<int> taken_;
     std::set<int> reportedSkip_;
     std::map<int, std::optional<std::vector<std::uint8_t>>> edids_;
+    std::map<int, std::string> problems_; // why an adapter's EDID could not be read
+    std::map<platform::DisplayID, std::string> reasons_;
 };
 
 class LinuxDiscovery final : public TransportDiscovery {
@@ -208,6 +293,36 @@ bool adapterMayBeProbed(const platform::I2CAdapterInfo& adapter) {
 
 std::unique_ptr<TransportDiscovery> makeLinuxDiscovery(const platform::Platform& platform) {
     return std::make_unique<LinuxDiscovery>(platform);
+}
+
+std::vector<UnreachableMonitor> unreachableMonitors(const platform::Platform& platform,
+                                                    const std::vector<platform::DisplayID>& listed) {
+    // Nothing to look for when every connected external monitor was listed.
+    if (!platform.drm) return {};
+    const auto all = platform.drm->connectors();
+    if (std::none_of(all.begin(), all.end(), [&](const auto& c) {
+            return c.connected() && !c.builtin() &&
+                   std::find(listed.begin(), listed.end(), c.id) == listed.end();
+        }))
+        return {};
+    // The same search as the enumeration's, in the same order, so twins pair the same way;
+    // the EDIDs it needs are read again, which only costs when a monitor is missing.
+    LinuxEnumeration search(platform, false);
+    std::vector<UnreachableMonitor> result;
+    for (const auto& connector : search.connectors()) {
+        if (!connector.connected() || connector.builtin()) continue;
+        if (search.transportFor(connector.id)) continue;
+        if (std::find(listed.begin(), listed.end(), connector.id) != listed.end()) continue;
+        UnreachableMonitor monitor{connector.id, connector.name, {}, 0, 0,
+                                   search.reasonFor(connector.id)};
+        if (const auto facts = platform::readEdidFacts(connector.edid)) {
+            monitor.name = facts->name.value_or("");
+            monitor.vendor = facts->vendor;
+            monitor.product = facts->model;
+        }
+        result.push_back(std::move(monitor));
+    }
+    return result;
 }
 
 std::string whyNoExternalDisplay(const platform::Platform& platform) {

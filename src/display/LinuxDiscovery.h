@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pw {
 
@@ -21,6 +22,20 @@ bool adapterNameDenied(std::string_view name);
 // whose EDID at 0x50 equals the connector's. Hot-plug reports come from the platform's
 // HotPlugMonitor.
 std::unique_ptr<TransportDiscovery> makeLinuxDiscovery(const platform::Platform& platform);
+
+// A connected external monitor the enumeration left out, with the one line that says why
+// (no channel to find it by, a channel that is never opened, the device's permissions...).
+struct UnreachableMonitor {
+    platform::DisplayID id = 0;
+    std::string connector; // "card0-DP-1"
+    std::string name;      // from its EDID; empty when the EDID has none
+    std::uint32_t vendor = 0, product = 0;
+    std::string reason;
+};
+// The connected external monitors that are not among `listed` (the display ids the
+// enumeration gave) and why each could not be reached.
+std::vector<UnreachableMonitor> unreachableMonitors(const platform::Platform& platform,
+                                                    const std::vector<platform::DisplayID>& listed);
 
 // When enumeration found no external display, the one line that says why and what to do
 // (no DRM, nothing connected, built-in panels only, no /dev/i2c-*); empty when none of

@@ -31,6 +31,8 @@ public:
         return inner_->read(request, replyLength);
     }
 
+    bool busHeld() const override { return inner_->busHeld(); }
+
     const std::shared_ptr<I2CTransport>& inner() const { return inner_; }
 
 private:

@@ -45,6 +45,9 @@ public:
     virtual std::vector<DrmConnector> connectors() = 0;
     // Every i2c adapter, by number.
     virtual std::vector<I2CAdapterInfo> adapters() = 0;
+    // The kernel driver bound to adapter i2c-N's client at 0x37 (the DDC/CI address),
+    // "ddcci"; empty when none is. I2C_RDWR does not refuse that address, so only this tells.
+    virtual std::string ddcDriver(int /*adapter*/) { return {}; }
 };
 
 } // namespace pw::platform

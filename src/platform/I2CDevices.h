@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -46,6 +48,17 @@ public:
     virtual std::unique_ptr<I2CDevice> open(int bus, int& error) = 0;
     // The user allowed I2C_SLAVE_FORCE: talk to 0x37 even while a kernel driver claims it.
     virtual bool forceSlaveAddress() const { return false; }
+
+    // The other programs that have the device open, as "name (pid N)", when the system
+    // lets us see them; empty when it does not.
+    virtual std::vector<std::string> holders(int /*bus*/) const { return {}; }
+
+    // The monitor's quiet time after a message, shared with the other processes of this
+    // program: the end of the quiet time another process (another device set) left on the
+    // bus, and the end of ours. Read and written only while the device's lock is held.
+    using QuietClock = std::chrono::steady_clock; // system-wide on Linux (CLOCK_MONOTONIC)
+    virtual std::optional<QuietClock::time_point> quietUntil(int /*bus*/) const { return {}; }
+    virtual void setQuietUntil(int /*bus*/, QuietClock::time_point /*until*/) {}
 };
 
 } // namespace pw::platform

@@ -3,6 +3,7 @@
 #include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -27,15 +28,34 @@ std::unique_ptr<I2CDevice> openDevice(I2CDevices& devices, platform::Clock* cloc
     }
 }
 
-// 0 with the lock held, EWOULDBLOCK when another program kept it for the whole wait.
-// The lock is advisory: a file system that cannot lock at all does not stop the transfer.
-int lockDevice(I2CDevice& device, platform::Clock* clock) {
+// 0 with the lock held, EWOULDBLOCK when another program kept it for the whole wait
+// (with `once`, at the single try). The lock is advisory: a file system that cannot lock
+// at all does not stop the transfer.
+int lockDevice(I2CDevice& device, platform::Clock* clock, bool once = false) {
     for (int step = 0;; ++step) {
         const int error = device.tryLock();
         if (error != EWOULDBLOCK && error != EAGAIN) return 0;
-        if (step >= I2CDevTransport::kLockSteps || !clock) return error;
+        if (once || step >= I2CDevTransport::kLockSteps || !clock) return error;
         clock->sleepFor(I2CDevTransport::kLockStep);
     }
+}
+
+std::string heldLine(const std::string& path, const std::vector<std::string>& holders) {
+    std::string who = "another DDC/CI program";
+    for (std::size_t i = 0; i < holders.size(); ++i)
+        who += (i == 0 ? ", " : " or ") + holders[i];
+    return path + " is in use by " + who + ", which held its lock for over " +
+           std::to_string(I2CDevTransport::kLockSteps * I2CDevTransport::kLockStep.count() / 1000) +
+           " ms; close that program and try again" +
+           (holders.empty() ? " (\"fuser -v " + path + "\" names it)" : std::string());
+}
+
+std::string claimedLine(const std::string& path, const std::string& driver) {
+    const std::string unload =
+        driver == "ddcci" ? "\"sudo rmmod ddcci_backlight ddcci\"" : "\"sudo rmmod " + driver + "\"";
+    return path + ": address 0x37 is claimed by a kernel driver (" + driver + "); unload it (" +
+           unload + ") or allow sharing the address with --force-i2c-address "
+                    "(PANELWRIGHT_FORCE_I2C_ADDRESS=1)";
 }
 
 // The errors drivers give when nothing acknowledged the address or the transfer timed out.
@@ -76,7 +96,13 @@ bool I2CDevTransport::plainReadWrite() const {
     return plain_;
 }
 
+bool I2CDevTransport::busHeld() const {
+    std::lock_guard lock(mutex_);
+    return held_;
+}
+
 std::string I2CDevTransport::describe(const Failure& failure, const std::string& path) {
+    if (!failure.text.empty()) return failure.text;
     const int e = failure.error;
     switch (failure.step) {
     case Failure::Step::open:
@@ -88,14 +114,9 @@ std::string I2CDevTransport::describe(const Failure& failure, const std::string&
                           "installed, or you have not logged in again since it was";
         break;
     case Failure::Step::lock:
-        return path + " is in use by another DDC/CI program, which held its lock for over " +
-               std::to_string(kLockSteps * kLockStep.count() / 1000) +
-               " ms; close that program and try again";
+        return heldLine(path, {});
     case Failure::Step::address:
-        if (e == EBUSY)
-            return path + ": address 0x37 is claimed by a kernel driver (ddcci); unload it "
-                          "(\"sudo rmmod ddcci_backlight ddcci\") or allow sharing the address "
-                          "with --force-i2c-address (PANELWRIGHT_FORCE_I2C_ADDRESS=1)";
+        if (e == EBUSY) return claimedLine(path, "ddcci");
         break;
     case Failure::Step::transfer:
         if (noAnswer(e))
@@ -111,21 +132,49 @@ std::string I2CDevTransport::describe(const Failure& failure, const std::string&
            kSteps[static_cast<int>(failure.step)] + " " + path;
 }
 
+std::optional<I2CDevTransport::Failure> I2CDevTransport::reopen() {
+    // The number may have come back as another adapter (a dock unplugged, another one
+    // plugged in): never send a monitor's frames to whatever bus now has it.
+    if (everOpened_ && options_.stillTheDisplays) {
+        if (auto why = options_.stillTheDisplays(bus_); !why.empty()) {
+            notOurs_ = std::move(why);
+            return Failure{Failure::Step::open, ENODEV, notOurs_};
+        }
+    }
+    int error = 0;
+    device_ = openDevice(*devices_, clock_.get(), bus_, error);
+    addressSet_ = false;
+    if (!device_) return Failure{Failure::Step::open, error};
+    everOpened_ = true;
+    return std::nullopt;
+}
+
 bool I2CDevTransport::run(const std::function<std::optional<Failure>(I2CDevice&)>& body) {
     std::lock_guard lock(mutex_);
     std::optional<Failure> failure;
-    if (!device_ && devices_) {
-        int error = 0;
-        device_ = openDevice(*devices_, clock_.get(), bus_, error);
-        if (!device_) failure = Failure{Failure::Step::open, error};
-        addressSet_ = false;
-    }
+    if (!notOurs_.empty())
+        failure = Failure{Failure::Step::open, ENODEV, notOurs_};
+    else if (!options_.claimedBy.empty() && !options_.forceAddress)
+        failure = Failure{Failure::Step::address, EBUSY, claimedLine(path(), options_.claimedBy)};
+    else if (!device_ && devices_)
+        failure = reopen();
     if (!device_ && !failure) failure = Failure{Failure::Step::open, ENODEV};
     if (!failure) {
-        if (const int error = lockDevice(*device_, clock_.get()); error != 0) {
-            failure = Failure{Failure::Step::lock, error};
+        if (const int error = lockDevice(*device_, clock_.get(), lockTimedOut_); error != 0) {
+            failure = Failure{Failure::Step::lock, error, heldLine(path(), devices_->holders(bus_))};
+            lockTimedOut_ = true;
         } else {
+            lockTimedOut_ = false;
+            // Another process's last message may be moments old: the monitor gets its
+            // quiet time whoever spoke last. Our own quiet time is the DDC manager's.
+            using Quiet = platform::I2CDevices::QuietClock;
+            if (const auto until = devices_->quietUntil(bus_); until && clock_) {
+                const auto left = std::min<Quiet::duration>(*until - Quiet::now(), kQuietTime);
+                if (left > Quiet::duration::zero())
+                    clock_->sleepFor(std::chrono::ceil<std::chrono::microseconds>(left));
+            }
             failure = body(*device_);
+            devices_->setQuietUntil(bus_, Quiet::now() + kQuietTime);
             device_->unlock();
         }
     }
@@ -136,6 +185,7 @@ bool I2CDevTransport::run(const std::function<std::optional<Failure>(I2CDevice&)
     if (!line.empty() && line != problem_) report(line);
     problem_ = line;
     unreachable_ = failure && failure->step != Failure::Step::transfer;
+    held_ = failure && failure->step == Failure::Step::lock;
     return !failure;
 }
 
@@ -202,7 +252,7 @@ std::optional<std::vector<std::uint8_t>> I2CDevTransport::readEdid(I2CDevices& d
     auto device = openDevice(devices, clock, bus, error);
     if (!device) return fail({Failure::Step::open, error});
     if (const int locked = lockDevice(*device, clock); locked != 0)
-        return fail({Failure::Step::lock, locked});
+        return fail({Failure::Step::lock, locked, heldLine(path, devices.holders(bus))});
 
     std::uint8_t offset[1] = {0};
     std::vector<std::uint8_t> edid(kEdidLength, 0);

@@ -21,6 +21,9 @@ public:
     // One attempt to send `request` and fetch `replyLength` bytes. Nothing if either step failed.
     virtual std::optional<std::vector<std::uint8_t>> read(std::span<const std::uint8_t> request,
                                                           std::uint32_t replyLength) = 0;
+    // True when the last call failed because another program kept the bus to itself: a
+    // further attempt now would only wait again, so the caller's retries end there.
+    virtual bool busHeld() const { return false; }
 };
 
 } // namespace pw

@@ -97,6 +97,41 @@ TEST_F(CliOnLinux, UnreachableMachinesExitThreeAndSayWhy) {
     EXPECT_NE(r.out.find("44 of 100"), std::string::npos) << r.out;
 }
 
+TEST_F(CliOnLinux, DetectListsConnectedMonitorsItCannotReachWithTheReason) {
+    const auto benq = test::edidOf(0x09D1, 0x7F41, 2002, "BenQ PD2700U");
+    struct Case {
+        bool reachableToo; // the HDMI monitor on i2c-5 answers as well
+        std::vector<std::string> args;
+        int status;
+        std::string says;
+    };
+    const std::vector<Case> cases = {
+        {false, {"detect"}, 3,
+         "Not reachable: card0-DP-1 (BenQ PD2700U): the driver links no DDC channel and no "
+         "display adapter answers at 0x50 with its EDID\n"},
+        {true, {"detect"}, 0, "Not reachable: card0-DP-2: its DDC link, i2c-0 (SMBus I801"},
+        {true, {"detect", "--json"}, 0, "\"reachable\": false,\n    \"connector\": \"card0-DP-1\""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.says);
+        std::filesystem::remove_all(fake.root());
+        std::filesystem::create_directories(fake.root());
+        machine("feature 10 30 100\n", c.reachableToo);
+        // A DisplayPort monitor with neither link nor AUX, whose EDID no adapter answers
+        // with, and one whose only link is the chipset's bus.
+        fake.connector(card, "card0-DP-1", "connected", benq, 96);
+        const auto chipset = fake.pciDevice("0000:00:1f.4", "0x0c0500");
+        fake.adapter(chipset, 0, "SMBus I801 adapter at efa0");
+        fake.device(0, "no_monitor\n");
+        const auto dp2 = fake.connector(card, "card0-DP-2", "connected", {}, 97);
+        std::filesystem::create_directory_symlink(chipset / "i2c-0", dp2 / "ddc");
+        const auto r = run(c.args);
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_NE(r.out.find(c.says), std::string::npos) << r.out;
+        if (c.reachableToo) EXPECT_NE(r.out.find("DELL U2720Q"), std::string::npos) << r.out;
+    }
+}
+
 TEST_F(CliOnLinux, AMachineWithoutDrmPointsToTheSimulator) {
     const auto r = run({"detect"});
     EXPECT_EQ(r.status, 3);

@@ -163,24 +163,6 @@ TEST_F(LinuxDiscoveryTest, EachLinuxErrorSaysWhatToDo) {
     }
 }
 
-TEST_F(LinuxDiscoveryTest, AnotherProgramsLockIsWaitedForBriefly) {
-    boot(linuxScenario(R"({"flavor": "linux", "displays": [{"vendor": 1, "model": 1, "linux": {"adapter": 4}, "monitor": {}}]})"));
-    const auto first = enumerate();
-    ASSERT_EQ(first.size(), 1u);
-    machine->i2cDevices()->setLockHeld(4, true);
-    ddc->invalidateCache(*first[0].transport);
-    const auto before = machine->virtualClock()->now();
-    EXPECT_FALSE(ddc->read(first[0].transport, VCPCode::brightness));
-    // Every attempt waits about a second for the lock, never forever.
-    const auto waited = machine->virtualClock()->now() - before;
-    EXPECT_GE(waited, std::chrono::milliseconds(900));
-    EXPECT_LE(waited, std::chrono::seconds(30));
-
-    machine->i2cDevices()->setLockHeld(4, false);
-    EXPECT_TRUE(ddc->read(first[0].transport, VCPCode::brightness));
-    EXPECT_EQ(busOf(first[0]).problem(), "");
-}
-
 TEST_F(LinuxDiscoveryTest, PlainReadWriteTakesOverForGoodWhenRdwrIsRefused) {
     boot(linuxScenario(R"({"flavor": "linux", "displays": [{"vendor": 1, "model": 1,
         "linux": {"adapter": 4, "refusesRdwr": true}, "monitor": {"features": {"brightness": [40, 100]}}}]})"));

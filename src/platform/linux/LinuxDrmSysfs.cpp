@@ -138,4 +138,12 @@ std::vector<I2CAdapterInfo> LinuxDrmSysfs::adapters() {
     return result;
 }
 
+std::string LinuxDrmSysfs::ddcDriver(int adapter) {
+    const auto name = "i2c-" + std::to_string(adapter);
+    std::error_code ec;
+    const auto driver = fs::read_symlink(
+        root_ / "sys/bus/i2c/devices" / name / (std::to_string(adapter) + "-0037") / "driver", ec);
+    return ec ? std::string() : driver.filename().string();
+}
+
 } // namespace pw::platform

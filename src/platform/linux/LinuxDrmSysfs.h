@@ -15,6 +15,7 @@ public:
     bool present() override;
     std::vector<DrmConnector> connectors() override;
     std::vector<I2CAdapterInfo> adapters() override;
+    std::string ddcDriver(int adapter) override;
 
     // Connectors without a `connector_id` (kernels before 5.x) get ids from here up, by
     // position among all connectors: stable as long as the set of connectors is.

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
+#include <random>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/file.h>
@@ -72,7 +75,77 @@ private:
 } // namespace
 
 LinuxI2CDevices::LinuxI2CDevices(std::filesystem::path root, bool forceSlaveAddress)
-    : root_(std::move(root)), force_(forceSlaveAddress) {}
+    : root_(std::move(root)), force_(forceSlaveAddress), token_(std::random_device{}()) {
+    token_ = (token_ << 32) ^ static_cast<std::uint64_t>(::getpid());
+}
+
+std::vector<std::string> LinuxI2CDevices::holders(int bus) const {
+    // What lsof does: every process's open files, as links under /proc/PID/fd. Processes
+    // of other users are not readable and simply not seen.
+    const std::string name = "/dev/i2c-" + std::to_string(bus);
+    const auto underRoot = (root_ / "dev" / ("i2c-" + std::to_string(bus))).string();
+    const bool realRoot = root_ == "/";
+    std::vector<std::string> found;
+    std::error_code ec;
+    for (std::filesystem::directory_iterator it(root_ / "proc", ec), end; !ec && it != end;
+         it.increment(ec)) {
+        const auto pidText = it->path().filename().string();
+        long pid = 0;
+        const auto [stop, error] =
+            std::from_chars(pidText.data(), pidText.data() + pidText.size(), pid);
+        if (error != std::errc() || stop != pidText.data() + pidText.size()) continue;
+        if (realRoot && pid == ::getpid()) continue;
+        std::error_code fdError;
+        for (std::filesystem::directory_iterator fd(it->path() / "fd", fdError), last;
+             !fdError && fd != last; fd.increment(fdError)) {
+            std::error_code linkError;
+            const auto target = std::filesystem::read_symlink(fd->path(), linkError).string();
+            if (linkError || (target != name && target != underRoot)) continue;
+            std::string comm;
+            std::ifstream(it->path() / "comm") >> comm;
+            found.push_back((comm.empty() ? std::string("a program") : comm) + " (pid " +
+                            pidText + ")");
+            break;
+        }
+    }
+    return found;
+}
+
+std::filesystem::path LinuxI2CDevices::recordFile(int bus) const {
+    std::filesystem::path folder;
+    if (root_ != "/") {
+        folder = root_ / "run";
+    } else if (const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+               runtime && *runtime == '/') {
+        folder = runtime;
+    } else {
+        return {}; // no private runtime folder: no records
+    }
+    return folder / "panelwright" / ("i2c-" + std::to_string(bus) + ".quiet");
+}
+
+std::optional<I2CDevices::QuietClock::time_point> LinuxI2CDevices::quietUntil(int bus) const {
+    const auto file = recordFile(bus);
+    if (file.empty()) return std::nullopt;
+    std::ifstream in(file);
+    std::uint64_t token = 0;
+    long long nanoseconds = 0;
+    if (!(in >> token >> nanoseconds) || token == token_) return std::nullopt;
+    return QuietClock::time_point(std::chrono::nanoseconds(nanoseconds));
+}
+
+void LinuxI2CDevices::setQuietUntil(int bus, QuietClock::time_point until) {
+    const auto file = recordFile(bus);
+    if (file.empty()) return;
+    std::error_code ec;
+    if (std::filesystem::create_directories(file.parent_path(), ec); !ec)
+        std::filesystem::permissions(file.parent_path(), std::filesystem::perms::owner_all, ec);
+    // Written under the device's lock, which every reader takes first: never read half.
+    std::ofstream(file, std::ios::trunc)
+        << token_ << " "
+        << std::chrono::duration_cast<std::chrono::nanoseconds>(until.time_since_epoch()).count()
+        << "\n";
+}
 
 std::vector<int> LinuxI2CDevices::list() {
     std::vector<int> buses;

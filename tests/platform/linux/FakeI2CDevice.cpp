@@ -11,6 +11,10 @@
 //   no_monitor                       nothing answers at 0x37
 //   refuse_rdwr                      I2C_RDWR fails with EINVAL, as NVIDIA's driver does
 //   slave_busy                       I2C_SLAVE fails with EBUSY (a kernel driver holds 0x37)
+// A device file that has been deleted answers ENODEV, as the kernel does once the adapter
+// behind an open file is gone. Every message is recorded with its times (FakeI2C.h).
+
+#include "FakeI2C.h"
 
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/VirtualMonitor.h"
@@ -38,6 +42,7 @@ using pw::sim::MonitorSpec;
 using pw::sim::VirtualMonitor;
 
 struct Bus {
+    std::string path;
     std::unique_ptr<VirtualMonitor> monitor;
     std::vector<std::uint8_t> edid;
     bool refuseRdwr = false;
@@ -50,6 +55,7 @@ struct Shim {
     std::mutex mutex;
     std::map<std::pair<dev_t, ino_t>, std::unique_ptr<Bus>> buses;
     std::map<int, std::pair<Bus*, std::uint16_t>> slaves; // fd -> bus, address for read/write
+    std::vector<pw::fakei2c::Transfer> transfers;
 };
 
 Shim& shim() {
@@ -103,13 +109,16 @@ std::unique_ptr<Bus> loadBus(const std::string& path, pw::platform::Clock& clock
         }
     }
     if (monitor) bus->monitor = std::make_unique<VirtualMonitor>(spec, clock);
+    bus->path = path;
     return bus;
 }
 
-// The bus behind `fd` when it is a fake device file, else null. Caller holds the mutex.
-Bus* fakeBus(int fd) {
+// The bus behind `fd` when it is a fake device file, else null; `gone` when the file has
+// been deleted since it was opened. Caller holds the mutex.
+Bus* fakeBus(int fd, bool& gone) {
     struct stat info {};
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
+    gone = info.st_nlink == 0;
     auto& state = shim();
     const auto key = std::make_pair(info.st_dev, info.st_ino);
     if (const auto found = state.buses.find(key); found != state.buses.end())
@@ -128,8 +137,24 @@ Bus* fakeBus(int fd) {
     return raw;
 }
 
-// One message on the fake wire: 0 or an errno.
+int carryMessage(Bus& bus, std::uint16_t address, bool reading, std::uint8_t* data,
+                 std::size_t length);
+
+// One message on the fake wire, recorded: 0 or an errno.
 int carry(Bus& bus, std::uint16_t address, bool reading, std::uint8_t* data, std::size_t length) {
+    pw::fakei2c::Transfer t;
+    t.path = bus.path;
+    t.address = address;
+    t.read = reading;
+    t.start = std::chrono::steady_clock::now();
+    t.error = carryMessage(bus, address, reading, data, length);
+    t.end = std::chrono::steady_clock::now();
+    shim().transfers.push_back(t);
+    return t.error;
+}
+
+int carryMessage(Bus& bus, std::uint16_t address, bool reading, std::uint8_t* data,
+                 std::size_t length) {
     if (address == 0x50) {
         if (bus.edid.empty()) return ENXIO;
         if (!reading) {
@@ -168,7 +193,9 @@ int ioctl(int fd, unsigned long request, ...) {
     if (request == I2C_RDWR || request == I2C_SLAVE || request == I2C_SLAVE_FORCE) {
         auto& state = shim();
         std::lock_guard lock(state.mutex);
-        if (Bus* bus = fakeBus(fd)) {
+        bool gone = false;
+        if (Bus* bus = fakeBus(fd, gone)) {
+            if (gone) return fail(ENODEV);
             if (request == I2C_RDWR) {
                 if (bus->refuseRdwr) return fail(EINVAL);
                 const auto* data = static_cast<i2c_rdwr_ioctl_data*>(argument);
@@ -194,6 +221,8 @@ ssize_t write(int fd, const void* data, size_t length) {
         auto& state = shim();
         std::lock_guard lock(state.mutex);
         const auto found = state.slaves.find(fd);
+        bool gone = false;
+        if (found != state.slaves.end() && fakeBus(fd, gone) && gone) return fail(ENODEV);
         if (found != state.slaves.end()) {
             std::vector<std::uint8_t> copy(static_cast<const std::uint8_t*>(data),
                                            static_cast<const std::uint8_t*>(data) + length);
@@ -210,6 +239,8 @@ ssize_t read(int fd, void* data, size_t length) {
         auto& state = shim();
         std::lock_guard lock(state.mutex);
         const auto found = state.slaves.find(fd);
+        bool gone = false;
+        if (found != state.slaves.end() && fakeBus(fd, gone) && gone) return fail(ENODEV);
         if (found != state.slaves.end()) {
             const int error = carry(*found->second.first, found->second.second, true,
                                     static_cast<std::uint8_t*>(data), length);
@@ -229,6 +260,16 @@ int close(int fd) {
     static const auto real = next<int (*)(int)>("close");
     return real(fd);
 }
+
+} // extern "C"
+
+std::vector<pw::fakei2c::Transfer> pw::fakei2c::transfers() {
+    auto& state = shim();
+    std::lock_guard lock(state.mutex);
+    return state.transfers;
+}
+
+extern "C" {
 
 // Lets a test check that the shim is in the process before relying on it.
 int pw_fake_i2c_loaded() {

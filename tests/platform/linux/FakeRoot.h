@@ -44,11 +44,39 @@ public:
         return folder;
     }
 
-    // An i2c adapter below `parent`, linked from /sys/bus/i2c/devices.
-    void adapter(const std::filesystem::path& parent, int number, const std::string& name) {
+    // An i2c adapter below `parent`, linked from /sys/bus/i2c/devices; returns its folder.
+    std::filesystem::path adapter(const std::filesystem::path& parent, int number,
+                                  const std::string& name) {
         const auto folder = parent / ("i2c-" + std::to_string(number));
         write(folder / "name", name + "\n");
         link(folder, root() / "sys/bus/i2c/devices" / ("i2c-" + std::to_string(number)));
+        return folder;
+    }
+
+    // Adapter i2c-N gone from sysfs and /dev, as when its dock is unplugged.
+    void removeAdapter(const std::filesystem::path& parent, int number) {
+        const auto name = "i2c-" + std::to_string(number);
+        std::filesystem::remove_all(parent / name);
+        std::filesystem::remove(root() / "sys/bus/i2c/devices" / name);
+        std::filesystem::remove(root() / "dev" / name);
+    }
+
+    // A kernel driver bound to the client at 0x37 of adapter `folder` (i2c-N).
+    void bindAt0x37(const std::filesystem::path& folder, int number, const std::string& driver) {
+        const auto drivers = root() / "sys/bus/i2c/drivers" / driver;
+        std::filesystem::create_directories(drivers);
+        const auto client = folder / (std::to_string(number) + "-0037");
+        std::filesystem::create_directories(client);
+        std::filesystem::create_directory_symlink(drivers, client / "driver");
+    }
+
+    // Process `pid`, named `name`, with /dev/i2c-N open, as /proc shows it.
+    void process(int pid, const std::string& name, int bus) {
+        const auto folder = root() / "proc" / std::to_string(pid);
+        write(folder / "comm", name + "\n");
+        std::filesystem::create_directories(folder / "fd");
+        std::filesystem::create_symlink(root() / "dev" / ("i2c-" + std::to_string(bus)),
+                                        folder / "fd" / "3");
     }
 
     // A DRM card below a PCI device.

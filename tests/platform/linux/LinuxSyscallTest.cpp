@@ -1,6 +1,7 @@
 // The real sysfs and /dev/i2c-* code against a fake root: sysfs is a tree of files in a
 // temporary folder, and the i2c-dev driver is the fake one linked into this program.
 
+#include "FakeI2C.h"
 #include "FakeRoot.h"
 
 #include "app/DiagnosticLog.h"
@@ -10,6 +11,7 @@
 #include "platform/linux/LinuxDrmSysfs.h"
 #include "platform/linux/LinuxI2CDevices.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/posix/SystemClock.h"
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/VirtualClock.h"
@@ -23,15 +25,19 @@ extern "C" int pw_fake_i2c_loaded();
 namespace pw::test {
 namespace {
 
+const I2CDevTransport& busOf(const ExternalDisplay& display) {
+    return dynamic_cast<const I2CDevTransport&>(*display.transport);
+}
+
 // An Intel desktop: HDMI with a ddc link, DisplayPort with its AUX adapter, a laptop
 // panel, a disconnected VGA, a connector vanishing mid-read, and the chipset's SMBus.
 class FakeMachine : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(pw_fake_i2c_loaded(), 1);
-        const auto gpu = fake.pciDevice("0000:00:02.0", "0x030000");
-        const auto chipset = fake.pciDevice("0000:00:1f.4", "0x0c0500");
-        fake.adapter(gpu, 5, "i915 gmbus dpb");
+        gpu = fake.pciDevice("0000:00:02.0", "0x030000");
+        chipset = fake.pciDevice("0000:00:1f.4", "0x0c0500");
+        hdmiAdapter = fake.adapter(gpu, 5, "i915 gmbus dpb");
         fake.adapter(chipset, 0, "SMBus I801 adapter at efa0");
         const auto card = fake.card(gpu, 0);
         fake.connector(card, "card0-HDMI-A-1", "connected", dell, 95, 5);
@@ -48,7 +54,44 @@ protected:
         fake.device(7, "feature 10 60 100\n");
     }
 
+    // The display manager over the real calls, on virtual time.
+    struct Program {
+        std::shared_ptr<sim::VirtualClock> clock = std::make_shared<sim::VirtualClock>();
+        std::shared_ptr<sim::ManualMainQueue> queue = std::make_shared<sim::ManualMainQueue>(*clock);
+        platform::Platform machine;
+        std::unique_ptr<ScopedPlatform> installed;
+        std::shared_ptr<DDCManager> ddc = std::make_shared<DDCManager>(clock, queue);
+        std::shared_ptr<DisplayManager> manager;
+
+        Program(const std::filesystem::path& root, bool force) {
+            machine = platform::makeLinuxPlatform({root, force, queue});
+            machine.clock = clock;
+            machine.systemLog = std::make_shared<sim::MemorySystemLog>();
+            installed = std::make_unique<ScopedPlatform>(machine);
+            manager = std::make_shared<DisplayManager>(machine, ddc);
+            manager->enumerateDisplays();
+            queue->runPending();
+        }
+        ~Program() {
+            manager.reset();
+            ddc.reset();
+        }
+        ExternalDisplay display(platform::DisplayID id) const {
+            for (const auto& d : manager->displays())
+                if (d.id == id) return d;
+            ADD_FAILURE() << "no display " << id;
+            return {};
+        }
+    };
+
+    static std::size_t transfersSince(std::chrono::steady_clock::time_point since) {
+        const auto all = fakei2c::transfers();
+        return static_cast<std::size_t>(std::count_if(
+            all.begin(), all.end(), [&](const auto& t) { return t.start >= since; }));
+    }
+
     FakeRoot fake;
+    std::filesystem::path gpu, chipset, hdmiAdapter;
     std::vector<std::uint8_t> dell = edidOf(0x10AC, 0xA0C4, 1001, "DELL U2720Q");
     std::vector<std::uint8_t> benq = edidOf(0x09D1, 0x7F41, 2002, "BenQ PD2700U");
     std::vector<std::uint8_t> panel = edidOf(0x30E4, 0x0666, 0, "");
@@ -154,19 +197,8 @@ TEST_F(FakeMachine, EdidAtTheEepromAddressIsReadWhole) {
 }
 
 TEST_F(FakeMachine, DisplayManagerFindsAndReadsTheMonitorsOverTheRealCalls) {
-    TempDir logs;
-    auto clock = std::make_shared<sim::VirtualClock>();
-    auto queue = std::make_shared<sim::ManualMainQueue>(*clock);
-    auto machine = platform::makeLinuxPlatform({fake.root(), false, queue});
-    machine.clock = clock;
-    machine.systemLog = std::make_shared<sim::MemorySystemLog>();
-    ScopedPlatform installed(machine);
-    auto ddc = std::make_shared<DDCManager>(clock, queue);
-    auto manager = std::make_shared<DisplayManager>(machine, ddc);
-    manager->enumerateDisplays();
-    queue->runPending();
-    const auto displays = manager->displays();
-
+    Program program(fake.root(), false);
+    const auto displays = program.manager->displays();
     ASSERT_EQ(displays.size(), 2u); // the panel is the system's; VGA is unplugged
     EXPECT_EQ(displays[0].name, "BenQ PD2700U");
     EXPECT_EQ(displays[0].vendorID, 0x09D1u);
@@ -178,16 +210,110 @@ TEST_F(FakeMachine, DisplayManagerFindsAndReadsTheMonitorsOverTheRealCalls) {
     EXPECT_EQ(displays[1].brightness->current, 30);
 
     bool written = false;
-    ddc->write(displays[1].transport, VCPCode::brightness, 75, [&](bool ok) { written = ok; });
-    while (!written && queue->waitAndRun(std::chrono::seconds(5))) {
+    program.ddc->write(displays[1].transport, VCPCode::brightness, 75, [&](bool ok) { written = ok; });
+    while (!written && program.queue->waitAndRun(std::chrono::seconds(5))) {
     }
     EXPECT_TRUE(written);
-    ddc->invalidateCache(*displays[1].transport);
-    const auto now = ddc->read(displays[1].transport, VCPCode::brightness);
+    program.ddc->invalidateCache(*displays[1].transport);
+    const auto now = program.ddc->read(displays[1].transport, VCPCode::brightness);
     ASSERT_TRUE(now);
     EXPECT_EQ(now->current, 75);
-    manager.reset();
-    ddc.reset();
+}
+
+TEST_F(FakeMachine, ABusHeldByAnotherProgramCostsOneWaitPerCommandAndNamesIt) {
+    struct Case {
+        bool visible; // the holder shows in /proc
+        const char* says;
+    };
+    const Case cases[] = {
+        {true, "/dev/i2c-5 is in use by another DDC/CI program, othertool (pid 4321), which held "
+               "its lock for over 1000 ms"},
+        {false, "(\"fuser -v /dev/i2c-5\" names it)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.says);
+        std::filesystem::remove_all(fake.root() / "proc");
+        if (c.visible) fake.process(4321, "othertool", 5);
+        Program program(fake.root(), false);
+        const auto hdmi = program.display(95);
+        platform::LinuxI2CDevices other(fake.root());
+        int error = 0;
+        auto holder = other.open(5, error);
+        ASSERT_EQ(holder->tryLock(), 0);
+
+        program.ddc->invalidateCache(*hdmi.transport);
+        const auto before = program.clock->now();
+        EXPECT_FALSE(program.ddc->read(hdmi.transport, VCPCode::brightness));
+        const std::vector<std::uint8_t> frame = {0x84, 0x03, 0x10, 0x00, 0x50, 0x9F};
+        EXPECT_FALSE(program.ddc->performWrite(hdmi.transport, frame));
+        // One wait of a second for the whole command, not one per pass and attempt.
+        const auto waited = program.clock->now() - before;
+        EXPECT_GE(waited, std::chrono::milliseconds(1000));
+        EXPECT_LT(waited, std::chrono::milliseconds(1100));
+        EXPECT_TRUE(hdmi.transport->busHeld());
+        EXPECT_NE(busOf(hdmi).problem().find(c.says), std::string::npos) << busOf(hdmi).problem();
+
+        holder->unlock();
+        EXPECT_TRUE(program.ddc->read(hdmi.transport, VCPCode::brightness));
+    }
+}
+
+TEST_F(FakeMachine, TheMonitorsQuietTimeHoldsForTheNextProcessToo) {
+    // Two device sets on one root stand for two processes of the program.
+    auto clock = std::make_shared<platform::SystemClock>();
+    I2CDevTransport first(5, std::make_shared<platform::LinuxI2CDevices>(fake.root()), clock);
+    I2CDevTransport second(5, std::make_shared<platform::LinuxI2CDevices>(fake.root()), clock);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(first.write(std::vector<std::uint8_t>{0x84, 0x03, 0x10, 0x00, 0x50, 0x9F}));
+    ASSERT_TRUE(second.read(std::vector<std::uint8_t>{0x82, 0x01, 0x10, 0xAC}, 11));
+
+    std::vector<fakei2c::Transfer> ours;
+    for (const auto& t : fakei2c::transfers())
+        if (t.start >= start) ours.push_back(t);
+    ASSERT_EQ(ours.size(), 3u); // the write, then the other's request and reply
+    EXPECT_GE(ours[1].start - ours[0].end, I2CDevTransport::kQuietTime);
+}
+
+TEST_F(FakeMachine, AnAdapterNumberThatCameBackAsAnotherBusIsNotWrittenTo) {
+    Program program(fake.root(), false);
+    const auto hdmi = program.display(95);
+    ASSERT_EQ(hdmi.ddcStatus, DDCStatus::verified);
+
+    // The dock goes; its number comes back as the chipset's bus, with something at 0x37.
+    fake.removeAdapter(gpu, 5);
+    fake.adapter(chipset, 5, "SMBus I801 adapter at efa0");
+    fake.device(5, "feature 10 1 100\n");
+    const auto swapped = std::chrono::steady_clock::now();
+
+    const std::vector<std::uint8_t> frame = {0x84, 0x03, 0x10, 0x00, 0x50, 0x9F};
+    EXPECT_FALSE(program.ddc->performWrite(hdmi.transport, frame));
+    EXPECT_EQ(transfersSince(swapped), 0u);
+    EXPECT_TRUE(busOf(hdmi).unreachable());
+    EXPECT_NE(busOf(hdmi).problem().find("/dev/i2c-5 is no longer card0-HDMI-A-1's DDC channel"),
+              std::string::npos)
+        << busOf(hdmi).problem();
+}
+
+TEST_F(FakeMachine, AKernelDriverBoundAtTheDdcAddressKeepsUsOffUnlessAllowed) {
+    fake.bindAt0x37(hdmiAdapter, 5, "ddcci");
+    EXPECT_EQ(platform::LinuxDrmSysfs(fake.root()).ddcDriver(5), "ddcci");
+    for (const bool force : {false, true}) {
+        SCOPED_TRACE(force);
+        const auto start = std::chrono::steady_clock::now();
+        Program program(fake.root(), force);
+        const auto hdmi = program.display(95);
+        // I2C_RDWR would have reached the monitor: only sysfs tells about the driver.
+        EXPECT_EQ(hdmi.ddcStatus, force ? DDCStatus::verified : DDCStatus::unverified);
+        if (!force) {
+            EXPECT_NE(busOf(hdmi).problem().find(
+                          "/dev/i2c-5: address 0x37 is claimed by a kernel driver (ddcci)"),
+                      std::string::npos);
+            const auto all = fakei2c::transfers();
+            EXPECT_TRUE(std::none_of(all.begin(), all.end(), [&](const auto& t) {
+                return t.start >= start && t.address == 0x37 && t.path.ends_with("/dev/i2c-5");
+            }));
+        }
+    }
 }
 
 } // namespace
