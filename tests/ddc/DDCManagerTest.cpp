@@ -2,6 +2,7 @@
 
 #include "ddc/DDCManagerFixture.h"
 #include "ddc/DDCMessages.h"
+#include "display/PacedTransport.h"
 #include "platform/sim/BusLog.h"
 #include "platform/sim/SimAVService.h"
 #include "platform/sim/VirtualMonitor.h"
@@ -445,6 +446,14 @@ TEST_F(DDCManagerTest, TheNextTransferToAMonitorWaitsOutItsQuietTimeAfterAWrite)
     manager->invalidateCache(*t);
     manager->read(t, VCPCode::brightness);
     EXPECT_EQ(sleepsUs(), (Us{20000}));
+
+    // A monitor that wants a longer delay gets it on top: write, then read 100 ms later.
+    auto paced = std::make_shared<PacedTransport>(t, clock);
+    clock->clearSleeps();
+    writeAndWait(paced, VCPCode::brightness, 43);
+    manager->invalidateCache(*t);
+    manager->read(paced, VCPCode::brightness);
+    EXPECT_EQ(sleepsUs(), (Us{10000, 50000, 50000, 50000}));
 }
 
 // On a monitor that loses what comes too soon after a setting, a write, a second write and
