@@ -44,6 +44,7 @@ constexpr int kOK = 0;
 constexpr int kNoAnswer = 1;
 constexpr int kUsage = 2;
 constexpr int kNoDisplay = 3;
+constexpr int kUnsupported = 4;
 
 struct Options {
     std::string scenario;
@@ -151,22 +152,30 @@ int detect(const std::vector<ExternalDisplay>& displays, const Options& options,
 int getvcp(DDCManager& ddc, const ExternalDisplay& display, const std::vector<std::uint8_t>& codes,
            const Options& options) {
     json out = json::array();
-    int status = kOK;
+    bool noAnswer = false, unsupported = false;
     for (std::uint8_t code : codes) {
-        const auto value = ddc.read(display.transport, static_cast<VCPCode>(code));
-        if (!value) status = kNoAnswer;
+        const auto reading = ddc.readFeature(display.transport, static_cast<VCPCode>(code));
+        noAnswer = noAnswer || reading.outcome == FeatureReading::Outcome::noAnswer;
+        unsupported = unsupported || reading.unsupported();
+        const auto value = reading.valueOrNothing();
         if (options.json) {
             json entry = {{"code", code},
                           {"name", codeTitle(code)},
                           {"current", value ? json(value->current) : json(nullptr)},
                           {"max", value ? json(value->max) : json(nullptr)}};
-            if (!value) entry["error"] = "no valid reply from the monitor";
+            if (reading.unsupported())
+                entry["error"] = "unsupported";
+            else if (!value)
+                entry["error"] = "no valid reply from the monitor";
             out.push_back(std::move(entry));
             continue;
         }
         const std::string head = codeTitle(code) + " (0x" + hex(code, 2) + "): ";
         if (!value) {
-            std::cout << head << "no valid reply from the monitor\n";
+            std::cout << head
+                      << (reading.unsupported() ? "not supported by this monitor"
+                                                : "no valid reply from the monitor")
+                      << "\n";
             continue;
         }
         std::cout << head << value->current;
@@ -174,7 +183,8 @@ int getvcp(DDCManager& ddc, const ExternalDisplay& display, const std::vector<st
         std::cout << " of " << value->max << "\n";
     }
     if (options.json) std::cout << out.dump(2) << "\n";
-    return status;
+    // A monitor that did not answer is the graver news: a script may simply try again.
+    return noAnswer ? kNoAnswer : unsupported ? kUnsupported : kOK;
 }
 
 int setvcp(DDCManager& ddc, platform::LoopMainQueue& mainQueue, const ExternalDisplay& display,
@@ -188,18 +198,22 @@ int setvcp(DDCManager& ddc, platform::LoopMainQueue& mainQueue, const ExternalDi
     // A monitor may clamp or ignore a value it accepted on the bus: what it reports now,
     // not what was sent, is what the user gets. Read past the cache (a negative lifetime
     // keeps nothing fresh), which only knows what was written.
-    std::optional<DDCReadResult> now;
+    FeatureReading reading;
     if (ok) {
         ddc.setCacheTTL(-1);
-        now = ddc.read(display.transport, static_cast<VCPCode>(code));
+        reading = ddc.readFeature(display.transport, static_cast<VCPCode>(code));
     }
+    const auto now = reading.valueOrNothing();
     const bool aboveMax = now && value > now->max;
     if (options.json) {
         json out = {{"code", code}, {"value", value}, {"ok", ok}};
         if (ok) out["reported"] = readingJSON(now);
+        if (reading.unsupported()) out["error"] = "unsupported";
         std::cout << out.dump() << "\n";
     } else if (!ok) {
         std::cout << codeTitle(code) << ": the monitor did not accept " << value << "\n";
+    } else if (reading.unsupported()) {
+        std::cout << codeTitle(code) << " sent " << value << "; not supported by this monitor\n";
     } else if (!now) {
         std::cout << codeTitle(code) << " sent " << value
                   << "; the monitor did not answer when read back\n";
@@ -212,7 +226,7 @@ int setvcp(DDCManager& ddc, platform::LoopMainQueue& mainQueue, const ExternalDi
     if (aboveMax)
         std::cerr << "panelwright-cli: warning: " << value << " is above this monitor's maximum "
                   << now->max << " for " << codeTitle(code) << "\n";
-    return ok ? kOK : kNoAnswer;
+    return !ok ? kNoAnswer : reading.unsupported() ? kUnsupported : kOK;
 }
 
 enum class Command { detect, getvcp, setvcp };
@@ -456,7 +470,8 @@ int main(int argc, char** argv) {
 Without --simulate the commands drive this machine's monitors (Linux: DRM and i2c-dev).
 
 Exit status: 0 success, 1 the monitor did not answer (or a config key is not set),
-2 usage error or malformed scenario, 3 no such display, or no display can be reached.)");
+2 usage error or malformed scenario, 3 no such display, or no display can be reached,
+4 the monitor does not support the feature.)");
 
     Options options;
     std::uint32_t displayID = 0;

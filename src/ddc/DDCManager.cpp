@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <set>
 #include <string>
 
@@ -24,22 +23,6 @@ std::string formatWriteLine(const char* outcome, VCPCode code, std::uint16_t val
     line += " = ";
     line += std::to_string(value);
     return line;
-}
-
-// Byte 4 of a Get VCP reply repeats the code that was asked for.
-constexpr std::size_t kEchoedCodeOffset = 4;
-
-std::string hexCode(std::uint8_t code) {
-    char text[8];
-    std::snprintf(text, sizeof text, "0x%02X", code);
-    return text;
-}
-
-void logEchoMismatch(std::uint8_t requested, std::uint8_t echoed) {
-    const std::string message = "DDC reply for VCP " + hexCode(requested) + " echoed " +
-                                hexCode(echoed) + "; value not cached";
-    SystemLog::ddc().info(message);
-    DiagnosticLog::log("DDC", message);
 }
 
 } // namespace
@@ -67,6 +50,20 @@ SerialQueue& DDCManager::globalDDCQueue() {
 
 void DDCManager::sleepMicroseconds(std::uint32_t microseconds) {
     if (clock_) clock_->sleepFor(std::chrono::microseconds(microseconds));
+}
+
+void DDCManager::awaitQuiet(const I2CTransport& transport) {
+    const auto until = quietUntil_.find(transport.endpointKey());
+    if (until == quietUntil_.end()) return;
+    const auto left = until->second - now();
+    quietUntil_.erase(until);
+    // Only what is left: the pauses taken since the write count towards it.
+    if (left > platform::Clock::Duration::zero())
+        clock_->sleepFor(std::chrono::ceil<std::chrono::microseconds>(left));
+}
+
+void DDCManager::startQuiet(const I2CTransport& transport) {
+    if (clock_) quietUntil_[transport.endpointKey()] = now() + ddc::kQuietTimeAfterWrite;
 }
 
 platform::Clock::Duration DDCManager::lifetime() const {
@@ -112,6 +109,7 @@ DDCManager::Channel* DDCManager::channelFor(const I2CTransport& transport, bool 
             // another monitor now; nothing stored under it may answer for that one.
             found->second.values.clear();
             found->second.maxima.clear();
+            found->second.unsupported.clear();
         }
     } else {
         if (!create) return nullptr;
@@ -157,9 +155,17 @@ void DDCManager::storeInCache(const I2CTransport& transport, std::uint8_t code,
 }
 
 void DDCManager::invalidateCache(const I2CTransport& transport) {
-    const auto key = transport.endpointKey();
     std::lock_guard lock(cacheLock_);
-    cache_.erase(key);
+    if (auto* channel = channelFor(transport, false)) {
+        channel->values.clear();
+        channel->maxima.clear();
+    }
+}
+
+bool DDCManager::saidUnsupported(const I2CTransport& transport, std::uint8_t code) {
+    std::lock_guard lock(cacheLock_);
+    const auto* channel = channelFor(transport, false);
+    return channel && channel->unsupported.contains(code);
 }
 
 void DDCManager::storeWritten(const I2CTransport& transport, std::uint8_t code,
@@ -196,6 +202,8 @@ void DDCManager::displayListRebuilt(const std::vector<std::shared_ptr<I2CTranspo
         std::erase_if(channel->second.maxima, [&](const auto& entry) {
             return entry.second.storedAt < rebuildStarted;
         });
+        std::erase_if(channel->second.unsupported,
+                      [&](const auto& entry) { return entry.second < rebuildStarted; });
         ++channel;
     }
 }
@@ -203,7 +211,8 @@ void DDCManager::displayListRebuilt(const std::vector<std::shared_ptr<I2CTranspo
 std::size_t DDCManager::cachedChannelCount() {
     std::lock_guard lock(cacheLock_);
     return static_cast<std::size_t>(std::count_if(cache_.begin(), cache_.end(), [](const auto& c) {
-        return !c.second.values.empty() || !c.second.maxima.empty();
+        return !c.second.values.empty() || !c.second.maxima.empty() ||
+               !c.second.unsupported.empty();
     }));
 }
 
@@ -216,7 +225,11 @@ bool DDCManager::performWrite(const std::shared_ptr<I2CTransport>& transport,
         for (std::int64_t pass = 1; pass <= passes; ++pass) {
             for (std::int64_t attempt = 1; attempt <= attempts; ++attempt) {
                 sleepMicroseconds(writeSleep_.load());
-                if (transport->write(frame)) return true;
+                awaitQuiet(*transport);
+                if (transport->write(frame)) {
+                    startQuiet(*transport);
+                    return true;
+                }
                 if (transport->busHeld()) return false; // waiting again would not help
             }
             if (pass < passes) sleepMicroseconds(retrySleep_.load());
@@ -249,38 +262,50 @@ void DDCManager::write(std::shared_ptr<I2CTransport> transport, VCPCode code, st
 
 std::optional<DDCReadResult> DDCManager::read(const std::shared_ptr<I2CTransport>& transport,
                                               VCPCode code) {
+    return readFeature(transport, code).valueOrNothing();
+}
+
+FeatureReading DDCManager::readFeature(const std::shared_ptr<I2CTransport>& transport,
+                                       VCPCode code) {
+    using Outcome = FeatureReading::Outcome;
     noteTransport(transport);
-    if (auto hit = cachedValue(*transport, rawValue(code))) return hit;
+    if (auto hit = cachedValue(*transport, rawValue(code))) return {Outcome::value, *hit};
+    if (saidUnsupported(*transport, rawValue(code))) return {Outcome::unsupported};
 
     const auto request = ddc::makeGetVCPRequest(rawValue(code));
     const std::int64_t passes = maxRetries_.load();
-    const auto result = globalDDCQueue().syncResult([&]() -> std::optional<DDCReadResult> {
+    const auto result = globalDDCQueue().syncResult([&]() -> FeatureReading {
         for (std::int64_t pass = 1; pass <= passes; ++pass) {
-            if (auto reply = transport->read(request, ddc::kReplyLength)) {
-                if (auto value = ddc::parseVCPReply(*reply)) {
-                    const std::uint8_t echoed = (*reply)[kEchoedCodeOffset];
-                    if (echoed != rawValue(code)) {
-                        // Some monitors echo a wrong code with a right value, so the value
-                        // is still answered; but it may as well be the reply to another
-                        // request, so it is not remembered as this code's value.
-                        logEchoMismatch(rawValue(code), echoed);
-                        return value;
-                    }
-                    // Stored while still holding the bus: a write queued behind this read
-                    // then always caches its value after ours, never before it.
-                    storeInCache(*transport, rawValue(code), *value);
-                    return value;
+            awaitQuiet(*transport);
+            if (auto bytes = transport->read(request, ddc::kReplyLength)) {
+                const auto reply = ddc::parseVCPReply(*bytes, rawValue(code));
+                // Stored while still holding the bus: a write queued behind this read
+                // then always caches its value after ours, never before it.
+                if (reply.kind == ddc::VCPReply::Kind::value) {
+                    storeInCache(*transport, rawValue(code), reply.value);
+                    return {Outcome::value, reply.value};
+                }
+                // An answer, not a failure: asking again would only hear it again.
+                if (reply.kind == ddc::VCPReply::Kind::unsupported) {
+                    const auto at = now();
+                    std::lock_guard lock(cacheLock_);
+                    channelFor(*transport, true)->unsupported[rawValue(code)] = at;
+                    return {Outcome::unsupported};
                 }
             }
             if (transport->busHeld()) break; // waiting again would not help
             if (pass < passes) sleepMicroseconds(retrySleep_.load());
         }
-        return std::nullopt;
+        return {Outcome::noAnswer};
     });
 
-    if (result) {
+    if (result.hasValue()) {
         SystemLog::ddc().debug("DDC read OK: " + std::string(displayName(code)) + " = " +
-                               std::to_string(result->current) + "/" + std::to_string(result->max));
+                               std::to_string(result.value.current) + "/" +
+                               std::to_string(result.value.max));
+    } else if (result.unsupported()) {
+        SystemLog::ddc().info("DDC read: " + std::string(displayName(code)) +
+                              " not supported by the monitor");
     } else {
         SystemLog::ddc().error("DDC read FAILED: " + std::string(displayName(code)));
     }

@@ -18,6 +18,22 @@
 
 namespace pw {
 
+// What a read learnt about one feature: its value, the monitor's answer that it does not
+// have the feature, or nothing (no sound answer in any pass). A plain value, never thrown.
+struct FeatureReading {
+    enum class Outcome { value, unsupported, noAnswer };
+    Outcome outcome = Outcome::noAnswer;
+    DDCReadResult value{}; // meaningful only when outcome is `value`
+
+    bool hasValue() const { return outcome == Outcome::value; }
+    bool unsupported() const { return outcome == Outcome::unsupported; }
+    // The value, or nothing for either kind of absence.
+    std::optional<DDCReadResult> valueOrNothing() const {
+        return hasValue() ? std::optional(value) : std::nullopt;
+    }
+    friend bool operator==(const FeatureReading&, const FeatureReading&) = default;
+};
+
 // The one door every DDC/CI read and write goes through. Writes are queued in order
 // on "com.panelwright.ddc" and completed on the main queue; reads run on the caller's
 // thread. Every bus transfer of the process, with its waits, runs on the one
@@ -45,8 +61,15 @@ public:
     // Asynchronous: queues the write; `completion` (if any) gets the outcome on the main queue.
     void write(std::shared_ptr<I2CTransport> transport, VCPCode code, std::uint16_t value,
                Completion completion = {});
-    // Synchronous: a fresh cached value, else the bus with retries; nothing if every pass failed.
+    // Synchronous: a fresh cached value, else the bus with retries; nothing if every pass
+    // failed or the monitor said it does not have the feature.
     std::optional<DDCReadResult> read(const std::shared_ptr<I2CTransport>& transport, VCPCode code);
+    // The same read, telling "the monitor does not have it" from "no answer". A monitor's
+    // "unsupported" ends the read at once and is remembered for the channel and code, so
+    // later reads of it cost no bus traffic.
+    FeatureReading readFeature(const std::shared_ptr<I2CTransport>& transport, VCPCode code);
+    // Whether this channel's monitor said it does not have the feature.
+    bool saidUnsupported(const I2CTransport& transport, std::uint8_t code);
     // The write passes for a ready-made frame, on the global transfer queue; blocks the caller.
     bool performWrite(const std::shared_ptr<I2CTransport>& transport,
                       std::span<const std::uint8_t> frame);
@@ -92,6 +115,9 @@ private:
     };
     // Everything cached under one endpointKey.
     struct Channel {
+        // Codes the monitor answered "unsupported" for, and when: kept across
+        // invalidateCache (the monitor does not grow features), not across a rebuild.
+        std::map<std::uint8_t, platform::Clock::TimePoint> unsupported;
         // The transports seen using this key. Once all of them are gone the key is free
         // to name another monitor, so what it holds is dropped at its next use.
         std::vector<std::weak_ptr<const I2CTransport>> holders;
@@ -101,6 +127,10 @@ private:
     };
 
     void sleepMicroseconds(std::uint32_t microseconds);
+    // Waits out what is left of the channel's quiet time after a write (transfer queue only).
+    void awaitQuiet(const I2CTransport& transport);
+    // A write just landed: the channel's monitor is to be left alone for a while.
+    void startQuiet(const I2CTransport& transport);
     // cacheTTL in the clock's ticks.
     platform::Clock::Duration lifetime() const;
     platform::Clock::TimePoint now() const;
@@ -126,6 +156,9 @@ private:
     std::map<const I2CTransport*, std::weak_ptr<const I2CTransport>> known_;
     std::mutex cacheLock_; // guards cache_ and known_
     std::atomic<double> cacheTTL_{5.0};
+    // Per endpointKey: until when its monitor must not be sent anything. Only touched on
+    // the global transfer queue, which is its lock.
+    std::map<std::int64_t, platform::Clock::TimePoint> quietUntil_;
     // Last member: destroyed first, so queued write items finish before the rest goes.
     std::unique_ptr<SerialQueue> queue_;
 };

@@ -46,10 +46,21 @@ std::array<std::uint8_t, 6> makeSetVCPRequest(std::uint8_t code, std::uint16_t v
     return {length, kSetVCPOpcode, code, high, low, checksum};
 }
 
-std::optional<DDCReadResult> parseVCPReply(std::span<const std::uint8_t> reply) {
+VCPReply parseVCPReply(std::span<const std::uint8_t> buffer, std::uint8_t requestedCode) {
+    using Kind = VCPReply::Kind;
+    constexpr std::uint8_t kReplyLengthByte = kLengthFlag | (kReplyLength - 3);
+    // A busy monitor answers with the null message (no payload) whatever it was asked;
+    // the rest of the buffer is whatever the bus pads it with.
+    if (buffer.size() >= 3 && buffer[0] == kDisplayWriteAddress && buffer[1] == kLengthFlag &&
+        buffer[2] == kNullMessageChecksum) {
+        reject(platform::LogLevel::info, "DDC monitor busy (null message)",
+               "Null message: the monitor is busy");
+        return {Kind::busy};
+    }
     // A short buffer is what a failed or truncated read leaves behind; the transport
     // layer already knows about it, so it is not worth a log line here.
-    if (reply.size() < kReplyLength) return std::nullopt;
+    if (buffer.size() < kReplyLength) return {Kind::rejected};
+    const auto reply = buffer.first(kReplyLength);
 
     std::uint8_t expected = kHostReplyAddress;
     for (std::size_t i = 0; i + 1 < reply.size(); ++i)
@@ -61,29 +72,56 @@ std::optional<DDCReadResult> parseVCPReply(std::span<const std::uint8_t> reply) 
                    decimal(got),
                "Checksum mismatch: expected " + decimal(expected) + ", got " + decimal(got) +
                    ". Response: " + hexDump(reply));
-        return std::nullopt;
+        return {Kind::rejected};
     }
 
+    // A bus that returns fewer bytes than asked pads the rest (0xFF on many adapters), and
+    // an XOR checksum over the padded frame can still come out right: the framing bytes
+    // are what tell such a frame from a reply.
+    if (reply[0] != kDisplayWriteAddress) {
+        reject(platform::LogLevel::error,
+               "DDC wrong reply source: expected 0x6E, got " + hexByte(reply[0]),
+               "Wrong reply source: " + hexDump(reply));
+        return {Kind::rejected};
+    }
+    if (reply[1] != kReplyLengthByte) {
+        reject(platform::LogLevel::error,
+               "DDC wrong reply length: expected 0x88, got " + hexByte(reply[1]),
+               "Wrong reply length: " + hexDump(reply));
+        return {Kind::rejected};
+    }
     if (reply[2] != kGetVCPReplyOpcode) {
         reject(platform::LogLevel::error,
                "DDC wrong response type: expected 0x02, got " + hexByte(reply[2]),
                "Wrong response type: " + hexDump(reply));
-        return std::nullopt;
+        return {Kind::rejected};
+    }
+    // The answer to another request (a late reply, another program's question) says
+    // nothing about this code, neither its value nor whether the monitor has it.
+    if (reply[4] != requestedCode) {
+        reject(platform::LogLevel::error,
+               "DDC reply for VCP " + hexByte(requestedCode) + " echoed " + hexByte(reply[4]),
+               "Reply for VCP " + hexByte(requestedCode) + " echoed " + hexByte(reply[4]) +
+                   ": " + hexDump(reply));
+        return {Kind::rejected};
     }
 
     // A monitor that lacks a feature says so politely; that is expected, not an error.
-    if (const std::uint8_t status = reply[3]; status != 0x00) {
+    constexpr std::uint8_t kResultUnsupported = 0x01;
+    if (const std::uint8_t status = reply[3]; status == kResultUnsupported) {
         reject(platform::LogLevel::info,
                "DDC VCP code not supported by display (status: " + decimal(status) + ")",
                "VCP code unsupported (status=" + decimal(status) + ")");
-        return std::nullopt;
+        return {Kind::unsupported};
+    } else if (status != 0x00) {
+        reject(platform::LogLevel::error, "DDC unknown result code " + hexByte(status),
+               "Unknown result code: " + hexDump(reply));
+        return {Kind::rejected};
     }
 
-    // The echoed code (byte 4) is deliberately not compared with the request: some
-    // monitors echo it wrongly while the values are fine.
-    DDCReadResult result;
-    result.max = static_cast<std::uint16_t>((reply[6] << 8) | reply[7]);
-    result.current = static_cast<std::uint16_t>((reply[8] << 8) | reply[9]);
+    VCPReply result{Kind::value};
+    result.value.max = static_cast<std::uint16_t>((reply[6] << 8) | reply[7]);
+    result.value.current = static_cast<std::uint16_t>((reply[8] << 8) | reply[9]);
     return result;
 }
 

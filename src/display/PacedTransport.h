@@ -9,7 +9,8 @@
 namespace pw {
 
 // The channel of a monitor whose "Use longer DDC delay" option is on: every transfer is
-// preceded by an extra quiet time on the bus, on top of the DDC manager's own pacing.
+// preceded by an extra quiet time on the bus, on top of the DDC manager's own pacing and
+// of its quiet time after a write (so 100 ms after a write, 50 ms before anything else).
 // Some monitors' DDC/CI controllers drop requests that follow each other at the usual
 // pace; giving them this wrapper, rather than slowing the DDC manager, keeps every other
 // monitor at full speed. The endpoint stays the same, so the cache is shared with it.

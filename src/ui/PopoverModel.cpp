@@ -27,6 +27,9 @@ QVariant DisplayListModel::data(const QModelIndex& index, int role) const {
     case IsMutedRole: return r.state.isMuted;
     case ActiveInputRole: return static_cast<int>(r.state.activeInput);
     case DimmingAvailableRole: return r.dimmingAvailable;
+    case VolumeSupportedRole: return r.volumeSupported;
+    case MuteSupportedRole: return r.muteSupported;
+    case InputSupportedRole: return r.inputSupported;
     default: return {};
     }
 }
@@ -38,6 +41,8 @@ QHash<int, QByteArray> DisplayListModel::roleNames() const {
         {BrightnessMaxRole, "brightnessMax"}, {VolumeRole, "volume"},
         {VolumeMaxRole, "volumeMax"},     {IsMutedRole, "isMuted"},
         {ActiveInputRole, "activeInput"}, {DimmingAvailableRole, "dimmingAvailable"},
+        {VolumeSupportedRole, "volumeSupported"}, {MuteSupportedRole, "muteSupported"},
+        {InputSupportedRole, "inputSupported"},
     };
 }
 
@@ -54,6 +59,9 @@ QList<int> changedRoles(const DisplayListModel::Row& a, const DisplayListModel::
     if (a.state.isMuted != b.state.isMuted) roles << M::IsMutedRole;
     if (a.state.activeInput != b.state.activeInput) roles << M::ActiveInputRole;
     if (a.dimmingAvailable != b.dimmingAvailable) roles << M::DimmingAvailableRole;
+    if (a.volumeSupported != b.volumeSupported) roles << M::VolumeSupportedRole;
+    if (a.muteSupported != b.muteSupported) roles << M::MuteSupportedRole;
+    if (a.inputSupported != b.inputSupported) roles << M::InputSupportedRole;
     return roles;
 }
 
@@ -114,7 +122,10 @@ void PopoverModel::sync() {
         rows.push_back({d.id, QString::fromStdString(displayTitle(d)),
                         QString::fromUtf8(rawValue(d.ddcStatus).data(),
                                           static_cast<qsizetype>(rawValue(d.ddcStatus).size())),
-                        viewModel_.stateFor(d.id), viewModel_.dimmingAvailable(d.id)});
+                        viewModel_.stateFor(d.id), viewModel_.dimmingAvailable(d.id),
+                        viewModel_.supports(d.id, VCPCode::volume),
+                        viewModel_.supports(d.id, VCPCode::mute),
+                        viewModel_.supports(d.id, VCPCode::inputSource)});
     displays_.update(rows);
 }
 

@@ -28,6 +28,9 @@ public:
         IsMutedRole,
         ActiveInputRole,
         DimmingAvailableRole,
+        VolumeSupportedRole,
+        MuteSupportedRole,
+        InputSupportedRole,
     };
 
     struct Row {
@@ -36,6 +39,10 @@ public:
         QString ddcStatus;
         DisplayState state;
         bool dimmingAvailable = true;
+        // False for a feature the monitor said it lacks: its control is left out.
+        bool volumeSupported = true;
+        bool muteSupported = true;
+        bool inputSupported = true;
     };
 
     explicit DisplayListModel(QObject* parent = nullptr) : QAbstractListModel(parent) {}

@@ -157,6 +157,12 @@ bool PopoverViewModel::dimmingAvailable(std::uint32_t id) const {
     return gammaManager_ && gammaManager_->canDim(id);
 }
 
+bool PopoverViewModel::supports(std::uint32_t id, VCPCode code) const {
+    const auto* display = findDisplay(id);
+    return !(display && display->transport && ddcManager_ &&
+             ddcManager_->saidUnsupported(*display->transport, rawValue(code)));
+}
+
 const ExternalDisplay* PopoverViewModel::findDisplay(std::uint32_t id) const {
     for (const auto& display : ddcDisplays_)
         if (display.id == id) return &display;

@@ -104,6 +104,9 @@ public:
     // on a desktop that gives programs no gamma tables, or once the display's table could
     // not be read; the popover then says so on the display's section.
     bool dimmingAvailable(std::uint32_t id) const;
+    // False once the display's monitor answered that it does not have the feature: the
+    // popover then leaves out its control. Unknown counts as supported.
+    bool supports(std::uint32_t id, VCPCode code) const;
     // Every display that ever was shown keeps its entry.
     const std::map<std::uint32_t, DisplayState>& displayStates() const { return displayStates_; }
     // The display's entry, or the default state.

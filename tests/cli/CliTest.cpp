@@ -82,6 +82,32 @@ TEST_F(Cli, ExitStatusNamesEachKindOfFailure) {
     EXPECT_NE(r.out.find("Examples"), std::string::npos);
 }
 
+// A monitor that says it lacks a feature has answered: asked once, and said so with a
+// status of its own.
+TEST_F(Cli, AFeatureTheMonitorLacksIsNamedAsSuchAndAskedOnce) {
+    const auto two = scenario("two-monitors-and-builtin.json");
+    Outcome r = run({"--simulate", two, "--display", "3", "--trace", "getvcp", "volume"});
+    EXPECT_EQ(r.status, 4);
+    EXPECT_EQ(r.out, "Volume (0x62): not supported by this monitor\n");
+    const auto requests = [](const std::string& trace) {
+        int n = 0;
+        for (auto at = trace.find(": 82 01 62 DE\n"); at != std::string::npos;
+             at = trace.find(": 82 01 62 DE\n", at + 1))
+            ++n;
+        return n;
+    };
+    EXPECT_EQ(requests(r.err), 1) << r.err;
+
+    r = run({"--simulate", two, "--display", "3", "--json", "getvcp", "mute", "brightness"});
+    EXPECT_EQ(r.status, 4);
+    EXPECT_EQ(json::parse(r.out), json::parse(R"([{"code":141,"name":"Mute","current":null,
+        "max":null,"error":"unsupported"},{"code":16,"name":"Brightness","current":80,"max":100}])"));
+    r = run({"--simulate", two, "--display", "3", "--json", "setvcp", "volume", "30"});
+    EXPECT_EQ(r.status, 4);
+    EXPECT_EQ(json::parse(r.out), json::parse(R"({"code":98,"value":30,"ok":true,
+        "reported":null,"error":"unsupported"})"));
+}
+
 TEST_F(Cli, ScenariosThatAreNoScenarioAreNamedForWhatTheyAre) {
     Outcome r = run({"--simulate", "/dev/zero", "detect"}); // never ends
     EXPECT_EQ(r.status, 2);
@@ -224,6 +250,17 @@ TEST_F(Cli, TraceShowsEveryTransferOfARead) {
         R"(\] read .*\(\d+\.\d+ ms\): 6E 88 02 00 10 00 00 64 00 3C [0-9A-F]{2}\n)");
     EXPECT_TRUE(std::regex_search(r.err, write)) << r.err;
     EXPECT_TRUE(std::regex_search(r.err, reply)) << r.err;
+
+    // The read-back after a setting leaves the monitor its quiet time first.
+    r = run({"--simulate", scenario("one-monitor.json"), "--trace", "setvcp", "brightness", "70"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::smatch set, next;
+    ASSERT_TRUE(std::regex_search(
+        r.err, set, std::regex(R"(\[ *([0-9.]+) ms\] write .*\(([0-9.]+) ms\): 84 03 10 00 46 EE\n)")))
+        << r.err;
+    const std::string after = set.suffix();
+    ASSERT_TRUE(std::regex_search(after, next, std::regex(R"(\[ *([0-9.]+) ms\] write)"))) << r.err;
+    EXPECT_GE(std::stod(next[1]) - std::stod(set[1]) - std::stod(set[2]), 49.99) << r.err;
 }
 
 TEST_F(Cli, ConfigKeepsEachKeysKindAndRefusesWhatNothingReads) {

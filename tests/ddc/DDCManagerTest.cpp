@@ -2,6 +2,7 @@
 
 #include "ddc/DDCManagerFixture.h"
 #include "ddc/DDCMessages.h"
+#include "display/PacedTransport.h"
 #include "platform/sim/BusLog.h"
 #include "platform/sim/SimAVService.h"
 #include "platform/sim/VirtualMonitor.h"
@@ -363,18 +364,118 @@ TEST_F(DDCManagerTest, ARebuiltListDropsEveryOtherChannelAndOlderReadings) {
     EXPECT_EQ(manager->cachedValue(*successor, 0x62), std::nullopt);
 }
 
-// The reply echoes another code than the one asked for: the value is answered (some
-// monitors echo wrongly) but never cached as the requested code's.
-TEST_F(DDCManagerTest, AReplyEchoingAnotherCodeIsNotCachedUnderTheRequestedOne) {
+// Replies that are no answer to this question cost a pass each; only a sound one counts,
+// and only that one is cached.
+TEST_F(DDCManagerTest, RepliesToAnotherCodeOrFromABusyMonitorAreRetried) {
     auto t = std::make_shared<ScriptedTransport>();
-    t->replies = {replyBytes(0x12, 66, 100), replyBytes(0x10, 40, 100)};
-    EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{66, 100}));
-    EXPECT_EQ(manager->cachedValue(*t, 0x10), std::nullopt);
-    EXPECT_EQ(manager->cachedValue(*t, 0x12), std::nullopt);
-    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::info,
-                                    "DDC reply for VCP 0x10 echoed 0x12; value not cached"));
+    const std::vector<std::uint8_t> busy = {0x6E, 0x80, 0xBE, 0xFF, 0xFF, 0xFF,
+                                            0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    t->replies = {replyBytes(0x12, 66, 100), busy, replyBytes(0x10, 40, 100)};
     EXPECT_EQ(manager->read(t, VCPCode::brightness), (DDCReadResult{40, 100}));
+    EXPECT_EQ(t->reads.size(), 3u);
+    EXPECT_EQ(manager->cachedValue(*t, 0x12), std::nullopt);
     EXPECT_EQ(manager->cachedValue(*t, 0x10), (DDCReadResult{40, 100}));
+    EXPECT_TRUE(systemLog->contains("DDC", platform::LogLevel::info,
+                                    "DDC monitor busy (null message)"));
+}
+
+// "Unsupported" is the monitor's answer: one question, remembered for the channel and
+// code (across invalidation, not across a key's reuse), told apart from no answer.
+TEST_F(DDCManagerTest, AnUnsupportedAnswerEndsTheReadAndIsRemembered) {
+    using Outcome = FeatureReading::Outcome;
+    auto t = std::make_shared<ScriptedTransport>(5);
+    auto unsupported = replyBytes(0x62, 0, 0);
+    unsupported[3] = 0x01;
+    unsupported.back() ^= 0x01;
+    t->defaultReply = unsupported;
+    EXPECT_EQ(manager->readFeature(t, VCPCode::volume).outcome, Outcome::unsupported);
+    EXPECT_EQ(t->reads.size(), 1u);
+    EXPECT_TRUE(clock->sleeps().empty());
+    manager->invalidateCache(*t);
+    EXPECT_EQ(manager->read(t, VCPCode::volume), std::nullopt);
+    EXPECT_TRUE(manager->saidUnsupported(*t, 0x62));
+    EXPECT_EQ(t->reads.size(), 1u);
+
+    t->defaultReply = std::nullopt; // other codes still go to the bus, and fail as before
+    EXPECT_EQ(manager->readFeature(t, VCPCode::mute).outcome, Outcome::noAnswer);
+    EXPECT_FALSE(manager->saidUnsupported(*t, 0x8D));
+    EXPECT_EQ(t->reads.size(), 4u);
+
+    t.reset();
+    auto next = std::make_shared<ScriptedTransport>(5);
+    next->defaultReply = replyBytes(0x62, 7, 100);
+    EXPECT_EQ(manager->readFeature(next, VCPCode::volume),
+              (FeatureReading{Outcome::value, {7, 100}}));
+}
+
+// After a Set VCP the monitor is left alone for 50 ms: the next transfer to it waits only
+// for what is left, other monitors not at all, and a lone write costs nothing extra.
+TEST_F(DDCManagerTest, TheNextTransferToAMonitorWaitsOutItsQuietTimeAfterAWrite) {
+    auto t = std::make_shared<ScriptedTransport>(1);
+    auto other = std::make_shared<ScriptedTransport>(2);
+    t->defaultReply = replyBytes(0x10, 40, 100);
+    other->defaultReply = replyBytes(0x10, 45, 100);
+    struct Step {
+        const char* what;
+        std::function<void()> run;
+        Us sleeps;
+    };
+    const std::vector<Step> steps = {
+        {"a lone write", [&] { writeAndWait(t, VCPCode::brightness, 40); }, {10000}},
+        {"a write after a write", [&] { writeAndWait(t, VCPCode::brightness, 41); },
+         {10000, 40000}},
+        {"another monitor", [&] { manager->read(other, VCPCode::brightness); }, {}},
+        {"a read after a write", [&] {
+             manager->invalidateCache(*t);
+             manager->read(t, VCPCode::brightness);
+         }, {50000}},
+        {"a read after a read", [&] {
+             manager->invalidateCache(*t);
+             manager->read(t, VCPCode::brightness);
+         }, {}},
+    };
+    for (const auto& step : steps) {
+        clock->clearSleeps();
+        step.run();
+        EXPECT_EQ(sleepsUs(), step.sleeps) << step.what;
+    }
+    // Time spent elsewhere counts towards it.
+    writeAndWait(t, VCPCode::brightness, 42);
+    clock->advance(30ms);
+    clock->clearSleeps();
+    manager->invalidateCache(*t);
+    manager->read(t, VCPCode::brightness);
+    EXPECT_EQ(sleepsUs(), (Us{20000}));
+
+    // A monitor that wants a longer delay gets it on top: write, then read 100 ms later.
+    auto paced = std::make_shared<PacedTransport>(t, clock);
+    clock->clearSleeps();
+    writeAndWait(paced, VCPCode::brightness, 43);
+    manager->invalidateCache(*t);
+    manager->read(paced, VCPCode::brightness);
+    EXPECT_EQ(sleepsUs(), (Us{10000, 50000, 50000, 50000}));
+}
+
+// On a monitor that loses what comes too soon after a setting, a write, a second write and
+// a read-back all land, each in one transfer.
+TEST(DDCManagerBus, WritesAndReadBackLandOnAMonitorThatWantsItsQuietTime) {
+    DDCManagerFixture f;
+    auto bus = std::make_shared<sim::BusLog>(*f.clock);
+    auto monitor = std::make_shared<sim::VirtualMonitor>(sim::MonitorSpec::withDefaultFeatures(),
+                                                         *f.clock);
+    auto transport = std::make_shared<AppleSiliconTransport>(
+        std::make_shared<sim::SimAVService>(monitor, bus, "left", 101), f.clock);
+    for (std::uint16_t value : {30, 40})
+        f.manager->write(transport, VCPCode::brightness, value);
+    f.manager->queue().sync([] {});
+    f.manager->invalidateCache(*transport);
+    EXPECT_EQ(f.manager->read(transport, VCPCode::brightness), (DDCReadResult{40, 100}));
+    EXPECT_EQ(monitor->requestsIgnored(), 0u);
+    EXPECT_EQ(monitor->requestsAccepted(), 3u);
+    const auto transfers = bus->transfers();
+    ASSERT_EQ(transfers.size(), 4u);
+    for (std::size_t i = 1; i < 3; ++i)
+        EXPECT_GE(transfers[i].start - transfers[i - 1].end, sim::VirtualMonitor::kQuietTime);
 }
 
 } // namespace

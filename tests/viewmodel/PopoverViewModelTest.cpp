@@ -251,5 +251,20 @@ TEST_F(PopoverViewModelTest, RefreshReadsTheShownMonitorsPastTheCache) {
     EXPECT_EQ(model->stateFor(2).volume, 7);
 }
 
+// What the monitor says it lacks is left out of its section once the popover has asked.
+TEST_F(PopoverViewModelTest, AFeatureTheMonitorLacksIsNotOffered) {
+    auto lacking = keyMonitor(2, {25, 100});
+    lacking.monitor->unsupported = {kVolume, kMute};
+    start(scenarioOf({lacking, keyMonitor(3, {30, 100})}));
+    EXPECT_TRUE(model->supports(2, VCPCode::volume)); // not asked yet
+    model->refresh();
+    runUntil([&] { return !model->supports(2, VCPCode::volume); });
+    for (const auto [id, code, offered] :
+         {std::tuple{2u, VCPCode::volume, false}, std::tuple{2u, VCPCode::mute, false},
+          std::tuple{2u, VCPCode::brightness, true}, std::tuple{2u, VCPCode::inputSource, true},
+          std::tuple{3u, VCPCode::volume, true}, std::tuple{9u, VCPCode::volume, true}})
+        EXPECT_EQ(model->supports(id, code), offered) << id << " " << rawValue(code);
+}
+
 } // namespace
 } // namespace pw::test

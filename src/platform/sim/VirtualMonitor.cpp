@@ -82,7 +82,9 @@ void VirtualMonitor::handleRequest(std::uint32_t dataAddress, std::span<const st
     const std::size_t n = wellFormed ? frame.size() - 2 : 0;
     const bool isGet = wellFormed && n == 2 && frame[1] == kGetVCP;
     const bool isSet = wellFormed && n == 4 && frame[1] == kSetVCP;
-    if (!isGet && !isSet) {
+    // Still busy with the last setting: the request is lost.
+    const bool tooSoon = clock_.now() < quietUntil_;
+    if ((!isGet && !isSet) || tooSoon) {
         ++ignored_;
         return;
     }
@@ -98,6 +100,7 @@ void VirtualMonitor::handleRequest(std::uint32_t dataAddress, std::span<const st
         if (!supported) return; // monitors drop writes to controls they lack
         const auto value = static_cast<std::uint16_t>((frame[3] << 8) | frame[4]);
         found->second.current = std::min(value, found->second.max);
+        quietUntil_ = clock_.now() + kQuietTime;
         return;
     }
 

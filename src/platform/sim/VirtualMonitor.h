@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -15,9 +16,12 @@ namespace pw::sim {
 // request bytes (a request with a bad checksum is ignored, as a monitor does), keeps
 // an MCCS feature table, clamps writes to 0..max, prepares the real 11-byte Get VCP
 // reply, which is ready only `replyDelay` after the request, and plays the scripted
-// faults of its spec. Thread-safe; it never sleeps (time is the clock's).
+// faults of its spec. After a Set VCP Feature it wants to be left alone for kQuietTime:
+// a request that arrives sooner is acknowledged on the bus and lost, as on many real
+// monitors. Thread-safe; it never sleeps (time is the clock's).
 class VirtualMonitor {
 public:
+    static constexpr std::chrono::milliseconds kQuietTime{50};
     // What the bus reports when nothing acknowledges (IOKit's "not responding").
     static constexpr std::int32_t kNotAcknowledged = static_cast<std::int32_t>(0xE00002EDu);
 
@@ -48,7 +52,7 @@ public:
     bool attached() const;
 
     std::size_t requestsAccepted() const; // well-formed requests that reached the monitor
-    std::size_t requestsIgnored() const;  // requests dropped for a bad checksum or layout
+    std::size_t requestsIgnored() const;  // requests dropped: bad checksum or layout, too soon
 
 private:
     mutable std::mutex mutex_;
@@ -56,6 +60,7 @@ private:
     MonitorSpec spec_;
     std::optional<std::vector<std::uint8_t>> pendingReply_;
     platform::Clock::TimePoint replyReadyAt_{};
+    platform::Clock::TimePoint quietUntil_{};
     std::size_t accepted_ = 0;
     std::size_t ignored_ = 0;
     bool attached_ = true;

@@ -2,7 +2,8 @@ import QtQuick
 import QtQuick.Layouts
 
 // The controls of one display: a header with its name and status, brightness, volume with
-// a mute button, and the input sources. Every control is shown whatever the status.
+// a mute button, and the input sources. Every control is shown whatever the status, except
+// one for a feature the monitor said it does not have.
 Column {
     id: section
 
@@ -20,6 +21,10 @@ Column {
     // False where the desktop gives no gamma tables: the bottom of the slider then only
     // reaches the monitor's own lowest brightness, and a note says so.
     property bool dimmingAvailable: true
+    // False once the monitor answered that it lacks the feature: its control is left out.
+    property bool volumeSupported: true
+    property bool muteSupported: true
+    property bool inputSupported: true
 
     readonly property string volumeSymbol: isMuted ? "speaker.slash.fill" : "speaker.wave.2.fill"
 
@@ -86,11 +91,14 @@ Column {
     }
 
     RowLayout {
+        objectName: "volumeRow"
+        visible: section.volumeSupported || section.muteSupported
         width: section.width
         spacing: 4
 
         PanelwrightSlider {
             objectName: "volumeSlider"
+            visible: section.volumeSupported
             Layout.fillWidth: true
             icon: section.volumeSymbol
             tint: section.isMuted ? Theme.red : Theme.green
@@ -103,6 +111,11 @@ Column {
 
         Item {
             objectName: "muteButton"
+            visible: section.muteSupported
+            // Alone in its row, the button keeps to the right edge.
+            Layout.alignment: Qt.AlignRight
+            Layout.fillWidth: !section.volumeSupported
+            Layout.maximumWidth: 24
             Layout.preferredWidth: 24
             Layout.preferredHeight: 24
             Layout.rightMargin: 16
@@ -119,6 +132,7 @@ Column {
     }
 
     Item {
+        visible: section.inputSupported
         width: section.width
         height: inputs.height + 6
 

@@ -43,6 +43,9 @@ Rectangle {
                 required property bool isMuted
                 required property int activeInput
                 required property bool dimmingAvailable
+                required property bool volumeSupported
+                required property bool muteSupported
+                required property bool inputSupported
 
                 width: root.width
 
@@ -60,6 +63,9 @@ Rectangle {
                     isMuted: entry.isMuted
                     activeInput: entry.activeInput
                     dimmingAvailable: entry.dimmingAvailable
+                    volumeSupported: entry.volumeSupported
+                    muteSupported: entry.muteSupported
+                    inputSupported: entry.inputSupported
                 }
                 Divider {
                     objectName: "sectionDivider"

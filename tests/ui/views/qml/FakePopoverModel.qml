@@ -24,7 +24,8 @@ QtObject {
             displayId: 1 + displays.count, title: "Display " + (1 + displays.count),
             ddcStatus: "verified", brightness: 50, brightnessMax: 100,
             volume: 50, volumeMax: 100, isMuted: false, activeInput: 0,
-            dimmingAvailable: true
+            dimmingAvailable: true, volumeSupported: true, muteSupported: true,
+            inputSupported: true
         }
         for (const key in overrides) row[key] = overrides[key]
         displays.append(row)

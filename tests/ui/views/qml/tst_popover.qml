@@ -94,6 +94,27 @@ TestCase {
         compare(allNamed(findChild(popover, "inputSelector"), "tile").length, 5)
     }
 
+    // A feature the monitor said it lacks has no control; the section closes up over a row
+// left empty.
+    function test_controlsOfFeaturesTheMonitorLacksAreLeftOut() {
+        const full = makePopover(1)
+        const cases = [
+            { lacks: { volumeSupported: false }, gone: ["volumeSlider"], kept: ["muteButton", "inputSelector"], shorter: false },
+            { lacks: { volumeSupported: false, muteSupported: false }, gone: ["volumeRow"], kept: ["inputSelector"], shorter: true },
+            { lacks: { inputSupported: false }, gone: ["inputSelector"], kept: ["volumeSlider", "muteButton"], shorter: true },
+        ]
+        for (const c of cases) {
+            const popover = makePopover(1, c.lacks)
+            for (const name of c.gone) {
+                const item = findChild(popover, name)
+                verify(!item.visible, name)
+            }
+            for (const name of c.kept) verify(findChild(popover, name).visible, name)
+            verify(findChild(popover, "brightnessSlider").visible)
+            compare(popover.implicitHeight < full.implicitHeight, c.shorter, JSON.stringify(c.lacks))
+        }
+    }
+
     function test_aDisplayThatCannotBeDimmedSaysSoUnderItsSlider() {
         const dimmable = makePopover(1)
         verify(!findChild(dimmable, "dimmingNote").visible)
