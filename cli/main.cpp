@@ -1,6 +1,7 @@
 // panelwright-cli: the program's main job (find monitors, read and change their
 // features) and its settings, for scripts, tests and people without a tray.
 
+#include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
 #include "app/Tuning.h"
 #include "cli/Arguments.h"
@@ -12,7 +13,9 @@
 #include "display/LinuxDiscovery.h"
 #include "transport/I2CDevTransport.h"
 #include "platform/linux/JsonUserDefaults.h"
+#include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/posix/BaseDirectories.h"
 #include "platform/posix/LoopMainQueue.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/SimMachine.h"
@@ -27,6 +30,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
+#include <unistd.h>
 #include <string>
 #include <vector>
 
@@ -51,6 +55,7 @@ struct Options {
     std::optional<std::uint32_t> displayID;
     bool json = false;
     bool trace = false;
+    bool verbose = false;
     bool forceI2CAddress = false;
     std::vector<std::string> codes; // getvcp
     std::string setCode, setValue;  // setvcp
@@ -408,6 +413,16 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
     return status;
 }
 
+// The command line's own diagnostic log, beside the app's so that the two never empty each
+// other's: $XDG_STATE_HOME/panelwright/panelwright-cli.log, emptied at every run.
+void startDiagnosticLog(bool verbose) {
+    auto host = std::make_shared<platform::LinuxHostInfo>(platform::xdg::stateHome() /
+                                                          "panelwright" / "panelwright-cli.log");
+    DiagnosticLog::start(std::move(host), std::make_shared<platform::SystemClock>());
+    if (verbose) DiagnosticLog::echoTo(STDERR_FILENO);
+    DiagnosticLog::writeBanner();
+}
+
 // --- config ------------------------------------------------------------------------------
 
 int config(const std::string& action, const Options& options) {
@@ -469,6 +484,9 @@ int main(int argc, char** argv) {
 
 Without --simulate the commands drive this machine's monitors (Linux: DRM and i2c-dev).
 
+Each run writes its diagnostic log to $XDG_STATE_HOME/panelwright/panelwright-cli.log
+(~/.local/state/panelwright/panelwright-cli.log); --verbose shows it on stderr too.
+
 Exit status: 0 success, 1 the monitor did not answer (or a config key is not set),
 2 usage error or malformed scenario, 3 no such display, or no display can be reached,
 4 the monitor does not support the feature.)");
@@ -482,6 +500,8 @@ Exit status: 0 success, 1 the monitor did not answer (or a config key is not set
                               ->option_text("ID");
     app.add_flag("--json", options.json, "Print JSON instead of text");
     app.add_flag("--trace", options.trace, "Print every bus transfer on stderr");
+    app.add_flag("--verbose", options.verbose,
+                 "Print the diagnostic log's lines on stderr as they are written");
     app.add_flag("--force-i2c-address", options.forceI2CAddress,
                  "Talk to address 0x37 even while a kernel driver (ddcci) claims it");
 
@@ -538,6 +558,7 @@ Exit status: 0 success, 1 the monitor did not answer (or a config key is not set
         if (*cfgList) return config("list", options);
         return kUsage;
     }
+    startDiagnosticLog(options.verbose);
     const Command command = *detectCmd ? Command::detect
                             : *getCmd  ? Command::getvcp
                                        : Command::setvcp;

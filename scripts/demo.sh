@@ -48,7 +48,15 @@ run --simulate "$scenario" getvcp brightness
 picture="$PWD/build/debug/popover.png"
 echo
 echo "No display here, so the tray app draws its popover for the same machine offscreen:"
-"$app" --simulate "$scenario" --screenshot popover "$picture" >/dev/null
+# Qt's offscreen plugin talks about itself, and without a journal the app's own system-log
+# lines come to the terminal: both are kept in a file and shown only if the picture fails.
+appLog="$PWD/build/debug/demo-screenshot.log"
+if ! QT_LOGGING_RULES="qt.qpa.*=false" \
+    "$app" --simulate "$scenario" --screenshot popover "$picture" >/dev/null 2>"$appLog"; then
+  cat "$appLog" >&2
+  echo "The picture could not be made (the lines above say why)." >&2
+  exit 1
+fi
 echo "  $picture"
 echo
 echo "Next: $cli --help, or on a desktop: $app --simulate $scenario"

@@ -49,6 +49,8 @@ struct State {
     std::mutex mutex;
     // Read without the lock by the crash handlers and by `log`'s early exit.
     std::atomic<int> fd{-1};
+    // Where lines are echoed as well (--verbose), or -1.
+    std::atomic<int> echoFd{-1};
     std::atomic<const HostInfo*> host{nullptr};
     std::atomic<Clock*> clock{nullptr};
     // Asked from the host when the log starts, so the signal handler makes no virtual call.
@@ -430,6 +432,19 @@ void start(const fs::path& file, const HostInfo& host, Clock& clock) {
     startWith(file, &host, &clock, nullptr, nullptr);
 }
 
+void start(std::shared_ptr<const HostInfo> host, std::shared_ptr<Clock> clock) {
+    fs::path file;
+    if (host) {
+        host->prepareDiagnosticLogFolder();
+        file = host->diagnosticLogPath();
+    }
+    const HostInfo* rawHost = host.get();
+    Clock* rawClock = clock.get();
+    startWith(file, rawHost, rawClock, std::move(host), std::move(clock));
+}
+
+void echoTo(int fd) { state().echoFd.store(fd); }
+
 void writeBanner() {
     const HostInfo* host = state().host.load();
     const std::string rule(40, '=');
@@ -446,15 +461,15 @@ void writeBanner() {
 
 void log(std::string_view category, std::string_view message) {
     State& s = state();
-    if (s.fd.load() < 0) return; // before start, or no file: dropped
+    if (s.fd.load() < 0 && s.echoFd.load() < 0) return; // before start, or no file: dropped
     Clock* clock = s.clock.load();
     if (!clock) return;
     // Stamped before the lock: lines written at nearly the same moment may land slightly
     // out of time order, but no thread waits on the clock while holding the lock.
     const std::string line = formatLine(clock->now(), category, message);
     std::lock_guard hold(s.mutex);
-    const int fd = s.fd.load();
-    if (fd >= 0) writeLine(fd, line);
+    if (const int fd = s.fd.load(); fd >= 0) writeLine(fd, line);
+    if (const int echo = s.echoFd.load(); echo >= 0) writeLine(echo, line);
 }
 
 fs::path logFileURL() {
@@ -477,6 +492,7 @@ void resetForTesting() {
     s.ownedHost.reset();
     s.ownedClock.reset();
     s.path.clear();
+    s.echoFd.store(-1);
     if (s.handlersInstalled) {
         for (int signal : kCrashSignals)
             std::signal(signal, SIG_DFL);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string_view>
 
 namespace pw::platform {
@@ -23,6 +24,14 @@ void start();
 // The same, at an explicit location with explicit collaborators (tests).
 void start(const std::filesystem::path& file, const platform::HostInfo& host,
            platform::Clock& clock);
+// The same at `host`'s log location, keeping both for the rest of the run: for a program
+// whose log is not the installed machine's (the command line, whose machine is chosen
+// later and may be a simulated one).
+void start(std::shared_ptr<const platform::HostInfo> host, std::shared_ptr<platform::Clock> clock);
+
+// Every line from now on is also written, whole, to `fd` (-1: no more): the command line's
+// --verbose shows its log on stderr, whether or not the file could be opened.
+void echoTo(int fd);
 
 // Writes the seven-line start banner, category "System".
 void writeBanner();

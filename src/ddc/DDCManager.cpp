@@ -1,5 +1,7 @@
 #include "ddc/DDCManager.h"
 
+#include "support/ProcessInstance.h"
+
 #include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCMessages.h"
@@ -34,13 +36,18 @@ DDCManager::DDCManager(std::shared_ptr<platform::Clock> clock,
 
 DDCManager::~DDCManager() = default;
 
+namespace {
+ProcessInstance<DDCManager> sharedDDCManager;
+} // namespace
+
 std::shared_ptr<DDCManager> DDCManager::shared() {
-    static const std::shared_ptr<DDCManager> instance = [] {
+    return sharedDDCManager.get([] {
         const auto p = platform::snapshot();
         return std::make_shared<DDCManager>(p->clock, p->mainQueue);
-    }();
-    return instance;
+    });
 }
+
+void DDCManager::releaseShared() { sharedDDCManager.release(); }
 
 SerialQueue& DDCManager::globalDDCQueue() {
     // Never destroyed: transfers may still be queued while static destructors run.

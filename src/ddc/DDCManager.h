@@ -57,6 +57,9 @@ public:
 
     // The process-wide instance, built on first use from the installed platform.
     static std::shared_ptr<DDCManager> shared();
+    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
+    // calls to `shared()` give null.
+    static void releaseShared();
 
     // Asynchronous: queues the write; `completion` (if any) gets the outcome on the main queue.
     void write(std::shared_ptr<I2CTransport> transport, VCPCode code, std::uint16_t value,

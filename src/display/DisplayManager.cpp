@@ -1,5 +1,7 @@
 #include "display/DisplayManager.h"
 
+#include "support/ProcessInstance.h"
+
 #include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
 #include "display/PacedTransport.h"
@@ -9,7 +11,6 @@
 #include "display/TransportDiscovery.h"
 #include "support/Hex.h"
 #include "support/SerialQueue.h"
-#include "support/WeakOwner.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -59,11 +60,16 @@ DisplayManager::DisplayManager(platform::Platform platform, std::shared_ptr<DDCM
 
 DisplayManager::~DisplayManager() = default;
 
+namespace {
+ProcessInstance<DisplayManager> sharedDisplayManager;
+} // namespace
+
 std::shared_ptr<DisplayManager> DisplayManager::shared() {
-    static const std::shared_ptr<DisplayManager> instance =
-        std::make_shared<DisplayManager>(platform::current(), DDCManager::shared());
-    return instance;
+    return sharedDisplayManager.get(
+        [] { return std::make_shared<DisplayManager>(platform::current(), DDCManager::shared()); });
 }
+
+void DisplayManager::releaseShared() { sharedDisplayManager.release(); }
 
 // --- The published list ---------------------------------------------------------------
 
@@ -238,7 +244,7 @@ bool DisplayManager::isAppleDisplay(platform::DisplayID id, std::uint32_t vendor
     if (displays.isBuiltin(id)) return true;
     float brightness = 0;
     if (displays.displayServicesGetBrightness(id, brightness) == 0) {
-        logDisplay("DisplayServicesGetBrightness OK for " + num(id) + " — Apple display");
+        logDisplay("Display " + num(id) + " reports a built-in brightness — Apple display");
         return true;
     }
     return vendor == kAppleVendor;
@@ -272,17 +278,13 @@ void DisplayManager::startBackgroundPass() {
     // there is only ever one "com.panelwright.enumeration" at a time.
     auto queue = std::make_shared<SerialQueue>(std::string(kEnumerationQueueLabel));
     queue->async([weak = weak_from_this(), mainQueue = platform_.mainQueue, ownQueue = queue] {
-        std::vector<ExternalDisplay> list;
-        platform::Clock::TimePoint started;
-        {
-            auto self = weak.lock();
-            if (!self) return;
-            started = self->now();
-            list = self->buildList();
-        }
-        mainQueue->post([weak, list = std::move(list), started]() mutable {
-            auto self = weak.lock();
-            if (!self) return;
+        auto self = weak.lock();
+        if (!self) return;
+        const auto started = self->now();
+        auto list = self->buildList();
+        // The owner may have let go while the probes ran: this reference goes back to the
+        // main queue with the list, so the manager never ends on this worker.
+        mainQueue->post([self = std::move(self), list = std::move(list), started]() mutable {
             self->publish(std::move(list), started);
             auto done = std::move(self->runningDone_);
             self->runningDone_.clear();
@@ -328,7 +330,7 @@ std::vector<ExternalDisplay> DisplayManager::buildList() {
     auto ids =
         displays ? displays->activeDisplayList(kMaxDisplays) : std::vector<platform::DisplayID>();
     if (ids.size() > kMaxDisplays) ids.resize(kMaxDisplays);
-    logDisplay("CGGetActiveDisplayList returned " + num(ids.size()) + " display(s)");
+    logDisplay("The machine lists " + num(ids.size()) + " active display(s)");
 
     std::vector<ExternalDisplay> result;
     logDisplay(discovery_->architectureLine());
@@ -484,16 +486,21 @@ void DisplayManager::refreshDisplays(Completion completion) {
     auto mainQueue = platform_.mainQueue;
     queue->async([weak = weak_from_this(), mainQueue, ownQueue = queue,
                   records = std::move(records), completion = std::move(completion)]() mutable {
-        auto self = weak.lock();
-        if (!self) return;
         for (const auto& record : records) {
+            // One display at a time: a manager whose owner let go stops the refresh at the
+            // next display, and the reference taken here goes back to the main queue with
+            // the readings, so the manager never ends on this worker.
+            auto self = weak.lock();
+            if (!self) return;
             const auto key = keyOf(record);
             {
                 // A display that has left the list meanwhile is not worth a bus read.
                 std::lock_guard lock(self->mutex_);
                 if (std::none_of(self->displays_.begin(), self->displays_.end(),
-                                 [&](const ExternalDisplay& d) { return keyOf(d) == key; }))
+                                 [&](const ExternalDisplay& d) { return keyOf(d) == key; })) {
+                    mainQueue->post([self = std::move(self)] {});
                     continue;
+                }
             }
             auto& ddc = *self->ddcManager_;
             auto brightness = ddc.read(record.transport, VCPCode::brightness);
@@ -501,9 +508,10 @@ void DisplayManager::refreshDisplays(Completion completion) {
             auto volume = ddc.read(record.transport, VCPCode::volume);
             auto mute = ddc.read(record.transport, VCPCode::mute);
             auto inputSource = ddc.read(record.transport, VCPCode::inputSource);
-            mainQueue->post(weakly(self, [=](DisplayManager& manager) {
-                manager.updateDisplay(key, brightness, contrast, volume, mute, inputSource);
-            }));
+            mainQueue->post([self = std::move(self), key, brightness, contrast, volume, mute,
+                             inputSource] {
+                self->updateDisplay(key, brightness, contrast, volume, mute, inputSource);
+            });
         }
         mainQueue->post([done = std::move(completion)] {
             if (done) done();

@@ -48,6 +48,9 @@ public:
     // The process-wide instance, built on first use from the installed platform and the
     // shared DDC manager.
     static std::shared_ptr<DisplayManager> shared();
+    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
+    // calls to `shared()` give null.
+    static void releaseShared();
 
     // --- The published list ---------------------------------------------------------
 

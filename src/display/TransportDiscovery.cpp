@@ -166,6 +166,29 @@ private:
     Matcher matcher_;
 };
 
+// --- A machine that did not say what it is: no channel is looked for -------------------
+
+class NoDiscovery final : public TransportDiscovery {
+    class Nothing final : public Enumeration {
+    public:
+        std::optional<DisplayTransportMatch> transportFor(platform::DisplayID) override {
+            return std::nullopt;
+        }
+    };
+
+public:
+    std::string_view architectureLine() const override {
+        return "Machine kind not set: no display channels are looked for";
+    }
+    std::unique_ptr<Enumeration> begin(const std::vector<platform::DisplayID>&) override {
+        return std::make_unique<Nothing>();
+    }
+    void waitBeforeProbe() override {}
+    std::string_view watchedClass() const override { return {}; }
+    // Nothing to watch: no channel of such a machine is ever known.
+    bool startWatching(std::function<void()>) override { return true; }
+};
+
 } // namespace
 
 std::unique_ptr<TransportDiscovery> makeTransportDiscovery(const platform::Platform& platform,
@@ -176,9 +199,11 @@ std::unique_ptr<TransportDiscovery> makeTransportDiscovery(const platform::Platf
     case platform::Flavor::linux:
         return makeLinuxDiscovery(platform);
     case platform::Flavor::appleSilicon:
+        return std::make_unique<AppleSiliconDiscovery>(platform, std::move(matcher));
+    case platform::Flavor::unset:
         break;
     }
-    return std::make_unique<AppleSiliconDiscovery>(platform, std::move(matcher));
+    return std::make_unique<NoDiscovery>();
 }
 
 } // namespace pw

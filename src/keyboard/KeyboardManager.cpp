@@ -1,5 +1,7 @@
 #include "keyboard/KeyboardManager.h"
 
+#include "support/ProcessInstance.h"
+
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
@@ -43,11 +45,18 @@ KeyboardManager::KeyboardManager(platform::Platform platform,
 
 KeyboardManager::~KeyboardManager() = default;
 
+namespace {
+ProcessInstance<KeyboardManager> sharedKeyboardManager;
+} // namespace
+
 std::shared_ptr<KeyboardManager> KeyboardManager::shared() {
-    static const std::shared_ptr<KeyboardManager> instance = std::make_shared<KeyboardManager>(
-        platform::current(), DisplayManager::shared(), DDCManager::shared(), OSDManager::shared());
-    return instance;
+    return sharedKeyboardManager.get([] {
+        return std::make_shared<KeyboardManager>(platform::current(), DisplayManager::shared(),
+                                                 DDCManager::shared(), OSDManager::shared());
+    });
 }
+
+void KeyboardManager::releaseShared() { sharedKeyboardManager.release(); }
 
 // --- The tap -------------------------------------------------------------------------------
 

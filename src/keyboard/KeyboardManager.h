@@ -43,6 +43,9 @@ public:
     ~KeyboardManager() override;
 
     static std::shared_ptr<KeyboardManager> shared();
+    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
+    // calls to `shared()` give null.
+    static void releaseShared();
 
     void start(); // main thread
     void stop();  // main thread

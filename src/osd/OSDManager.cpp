@@ -1,5 +1,7 @@
 #include "osd/OSDManager.h"
 
+#include "support/ProcessInstance.h"
+
 #include "app/SystemLog.h"
 
 #include <algorithm>
@@ -47,22 +49,30 @@ std::shared_ptr<OSDManager> OSDManager::create(const platform::Platform& platfor
     return manager;
 }
 
+namespace {
+ProcessInstance<OSDManager> sharedOSDManager;
+} // namespace
+
 std::shared_ptr<OSDManager> OSDManager::shared() {
-    static const std::shared_ptr<OSDManager> instance = create(platform::current());
-    return instance;
+    return sharedOSDManager.get([] { return create(platform::current()); });
 }
 
+void OSDManager::releaseShared() { sharedOSDManager.release(); }
+
 void OSDManager::loadNativeOSD() {
-    const auto bundle =
-        platform_.osdFramework ? platform_.osdFramework->createBundle(kFrameworkPath) : nullptr;
-    if (!bundle) return log("OSD.framework not found, using custom OSD");
-    if (!bundle->loadExecutable()) return log("Failed to load OSD.framework, using custom OSD");
+    // Said in words every machine shares: what the system's indicator is called and how it
+    // loads is the machine's own business, and its lines (if any) come from the machine.
+    if (!platform_.osdFramework)
+        return log("No system level indicator on this machine, using our own");
+    const auto bundle = platform_.osdFramework->createBundle(kFrameworkPath);
+    if (!bundle) return log("System level indicator not found, using our own");
+    if (!bundle->loadExecutable()) return log("System level indicator did not load, using our own");
     if (!bundle->hasObjectClass(kClassName))
-        return log("OSDManager class not found, using custom OSD");
+        return log("System level indicator has no manager, using our own");
     const auto sharedManager = bundle->sendClassSelector(kClassName, kSharedSelector);
-    if (!sharedManager) return log("Failed to get OSDManager.sharedManager, using custom OSD");
+    if (!sharedManager) return log("System level indicator gave no manager, using our own");
     if (!sharedManager->respondsToSelector(kShowSelector))
-        return log("OSDManager doesn't respond to showImage, using custom OSD");
+        return log("System level indicator cannot show levels, using our own");
 
     showOSDFunc_ = [sharedManager](std::int64_t image, std::uint32_t displayID, std::int64_t filled,
                                    std::int64_t total) {
@@ -71,7 +81,7 @@ void OSDManager::loadNativeOSD() {
                                  chiclets(filled, totalChiclets), totalChiclets, false);
     };
     useNativeOSD_ = true;
-    log("Native OSD loaded successfully");
+    log("System level indicator loaded");
 }
 
 std::int64_t OSDManager::filledSegments(float level) {

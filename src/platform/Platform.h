@@ -25,12 +25,13 @@ namespace pw::platform {
 // Which kind of machine the program runs on: decides transport discovery, the source
 // of hot-plug reports and the banner. Fixed by the CPU on a Mac, by the operating
 // system on Linux (DRM connectors and i2c-dev), by the scenario on the simulated machine.
-enum class Flavor { appleSilicon, intel, linux };
+// `unset` is a machine that did not say: it takes no machine's path and finds no monitor.
+enum class Flavor { unset, appleSilicon, intel, linux };
 
 // Every operating-system facility the program uses, as installed at start-up.
 // A member may be null where a machine lacks the facility; callers check.
 struct Platform {
-    Flavor flavor = Flavor::appleSilicon;
+    Flavor flavor = Flavor::unset; // each machine sets its own
     std::shared_ptr<Clock> clock;
     std::shared_ptr<MainQueue> mainQueue;
     std::shared_ptr<SystemLogSink> systemLog;

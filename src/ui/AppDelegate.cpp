@@ -9,6 +9,7 @@
 #include "display/DisplayManager.h"
 #include "gamma/GammaManager.h"
 #include "keyboard/KeyboardManager.h"
+#include "osd/OSDManager.h"
 #include "platform/Platform.h"
 #include "ui/QtStatusBar.h"
 #include "ui/Updater.h"
@@ -24,7 +25,21 @@ AppDelegate::AppDelegate(QQmlEngine& engine, std::shared_ptr<Updater> updater)
       keyboardManager_(KeyboardManager::shared()),
       updaterController_(std::move(updater)) {}
 
-AppDelegate::~AppDelegate() = default;
+// Every manager goes here, in the reverse of the order it was made in, while the Qt
+// application and the window engine that its windows (the level indicator's) belong to
+// still exist: a window left for static destruction would outlive both.
+AppDelegate::~AppDelegate() {
+    applicationWillTerminate();
+    startupActions_.reset();
+    keyboardManager_.reset();
+    KeyboardManager::releaseShared();
+    OSDManager::releaseShared();
+    statusBarController_.reset(); // the popover's view model and the click rules
+    displayManager_.reset();
+    DisplayManager::releaseShared();
+    GammaManager::releaseShared();
+    DDCManager::releaseShared();
+}
 
 void AppDelegate::applicationDidFinishLaunching(std::function<void()> launched) {
     launched_ = std::move(launched);
@@ -71,7 +86,7 @@ void AppDelegate::finishLaunching() {
 void AppDelegate::applicationWillTerminate() {
     if (std::exchange(terminated_, true)) return; // SIGTERM and the quit item may both ask
     keyboardManager_->stop();
-    GammaManager::shared()->restoreAll();
+    if (const auto gamma = GammaManager::shared()) gamma->restoreAll();
 }
 
 } // namespace pw::ui

@@ -25,6 +25,9 @@ public:
     // and the click rules), the shared display manager, the shared keyboard manager, the
     // updater. The platform must be installed before; `engine` loads the popover's views.
     AppDelegate(QQmlEngine& engine, std::shared_ptr<Updater> updater);
+    // Runs the shutdown sequence if nobody did, then lets every manager go, the shared
+    // ones included, in the reverse of their construction. Whatever else holds a manager
+    // (the settings window, the wake-up follower) must be gone before.
     ~AppDelegate();
 
     // The launch sequence, on the main thread. `launched` runs once "Startup complete"

@@ -15,4 +15,9 @@ namespace pw::ui {
 // Returns the machine's sleep and wake-up reports, or null where none can be had.
 std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p);
 
+// The session's media keys alone (X key grabs, or the desktop's global shortcuts), chosen
+// and logged as `assembleDesktop` does, for simulated monitors driven from the person's
+// real keyboard. Null where the session has no display or offers no keys.
+std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform& p);
+
 } // namespace pw::ui

@@ -83,4 +83,10 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
     return std::make_shared<linuxdesktop::LogindPowerEvents>(log);
 }
 
+std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform& p) {
+    const auto session = linuxdesktop::SessionFacts::fromEnvironment();
+    if (!session.xDisplay && !session.wayland()) return nullptr;
+    return linuxdesktop::chooseKeys(session, std::nullopt, DesktopLog{p.systemLog});
+}
+
 } // namespace pw::ui

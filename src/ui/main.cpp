@@ -10,6 +10,7 @@
 #include "viewmodel/PopoverViewModel.h"
 #include "ui/AppMachine.h"
 #include "ui/BuildInfo.h"
+#include "ui/DesktopAssembly.h"
 #include "ui/ItemMap.h"
 #include "ui/PopoverWindow.h"
 #include "ui/QtMainQueue.h"
@@ -134,6 +135,13 @@ int main(int argc, char** argv) {
     }
 
     auto mainQueue = std::make_shared<pw::ui::QtMainQueue>(&app);
+    // Locals go in the reverse of their making: the delegate lets every manager go, then
+    // the engine, then this closes the main queue, so a thread still winding down posts
+    // nothing to the application object while it is destroyed.
+    const struct CloseMainQueue {
+        std::shared_ptr<pw::ui::QtMainQueue> queue;
+        ~CloseMainQueue() { queue->close(); }
+    } closeMainQueue{mainQueue};
     std::unique_ptr<pw::ui::AppMachine> machine;
     if (parser.isSet(simulate)) {
         const QString file = parser.value(simulate);
@@ -144,6 +152,11 @@ int main(int argc, char** argv) {
         }
         machine = pw::ui::AppMachine::simulated(std::get<pw::sim::Scenario>(std::move(loaded)),
                                                 file.toStdString(), mainQueue);
+        // The monitors are simulated, the keyboard is the person's: its media keys step
+        // the simulated monitors where the session lends them to programs.
+        if (!screenshot)
+            if (auto keys = pw::ui::sessionKeys(machine->platform()))
+                machine->platform().eventTaps = std::move(keys);
         if (parser.isSet(busLog) && !machine->recordBus(parser.value(busLog).toStdString())) {
             std::fprintf(stderr, "panelwright: cannot write the bus log %s\n",
                          qPrintable(parser.value(busLog)));

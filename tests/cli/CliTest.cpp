@@ -263,6 +263,21 @@ TEST_F(Cli, TraceShowsEveryTransferOfARead) {
     EXPECT_GE(std::stod(next[1]) - std::stod(set[1]) - std::stod(set[2]), 49.99) << r.err;
 }
 
+// Each run leaves its own diagnostic log beside the app's; --verbose shows the same lines.
+TEST_F(Cli, EachRunLeavesItsDiagnosticLogAndVerboseShowsIt) {
+    const auto log = home / "state" / "panelwright" / "panelwright-cli.log";
+    Outcome r = run({"--simulate", scenario("one-monitor.json"), "detect"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    const std::string quiet = test::readFile(log);
+    EXPECT_NE(quiet.find("] [System] Process: panelwright-cli (PID "), std::string::npos) << quiet;
+    EXPECT_NE(quiet.find("] [Display] "), std::string::npos) << quiet;
+
+    r = run({"--simulate", scenario("one-monitor.json"), "--verbose", "detect"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, test::readFile(log)); // the same lines, and only this run's
+}
+
 TEST_F(Cli, ConfigKeepsEachKeysKindAndRefusesWhatNothingReads) {
     EXPECT_EQ(run({"config", "set", "ddcRetryCount", "1"}).status, 0);
     EXPECT_EQ(run({"config", "set", "ddcCacheTTL", "2"}).status, 0);

@@ -52,5 +52,18 @@ TEST_F(Discovery, CountsSkipsAndReadsOddRegistriesSafely) {
     EXPECT_TRUE(machine->ledger().balanced());
 }
 
+// A machine that forgets to say what it is must not be taken for a Mac: no Mac channel is
+// opened on it, however Mac-like its registry looks.
+TEST_F(Discovery, AMachineThatSetsNoKindIsNoMac) {
+    boot(test::scenarioOf({monitorDisplay(2, "Dell", 4268, 41000, 1)}));
+    platform::Platform forgetful = machine->platform();
+    forgetful.flavor = platform::Platform{}.flavor;
+    auto unsure = std::make_shared<DisplayManager>(forgetful, ddc);
+    unsure->enumerateDisplays();
+    mainQueue().runPending();
+    EXPECT_TRUE(unsure->displays().empty());
+    EXPECT_EQ(machine->bus().transfers().size(), 0u);
+}
+
 } // namespace
 } // namespace pw

@@ -68,7 +68,7 @@ TEST_F(Enumeration, LogsEveryStepAndListsADeadMonitorAsUnverified) {
     EXPECT_EQ(logLines("Display"),
               (std::vector<std::string>{
                   "[Display] enumerateDisplays() called",
-                  "[Display] CGGetActiveDisplayList returned 5 display(s)",
+                  "[Display] The machine lists 5 active display(s)",
                   "[Display] Architecture: arm64, finding Apple Silicon transports",
                   "[Display] Found 2 Apple Silicon transport(s)",
                   "[Display] Display[0]: id=1 builtin=true",
@@ -78,7 +78,7 @@ TEST_F(Enumeration, LogsEveryStepAndListsADeadMonitorAsUnverified) {
                   "[Display] Display name resolved: Office 27",
                   "[Display] Display[2]: id=3 builtin=false",
                   "[Display] Display[2]: vendor=1552 product=44562",
-                  "[Display] DisplayServicesGetBrightness OK for 3 — Apple display",
+                  "[Display] Display 3 reports a built-in brightness — Apple display",
                   "[Display] Display[2]: Apple display, skipping DDC",
                   "[Display] Display[3]: id=4 builtin=false",
                   "[Display] Display[3]: vendor=7789 product=9001",

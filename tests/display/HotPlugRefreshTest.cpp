@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <future>
+#include <thread>
 #include <mutex>
 
 namespace pw {
@@ -175,6 +177,64 @@ TEST_F(HotPlug, KeysAreAnsweredWhileAHotPlugProbesADeadMonitor) {
     EXPECT_GT(machine->monitor(2)->feature(0x10)->current, 50);
     EXPECT_EQ(machine->bus().overlapCount(), 0u);
     keyboard->stop();
+}
+
+// The owner lets go of the manager while a refresh or a background enumeration is on the
+// bus: the manager must still end on the main thread, never on the worker that read.
+TEST_F(HotPlug, AManagerLetGoDuringBusWorkEndsOnTheMainThread) {
+    // Held by the manager alone: its destructor tells on which thread the manager ended.
+    struct EndWitness final : platform::LevelIndicators {
+        std::promise<std::thread::id> ended;
+        ~EndWitness() override { ended.set_value(std::this_thread::get_id()); }
+        std::shared_ptr<platform::LevelIndicatorWindow> createWindow() override { return {}; }
+    };
+    using Start = std::function<void(DisplayManager&, DisplayManager::Completion)>;
+    const std::pair<const char*, Start> work[] = {
+        {"refresh", [](DisplayManager& m, auto done) { m.refreshDisplays(std::move(done)); }},
+        {"enumeration",
+         [](DisplayManager& m, auto done) { m.enumerateDisplaysInBackground(std::move(done)); }},
+    };
+    for (const auto& [name, start] : work) {
+        SCOPED_TRACE(name);
+        boot(scenarioOf({monitorDisplay(2, "Office 27", 4268, 41000, 1, 50)}));
+        auto witness = std::make_shared<EndWitness>();
+        auto ended = witness->ended.get_future();
+        auto platform = machine->platform();
+        platform.levelIndicators = std::move(witness);
+        auto owned = std::make_shared<DisplayManager>(platform, ddc);
+        platform = {};
+        owned->enumerateDisplays();
+        mainQueue().runPending();
+        ddc->invalidateCache(*owned->displays().at(0).transport);
+
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool reading = false, letGo = false;
+        machine->bus().setObserver([&](const sim::BusTransfer&) {
+            std::unique_lock lock(mutex);
+            if (reading) return;
+            reading = true;
+            changed.notify_all();
+            changed.wait_for(lock, 20s, [&] { return letGo; });
+        });
+        bool done = false;
+        start(*owned, [&] { done = true; });
+        {
+            std::unique_lock lock(mutex);
+            ASSERT_TRUE(changed.wait_for(lock, 20s, [&] { return reading; }));
+        }
+        owned.reset(); // while the worker is on the bus
+        {
+            std::lock_guard lock(mutex);
+            letGo = true;
+        }
+        changed.notify_all();
+        while (ended.wait_for(0s) != std::future_status::ready && mainQueue().waitAndRun(1s) > 0) {
+        }
+        mainQueue().runUntilIdle();
+        machine->bus().setObserver({});
+        EXPECT_EQ(ended.get(), std::this_thread::get_id());
+    }
 }
 
 class Refresh : public test::DisplayTestBed {

@@ -64,7 +64,7 @@ TEST(OSDNative, LoadsStepByStepAndShowsThroughTheSystemIndicator) {
     const auto osd = bed.create();
     ASSERT_TRUE(osd->useNativeOSD());
     ASSERT_TRUE(osd->showOSDFunc());
-    EXPECT_EQ(bed.osdLines(), std::vector<std::string>{"Native OSD loaded successfully"});
+    EXPECT_EQ(bed.osdLines(), std::vector<std::string>{"System level indicator loaded"});
 
     osd->showBrightness(0.5f, 3);
     osd->showVolume(1.0f / 3.0f, 2);
@@ -85,11 +85,11 @@ TEST(OSDNative, LoadsStepByStepAndShowsThroughTheSystemIndicator) {
 
 TEST(OSDNative, EachFailingLoadingStepLogsItsLineAndFallsBackToTheWindow) {
     const std::pair<Fault, std::string> steps[] = {
-        {Fault::noBundle, "OSD.framework not found, using custom OSD"},
-        {Fault::loadFails, "Failed to load OSD.framework, using custom OSD"},
-        {Fault::classMissing, "OSDManager class not found, using custom OSD"},
-        {Fault::noSharedObject, "Failed to get OSDManager.sharedManager, using custom OSD"},
-        {Fault::doesNotRespond, "OSDManager doesn't respond to showImage, using custom OSD"},
+        {Fault::noBundle, "System level indicator not found, using our own"},
+        {Fault::loadFails, "System level indicator did not load, using our own"},
+        {Fault::classMissing, "System level indicator has no manager, using our own"},
+        {Fault::noSharedObject, "System level indicator gave no manager, using our own"},
+        {Fault::doesNotRespond, "System level indicator cannot show levels, using our own"},
     };
     for (const auto& [fault, line] : steps) {
         SCOPED_TRACE(line);
@@ -106,13 +106,14 @@ TEST(OSDNative, EachFailingLoadingStepLogsItsLineAndFallsBackToTheWindow) {
         EXPECT_EQ(bed.windows().lastShown()->symbol, "sun.max.fill");
     }
 
-    // A machine without the framework facility at all reduces to the first failure.
+    // A machine without such an indicator at all (Linux without Plasma's) says so in its
+    // own words, not in a Mac's.
     OSDTestBed bed;
     auto platform = bed.machine.platform();
     platform.osdFramework = nullptr;
     EXPECT_FALSE(OSDManager::create(platform)->useNativeOSD());
     EXPECT_EQ(bed.osdLines(),
-              std::vector<std::string>{"OSD.framework not found, using custom OSD"});
+              std::vector<std::string>{"No system level indicator on this machine, using our own"});
 }
 
 TEST(OSDFallback, MakesOneWindowAndShowsEachLevelThroughTheMainQueue) {

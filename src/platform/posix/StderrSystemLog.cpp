@@ -24,6 +24,7 @@ std::string_view levelName(LogLevel level) {
 
 void StderrSystemLog::write(std::string_view subsystem, std::string_view category, LogLevel level,
                             std::string_view message) {
+    if (static_cast<int>(level) < static_cast<int>(least_)) return;
     std::string line;
     line.reserve(subsystem.size() + category.size() + message.size() + 24);
     line += "panelwright[";

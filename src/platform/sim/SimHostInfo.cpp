@@ -28,7 +28,9 @@ bool SimHostInfo::prepareDiagnosticLogFolder() const {
     return !ec;
 }
 
-std::string SimHostInfo::operatingSystemLine() const { return "macOS 14.5.0"; }
+std::string SimHostInfo::operatingSystemLine() const {
+    return flavor_ == platform::Flavor::linux ? "Linux 6.1.0" : "macOS 14.5.0";
+}
 
 std::string SimHostInfo::architectureLine() const {
     switch (flavor_) {
@@ -37,9 +39,11 @@ std::string SimHostInfo::architectureLine() const {
     case platform::Flavor::linux:
         return "Architecture: x86_64 (Linux)";
     case platform::Flavor::appleSilicon:
+        return "Architecture: arm64 (Apple Silicon)";
+    case platform::Flavor::unset:
         break;
     }
-    return "Architecture: arm64 (Apple Silicon)";
+    return "Architecture: unknown";
 }
 
 std::string SimHostInfo::processName() const { return "Panelwright"; }

@@ -9,7 +9,8 @@
 namespace pw::sim {
 
 // The simulated machine's process and bundle facts. The banner names the simulated
-// Mac ("macOS 14.5.0", "Architecture: arm64 (Apple Silicon)" or the Intel line).
+// Mac ("macOS 14.5.0", "Architecture: arm64 (Apple Silicon)" or the Intel line), or the
+// simulated Linux machine ("Linux 6.1.0", "Architecture: x86_64 (Linux)").
 // The log location is settable so tests write into their own folder. The stack is the
 // process's real one.
 class SimHostInfo final : public platform::HostInfo {

@@ -281,6 +281,7 @@ protected:
         home_.env.insert(QStringLiteral("DISPLAY"), u':' + *x_->line());
         home_.env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), *bus_->line());
         home_.env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        home_.env.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));
         home_.env.insert(QStringLiteral("PANELWRIGHT_ITEM_MAP"), itemMap());
     }
     void TearDown() override {
@@ -410,6 +411,38 @@ TEST_F(DesktopTest, ADragWritesOnceAfterItEndsAndAnInputIsWrittenAtOnce) {
         QJsonDocument::fromJson(state.readAll())["displays"].toObject()["2"].toObject();
     EXPECT_EQ(monitor["16"].toArray().at(0).toInt(), 100);
     EXPECT_EQ(monitor["96"].toArray().at(0).toInt(), 0x12);
+}
+
+// The level indicator is a window of the app's own on a desktop without one: the app must
+// let it go before the Qt application, or quitting crashes.
+TEST_F(DesktopTest, AKeyStepsTheMonitorAndTheAppStillQuitsCleanly) {
+    startApp("two-monitors-and-builtin.json");
+    ASSERT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
+                        60000))
+        << app_.readAllStandardError().toStdString();
+    ASSERT_TRUE(xdotool({"key", "Escape"})); // the key goes to the desktop, not the popover
+    ASSERT_TRUE(waitFor([&] { return !popoverVisible(); }, 10000));
+    const auto before = setWrites(busLog()).size();
+    ASSERT_TRUE(xdotool({"key", "XF86MonBrightnessUp"}));
+    ASSERT_TRUE(waitFor([&] { return setWrites(busLog()).size() > before; }, 10000))
+        << "the key stepped no monitor";
+    const auto written = setWrites(busLog()).back();
+    EXPECT_EQ(written.code, 0x10);
+    ASSERT_TRUE(waitFor(
+        [&] {
+            QProcess p; // the popover is closed: the app's one visible window is the indicator
+            p.setProcessEnvironment(home_.env);
+            p.start(xdotool_, {"search", "--onlyvisible", "--pid", QString::number(app_.processId())});
+            p.waitForFinished(20000);
+            return !p.readAllStandardOutput().trimmed().isEmpty();
+        },
+        10000))
+        << "no indicator shown";
+
+    app_.terminate();
+    ASSERT_TRUE(app_.waitForFinished(20000));
+    EXPECT_EQ(app_.exitStatus(), QProcess::NormalExit) << app_.readAllStandardError().toStdString();
+    EXPECT_EQ(app_.exitCode(), 0);
 }
 
 } // namespace

@@ -22,6 +22,7 @@
 #include <QThread>
 #include <QUuid>
 
+#include <atomic>
 #include <thread>
 
 namespace pw::test {
@@ -142,6 +143,32 @@ TEST(QtMainQueueTest, TasksFromAnyThreadRunOnTheGuiThreadInOrder) {
     while (order.size() < 3 && waited.elapsed() < 5000) processEvents();
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
     EXPECT_TRUE(onMain);
+}
+
+// Threads still posting while the GUI thread destroys the queue's context: no post may
+// reach the dying object (the address sanitizer sees one that does), none runs after it.
+TEST(QtMainQueueTest, PostsRacingTheContextsDestructionAreDropped) {
+    auto* context = new QObject;
+    ui::QtMainQueue queue(context);
+    std::atomic<bool> stop = false;
+    std::atomic<int> ran = 0, posted = 0;
+    std::vector<std::thread> workers;
+    for (int i = 0; i < 2; ++i)
+        workers.emplace_back([&] {
+            while (!stop) {
+                queue.post([&] { ++ran; });
+                queue.postAfter(1ms, [&] { ++ran; });
+                ++posted;
+            }
+        });
+    while (posted < 1000) std::this_thread::yield();
+    delete context; // while the workers post
+    const int before = posted;
+    while (posted < before + 1000) std::this_thread::yield();
+    stop = true;
+    for (auto& worker : workers) worker.join();
+    processEvents();
+    EXPECT_EQ(ran, 0);
 }
 
 // --- One instance per session -----------------------------------------------------------

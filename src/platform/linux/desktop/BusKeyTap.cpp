@@ -16,6 +16,9 @@ BusKeyTap::BusKeyTap(BusConnection bus, platform::TapCallback callback, DesktopL
 
 BusKeyTap::~BusKeyTap() {
     invalidate();
+    // The thread reads this object to its last line, so it is joined, never let go; a tap
+    // must therefore not be destroyed on its own bus thread (nothing there owns it).
+    if (thread_.joinable()) thread_.join();
     if (wakeFd_ >= 0) close(wakeFd_);
 }
 
@@ -91,10 +94,9 @@ void BusKeyTap::invalidate() {
         return;
     }
     wake();
-    if (thread_.get_id() == std::this_thread::get_id())
-        thread_.detach();
-    else
-        thread_.join();
+    // Asked on the bus thread itself (a service giving up): its loop ends as the current
+    // command returns, and whoever destroys the tap joins it.
+    if (thread_.get_id() != std::this_thread::get_id()) thread_.join();
 }
 
 std::shared_ptr<platform::TapRunLoopSource> BusKeyTap::createRunLoopSource() {

@@ -1,11 +1,15 @@
 #include "platform/linux/desktop/KGlobalAccelKeys.h"
 
+#include "platform/linux/desktop/BusKeyTap.h"
+
 #include "DesktopTestSupport.h"
 #include "FakeBusService.h"
 #include "KeyTapTestSupport.h"
 #include "platform/linux/desktop/MediaKeyEvents.h"
 
 #include <gtest/gtest.h>
+#include <atomic>
+#include <future>
 #include <set>
 #include <systemd/sd-bus.h>
 
@@ -142,6 +146,34 @@ TEST_F(KGlobalAccelKeysTest, NoServiceIsOneLineAndNoTap) {
     EXPECT_EQ(log->messages("Keyboard"),
               std::vector<std::string>{
                   "Media keys unavailable: org.kde.kglobalaccel is not on the session bus"});
+}
+
+// A service that gives up on the tap's own bus thread: that thread must still be joined by
+// whoever destroys the tap, never left running on a tap destroyed under it (the thread
+// sanitizer sees the race, and the keys are not given back before the tap is gone).
+TEST_F(KGlobalAccelKeysTest, ATapGivenUpOnItsOwnThreadIsJoinedWhenDestroyed) {
+    struct GivingUp final : KeyService {
+        std::promise<void>& gaveUp;
+        std::atomic<bool>& stopped;
+        GivingUp(std::promise<void>& g, std::atomic<bool>& s) : gaveUp(g), stopped(s) {}
+        void setActive(BusKeyTap& tap, bool) override {
+            tap.invalidate();
+            gaveUp.set_value();
+        }
+        void stop(BusKeyTap&) override { stopped = true; }
+    };
+    std::promise<void> gaveUp;
+    std::atomic<bool> stopped = false;
+    std::string whyNot;
+    auto connection = openBus(bus->address(), BusKind::session, whyNot);
+    ASSERT_TRUE(connection) << whyNot;
+    auto tap = std::make_unique<BusKeyTap>(std::move(connection), recorder.callback(),
+                                           DesktopLog{log});
+    ASSERT_TRUE(tap->start(std::make_unique<GivingUp>(gaveUp, stopped), whyNot));
+    tap->enable(false); // the service hears it on the bus thread, and gives up there
+    gaveUp.get_future().wait();
+    tap.reset();
+    EXPECT_TRUE(stopped);
 }
 
 } // namespace
