@@ -475,7 +475,7 @@ TEST(DDCManagerBus, WritesAndReadBackLandOnAMonitorThatWantsItsQuietTime) {
     const auto transfers = bus->transfers();
     ASSERT_EQ(transfers.size(), 4u);
     for (std::size_t i = 1; i < 3; ++i)
-        EXPECT_GE(transfers[i].start - transfers[i - 1].end, sim::VirtualMonitor::kQuietTime);
+        EXPECT_GE(transfers[i].start - transfers[i - 1].end, sim::MonitorSpec{}.quietTime);
 }
 
 } // namespace

@@ -25,6 +25,8 @@ struct MonitorSpec {
     std::map<std::uint8_t, Feature> features; // VCP code -> value
     std::set<std::uint8_t> unsupported;       // answered with result code 0x01
     std::chrono::milliseconds replyDelay{40};
+    // After a setting, requests that come sooner than this are lost.
+    std::chrono::milliseconds quietTime{50};
     struct Faults {
         FaultScript corruptChecksum, wrongOpcode, nullReply, nak, silent;
     } faults;

@@ -100,7 +100,7 @@ void VirtualMonitor::handleRequest(std::uint32_t dataAddress, std::span<const st
         if (!supported) return; // monitors drop writes to controls they lack
         const auto value = static_cast<std::uint16_t>((frame[3] << 8) | frame[4]);
         found->second.current = std::min(value, found->second.max);
-        quietUntil_ = clock_.now() + kQuietTime;
+        quietUntil_ = clock_.now() + spec_.quietTime;
         return;
     }
 

@@ -16,12 +16,11 @@ namespace pw::sim {
 // request bytes (a request with a bad checksum is ignored, as a monitor does), keeps
 // an MCCS feature table, clamps writes to 0..max, prepares the real 11-byte Get VCP
 // reply, which is ready only `replyDelay` after the request, and plays the scripted
-// faults of its spec. After a Set VCP Feature it wants to be left alone for kQuietTime:
-// a request that arrives sooner is acknowledged on the bus and lost, as on many real
-// monitors. Thread-safe; it never sleeps (time is the clock's).
+// faults of its spec. After a Set VCP Feature it wants to be left alone for its spec's
+// `quietTime`: a request that arrives sooner is acknowledged on the bus and lost, as on
+// many real monitors. Thread-safe; it never sleeps (time is the clock's).
 class VirtualMonitor {
 public:
-    static constexpr std::chrono::milliseconds kQuietTime{50};
     // What the bus reports when nothing acknowledges (IOKit's "not responding").
     static constexpr std::int32_t kNotAcknowledged = static_cast<std::int32_t>(0xE00002EDu);
 

@@ -81,6 +81,8 @@ std::unique_ptr<Bus> loadBus(const std::string& path, pw::platform::Clock& clock
     auto bus = std::make_unique<Bus>();
     MonitorSpec spec = MonitorSpec::withDefaultFeatures();
     spec.replyDelay = std::chrono::milliseconds(0);
+    // The fake answers in real time while the program under test waits on virtual time.
+    spec.quietTime = std::chrono::milliseconds(0);
     bool monitor = true;
     std::ifstream in(path);
     for (std::string line; std::getline(in, line);) {

@@ -108,6 +108,7 @@ TEST(SimIntelMachine, WireRequestsReachTheMonitorAndRepliesComeBackAfterThePause
     EXPECT_TRUE(machine.virtualClock()->sleeps().empty());
 
     EXPECT_EQ(send(machine, framebuffer, 0, setBrightnessWire(80), 0).result, kSuccess);
+    machine.virtualClock()->advance(MonitorSpec{}.quietTime);
     EXPECT_EQ(send(machine, framebuffer, 0, kGetBrightnessWire, 1).reply, brightnessReply(80));
     EXPECT_EQ(i2c.openConnections(), 0u);
     EXPECT_TRUE(machine.ledger().balanced());

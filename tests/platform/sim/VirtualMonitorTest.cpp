@@ -96,12 +96,12 @@ TEST_F(VirtualMonitorTest, UnsupportedCodesAnswerResultOneAndWritesClampOrDrop) 
     EXPECT_EQ(ask({0x82, 0x01, 0x12, 0xAE})[3], 0x01); // contrast: listed, but unsupported
 
     EXPECT_EQ(send({0x84, 0x03, 0x10, 0x00, 0x1E, 0xB6}), 0); // brightness 30
-    clock.advance(VirtualMonitor::kQuietTime);
+    clock.advance(setup.quietTime);
     EXPECT_EQ(ask(kGetBrightness)[9], 30);
     const auto tooBig = ddc::makeSetVCPRequest(0x10, 0x1234);
     EXPECT_EQ(send(Bytes(tooBig.begin(), tooBig.end())), 0);
     EXPECT_EQ(monitor->feature(0x10)->current, 100);
-    clock.advance(VirtualMonitor::kQuietTime);
+    clock.advance(setup.quietTime);
     EXPECT_EQ(send({0x84, 0x03, 0x12, 0x00, 0x0A, 0xA0}), 0); // contrast 10: dropped
     EXPECT_EQ(monitor->feature(0x12)->current, 75);
     EXPECT_EQ(monitor->requestsIgnored(), 0u);
@@ -112,10 +112,10 @@ TEST_F(VirtualMonitorTest, UnsupportedCodesAnswerResultOneAndWritesClampOrDrop) 
 TEST_F(VirtualMonitorTest, RequestsInsideTheQuietTimeAfterASetAreLost) {
     const Bytes set30 = {0x84, 0x03, 0x10, 0x00, 0x1E, 0xB6}, set40 = {0x84, 0x03, 0x10, 0x00, 0x28, 0x80};
     ASSERT_EQ(send(set30), 0);
-    clock.advance(VirtualMonitor::kQuietTime - 1ns);
+    clock.advance(setup.quietTime - 1ns);
     EXPECT_EQ(ask(kGetBrightness), kNullMessage); // asked 1 ns too soon
     ASSERT_EQ(send(set30), 0);                     // 40 ms later: accepted, quiet again
-    clock.advance(VirtualMonitor::kQuietTime - 1ns);
+    clock.advance(setup.quietTime - 1ns);
     EXPECT_EQ(send(set40), 0);
     EXPECT_EQ(monitor->feature(0x10)->current, 30);
     clock.advance(1ns);
