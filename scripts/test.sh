@@ -87,8 +87,17 @@ if [ -z "${TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ]; then
   trap 'rm -f "${report}"; rm -rf "${TMPDIR}"' EXIT
 fi
 
+# CPU seconds (user + system) of everything this script has waited for so far: with two
+# cores, a stage takes about half of its CPU time on an otherwise idle machine.
+cpu_seconds() {
+  times >"${report}"
+  awk 'NR == 2 { split($1, u, /[ms]/); split($2, s, /[ms]/)
+                 printf "%d", u[1] * 60 + u[2] + s[1] * 60 + s[2] }' "${report}"
+}
+
 for preset in "${presets[@]}"; do
   start=${SECONDS}
+  cpu_start=$(cpu_seconds)
   before=${failed}
   echo "== ${preset}: configure"
   if ! cmake --preset "${preset}" >"${report}" 2>&1; then
@@ -101,6 +110,7 @@ for preset in "${presets[@]}"; do
     failed=$((failed + 1)); summary+=("${preset}: build failed"); continue
   fi
   built=$((SECONDS - start))
+  cpu_built=$(cpu_seconds)
   echo "== ${preset}: test"
   ctest --preset "${preset}" -j "${jobs}" 2>&1 | tee "${report}"
   count_ctest
@@ -109,7 +119,9 @@ for preset in "${presets[@]}"; do
   fi
   state=passed
   [ "${failed}" -gt "${before}" ] && state="FAILED ($((failed - before)))"
-  summary+=("${preset}: ${state}, built in ${built} s, tested in $((SECONDS - start - built)) s")
+  cpu_end=$(cpu_seconds)
+  summary+=("${preset}: ${state}; build ${built} s (CPU $((cpu_built - cpu_start)) s),\
+ tests $((SECONDS - start - built)) s (CPU $((cpu_end - cpu_built)) s)")
 done
 
 for line in "${summary[@]}"; do echo "== ${line}"; done
