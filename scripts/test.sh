@@ -89,15 +89,16 @@ fi
 
 # CPU seconds (user + system) of everything this script has waited for so far: with two
 # cores, a stage takes about half of its CPU time on an otherwise idle machine.
-cpu_seconds() {
-  times >"${report}"
+# (`times` must run in this shell, not in a $(...) subshell, which has waited for nothing.)
+cpu_mark() { times >"${report}"; }
+cpu_read() {
   awk 'NR == 2 { split($1, u, /[ms]/); split($2, s, /[ms]/)
                  printf "%d", u[1] * 60 + u[2] + s[1] * 60 + s[2] }' "${report}"
 }
 
 for preset in "${presets[@]}"; do
   start=${SECONDS}
-  cpu_start=$(cpu_seconds)
+  cpu_mark; cpu_start=$(cpu_read)
   before=${failed}
   echo "== ${preset}: configure"
   if ! cmake --preset "${preset}" >"${report}" 2>&1; then
@@ -110,7 +111,7 @@ for preset in "${presets[@]}"; do
     failed=$((failed + 1)); summary+=("${preset}: build failed"); continue
   fi
   built=$((SECONDS - start))
-  cpu_built=$(cpu_seconds)
+  cpu_mark; cpu_built=$(cpu_read)
   echo "== ${preset}: test"
   ctest --preset "${preset}" -j "${jobs}" 2>&1 | tee "${report}"
   count_ctest
@@ -119,7 +120,7 @@ for preset in "${presets[@]}"; do
   fi
   state=passed
   [ "${failed}" -gt "${before}" ] && state="FAILED ($((failed - before)))"
-  cpu_end=$(cpu_seconds)
+  cpu_mark; cpu_end=$(cpu_read)
   summary+=("${preset}: ${state}; build ${built} s (CPU $((cpu_built - cpu_start)) s),\
  tests $((SECONDS - start - built)) s (CPU $((cpu_end - cpu_built)) s)")
 done
