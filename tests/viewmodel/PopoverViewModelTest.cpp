@@ -257,8 +257,14 @@ TEST_F(PopoverViewModelTest, AFeatureTheMonitorLacksIsNotOffered) {
     lacking.monitor->unsupported = {kVolume, kMute};
     start(scenarioOf({lacking, keyMonitor(3, {30, 100})}));
     EXPECT_TRUE(model->supports(2, VCPCode::volume)); // not asked yet
+    // Display 3 is refreshed last: once its new value is in, the refresh holds the display
+    // manager no more, and the test can end without a refresh still on its way.
+    machine->monitor(3)->setFeature(kBrightness, 64, 100);
+    const double before = model->stateFor(3).brightness;
     model->refresh();
-    runUntil([&] { return !model->supports(2, VCPCode::volume); });
+    runUntil([&] {
+        return !model->supports(2, VCPCode::volume) && model->stateFor(3).brightness != before;
+    });
     for (const auto [id, code, offered] :
          {std::tuple{2u, VCPCode::volume, false}, std::tuple{2u, VCPCode::mute, false},
           std::tuple{2u, VCPCode::brightness, true}, std::tuple{2u, VCPCode::inputSource, true},
