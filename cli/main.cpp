@@ -261,7 +261,9 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
     auto ddc = std::make_shared<DDCManager>(clock, mainQueue);
     applyTuningPreferences(platform::JsonUserDefaults(), *ddc, nullptr);
     auto displays = std::make_shared<DisplayManager>(machine, ddc);
-    displays->enumerateDisplays();
+    // A command on one display probes that display alone: every other probe could wait
+    // out a bus another program holds.
+    displays->enumerateDisplays(command == Command::detect ? std::nullopt : options.displayID);
     mainQueue->runPending(); // publishes the list
     const auto list = displays->displays();
 

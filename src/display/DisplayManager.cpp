@@ -252,9 +252,9 @@ bool DisplayManager::isAppleDisplay(platform::DisplayID id, std::uint32_t vendor
 
 // --- Enumeration ----------------------------------------------------------------------
 
-void DisplayManager::enumerateDisplays() {
+void DisplayManager::enumerateDisplays(std::optional<platform::DisplayID> only) {
     const auto started = now();
-    auto list = buildList();
+    auto list = buildList(only);
     platform_.mainQueue->post([weak = weak_from_this(), list = std::move(list), started]() mutable {
         if (auto self = weak.lock()) self->publish(std::move(list), started);
     });
@@ -320,7 +320,7 @@ void adoptOptions(platform::UserDefaults& store, const std::string& key,
 
 } // namespace
 
-std::vector<ExternalDisplay> DisplayManager::buildList() {
+std::vector<ExternalDisplay> DisplayManager::buildList(std::optional<platform::DisplayID> only) {
     const auto& systemLog = SystemLog::display();
     logDisplay("enumerateDisplays() called");
     systemLog.info("Enumerating displays...");
@@ -357,6 +357,12 @@ std::vector<ExternalDisplay> DisplayManager::buildList() {
         if (!match) {
             logDisplay("No I2C transport for display " + num(id) + " — skipping");
             systemLog.error("No I2C transport for display " + num(id));
+            continue;
+        }
+        // Past the channel search, which must see every display; a probe of another
+        // display's monitor would only cost time, up to a lock wait on a busy bus.
+        if (only && id != *only) {
+            logDisplay("Display[" + num(i) + "]: not asked for, not probed");
             continue;
         }
 

@@ -63,7 +63,11 @@ public:
     // Rebuilds the list from scratch on the calling thread, blocking while it probes each
     // monitor, and publishes it later on the main queue. For the command line and tests:
     // an application must not call it on its main thread.
-    void enumerateDisplays();
+    // With `only`, the list holds that display alone and only its monitor is probed: the
+    // machine's display list is still read whole and every display still gets its channel,
+    // since a channel may be told apart only by the others (twins pair in order), so the
+    // display keeps the channel, name and key a full enumeration gives it.
+    void enumerateDisplays(std::optional<platform::DisplayID> only = std::nullopt);
 
     // Main queue only. Rebuilds the list on the "com.panelwright.enumeration" queue,
     // publishes it on the main queue and then runs `done` there. Never two at a time: a
@@ -148,7 +152,7 @@ public:
 
 private:
     // The enumeration proper: lists, pairs, names and probes on the calling thread.
-    std::vector<ExternalDisplay> buildList();
+    std::vector<ExternalDisplay> buildList(std::optional<platform::DisplayID> only = {});
     void publish(std::vector<ExternalDisplay> displays, platform::Clock::TimePoint started);
     platform::Clock::TimePoint now() const;
     // Main queue: hands the next background pass to a fresh enumeration queue.

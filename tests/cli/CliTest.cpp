@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -261,6 +262,32 @@ TEST_F(Cli, TraceShowsEveryTransferOfARead) {
     const std::string after = set.suffix();
     ASSERT_TRUE(std::regex_search(after, next, std::regex(R"(\[ *([0-9.]+) ms\] write)"))) << r.err;
     EXPECT_GE(std::stod(next[1]) - std::stod(set[1]) - std::stod(set[2]), 49.99) << r.err;
+}
+
+// A command on one display sends DDC to that display's monitor alone (another monitor's
+// bus may be held by another program), and twins still reach the monitor a full
+// enumeration pairs with that id: each twin has a brightness of its own.
+TEST_F(Cli, ACommandOnOneDisplayTalksToThatMonitorAlone) {
+    const struct {
+        const char* scenario;
+        const char* id;
+        int brightness;
+    } cases[] = {
+        {"two-monitors-and-builtin.json", "3", 80},
+        {"identical-twins-same-serial.json", "3", 75},
+        {"identical-twins.json", "3", 90},
+    };
+    const std::regex ddc(R"(\] (?:write|read) +(.*) chip 0x37 )");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.scenario);
+        const Outcome r = run({"--simulate", scenario(c.scenario), "--display", c.id, "--trace",
+                               "getvcp", "brightness"});
+        EXPECT_EQ(r.out, "Brightness (0x10): " + std::to_string(c.brightness) + " of 100\n");
+        std::set<std::string> endpoints;
+        for (std::sregex_iterator at(r.err.begin(), r.err.end(), ddc), end; at != end; ++at)
+            endpoints.insert((*at)[1]);
+        EXPECT_EQ(endpoints.size(), 1u) << r.err;
+    }
 }
 
 // Each run leaves its own diagnostic log beside the app's; --verbose shows the same lines.
