@@ -1,7 +1,6 @@
 #include "display/DisplayTestBed.h"
 
-#include <filesystem>
-#include <set>
+#include <algorithm>
 
 namespace pw {
 namespace {
@@ -12,44 +11,6 @@ using test::monitorDisplay;
 using test::scenarioOf;
 
 class Enumeration : public test::DisplayTestBed {};
-
-// Any machine: built-in panels, Apple displays and displays without a DDC/CI channel are
-// left out; every other display is listed with a channel of its own (the twins' scenarios
-// give each twin another brightness, so a swapped pairing shows), probed once.
-TEST_F(Enumeration, ShippedScenariosListEachMonitorWithItsOwnChannel) {
-    std::size_t scenarios = 0;
-    for (const auto& file : std::filesystem::directory_iterator(test::sourcePath("scenarios"))) {
-        auto loaded = sim::loadScenarioFile(file.path());
-        ASSERT_TRUE(std::holds_alternative<sim::Scenario>(loaded)) << file.path();
-        const auto scenario = std::get<sim::Scenario>(loaded);
-        SCOPED_TRACE(file.path().filename().string());
-        boot(scenario);
-        auto listed = enumerate();
-        ++scenarios;
-
-        std::vector<platform::DisplayID> expected, ids;
-        for (const auto& d : scenario.displays)
-            if (!d.builtin && !d.appleDisplay && d.vendor != 1552 && d.monitor)
-                expected.push_back(d.id);
-        std::set<std::int64_t> channels;
-        for (const auto& d : listed) {
-            ids.push_back(d.id);
-            channels.insert(d.transport->endpointKey());
-            const auto own = machine->monitor(d.id)->feature(0x10);
-            // A verified probe read this display's own monitor, not a neighbour's.
-            if (d.ddcStatus == DDCStatus::verified)
-                EXPECT_EQ(d.brightness->current, own->current);
-            else
-                EXPECT_FALSE(d.brightness);
-        }
-        EXPECT_EQ(ids, expected);
-        EXPECT_EQ(channels.size(), listed.size());
-        listed.clear(); // the records hold their channels, and a channel may hold a service
-        manager.reset();
-        EXPECT_TRUE(machine->ledger().balanced());
-    }
-    EXPECT_GE(scenarios, 7u);
-}
 
 TEST_F(Enumeration, LogsEveryStepAndListsADeadMonitorAsUnverified) {
     auto apple = monitorDisplay(3, "Studio Display", 1552, 44562);

@@ -25,6 +25,10 @@ extern "C" int pw_fake_i2c_loaded();
 namespace pw::test {
 namespace {
 
+// A brightness write of 80, and a brightness read request, as framed on the wire.
+const std::vector<std::uint8_t> kSetBrightness = {0x84, 0x03, 0x10, 0x00, 0x50, 0x9F};
+const std::vector<std::uint8_t> kGetBrightness = {0x82, 0x01, 0x10, 0xAC};
+
 const I2CDevTransport& busOf(const ExternalDisplay& display) {
     return dynamic_cast<const I2CDevTransport&>(*display.transport);
 }
@@ -84,10 +88,11 @@ protected:
         }
     };
 
-    static std::size_t transfersSince(std::chrono::steady_clock::time_point since) {
-        const auto all = fakei2c::transfers();
-        return static_cast<std::size_t>(std::count_if(
-            all.begin(), all.end(), [&](const auto& t) { return t.start >= since; }));
+    static std::vector<fakei2c::Transfer> transfersSince(std::chrono::steady_clock::time_point since) {
+        std::vector<fakei2c::Transfer> ours;
+        for (const auto& t : fakei2c::transfers())
+            if (t.start >= since) ours.push_back(t);
+        return ours;
     }
 
     FakeRoot fake;
@@ -174,15 +179,14 @@ TEST_F(FakeMachine, TransportFallsBackToPlainReadWriteWhenTheDriverRefusesRdwr) 
     auto devices = std::make_shared<platform::LinuxI2CDevices>(fake.root());
     auto clock = std::make_shared<sim::VirtualClock>();
     I2CDevTransport blocked(9, devices, clock);
-    const std::vector<std::uint8_t> request = {0x82, 0x01, 0x10, 0xAC};
-    EXPECT_FALSE(blocked.read(request, 11));
+    EXPECT_FALSE(blocked.read(kGetBrightness, 11));
     EXPECT_TRUE(blocked.plainReadWrite());
     EXPECT_TRUE(blocked.unreachable());
     EXPECT_NE(blocked.problem().find("/dev/i2c-9: address 0x37 is claimed"), std::string::npos);
 
     // With the user's permission the address is shared despite the driver.
     I2CDevTransport forced(9, devices, clock, {.forceAddress = true});
-    const auto reply = forced.read(request, 11);
+    const auto reply = forced.read(kGetBrightness, 11);
     ASSERT_TRUE(reply);
     EXPECT_EQ((*reply)[9], 42);
     EXPECT_EQ(forced.problem(), "");
@@ -244,8 +248,7 @@ TEST_F(FakeMachine, ABusHeldByAnotherProgramCostsOneWaitPerCommandAndNamesIt) {
         program.ddc->invalidateCache(*hdmi.transport);
         const auto before = program.clock->now();
         EXPECT_FALSE(program.ddc->read(hdmi.transport, VCPCode::brightness));
-        const std::vector<std::uint8_t> frame = {0x84, 0x03, 0x10, 0x00, 0x50, 0x9F};
-        EXPECT_FALSE(program.ddc->performWrite(hdmi.transport, frame));
+        EXPECT_FALSE(program.ddc->performWrite(hdmi.transport, kSetBrightness));
         // One wait of a second for the whole command, not one per pass and attempt.
         const auto waited = program.clock->now() - before;
         EXPECT_GE(waited, std::chrono::milliseconds(1000));
@@ -264,12 +267,10 @@ TEST_F(FakeMachine, TheMonitorsQuietTimeHoldsForTheNextProcessToo) {
     I2CDevTransport first(5, std::make_shared<platform::LinuxI2CDevices>(fake.root()), clock);
     I2CDevTransport second(5, std::make_shared<platform::LinuxI2CDevices>(fake.root()), clock);
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_TRUE(first.write(std::vector<std::uint8_t>{0x84, 0x03, 0x10, 0x00, 0x50, 0x9F}));
-    ASSERT_TRUE(second.read(std::vector<std::uint8_t>{0x82, 0x01, 0x10, 0xAC}, 11));
+    ASSERT_TRUE(first.write(kSetBrightness));
+    ASSERT_TRUE(second.read(kGetBrightness, 11));
 
-    std::vector<fakei2c::Transfer> ours;
-    for (const auto& t : fakei2c::transfers())
-        if (t.start >= start) ours.push_back(t);
+    const auto ours = transfersSince(start);
     ASSERT_EQ(ours.size(), 3u); // the write, then the other's request and reply
     EXPECT_GE(ours[1].start - ours[0].end, I2CDevTransport::kQuietTime);
 }
@@ -285,9 +286,8 @@ TEST_F(FakeMachine, AnAdapterNumberThatCameBackAsAnotherBusIsNotWrittenTo) {
     fake.device(5, "feature 10 1 100\n");
     const auto swapped = std::chrono::steady_clock::now();
 
-    const std::vector<std::uint8_t> frame = {0x84, 0x03, 0x10, 0x00, 0x50, 0x9F};
-    EXPECT_FALSE(program.ddc->performWrite(hdmi.transport, frame));
-    EXPECT_EQ(transfersSince(swapped), 0u);
+    EXPECT_FALSE(program.ddc->performWrite(hdmi.transport, kSetBrightness));
+    EXPECT_TRUE(transfersSince(swapped).empty());
     EXPECT_TRUE(busOf(hdmi).unreachable());
     EXPECT_NE(busOf(hdmi).problem().find("/dev/i2c-5 is no longer card0-HDMI-A-1's DDC channel"),
               std::string::npos)
@@ -308,10 +308,8 @@ TEST_F(FakeMachine, AKernelDriverBoundAtTheDdcAddressKeepsUsOffUnlessAllowed) {
             EXPECT_NE(busOf(hdmi).problem().find(
                           "/dev/i2c-5: address 0x37 is claimed by a kernel driver (ddcci)"),
                       std::string::npos);
-            const auto all = fakei2c::transfers();
-            EXPECT_TRUE(std::none_of(all.begin(), all.end(), [&](const auto& t) {
-                return t.start >= start && t.address == 0x37 && t.path.ends_with("/dev/i2c-5");
-            }));
+            for (const auto& t : transfersSince(start))
+                EXPECT_FALSE(t.address == 0x37 && t.path.ends_with("/dev/i2c-5")) << t.path;
         }
     }
 }

@@ -151,13 +151,39 @@ DisplaySource twoMonitors() {
         nullptr};
 }
 
-TEST(MutterGamma, DimsTheCrtcOfTheDisplayWithTheSameEdidAndGivesItBack) {
-    auto bus = test::PrivateBus::start();
-    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-    FakeMutter mutter(bus->address());
-    ASSERT_TRUE(mutter.started());
-    auto log = std::make_shared<sim::MemorySystemLog>();
-    auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+// A private session bus with GNOME's service on it, a journal in a fresh directory and a
+// log to read back; `create` opens the tables the way the tray does.
+class MutterGammaTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        bus = test::PrivateBus::start();
+        if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
+        mutter = std::make_unique<FakeMutter>(bus->address());
+        ASSERT_TRUE(mutter->started());
+    }
+    std::shared_ptr<MutterGammaTables> create(bool journalled = false) {
+        auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+        if (tables && journalled) tables->keepJournal(journal, "gnome", twoMonitors());
+        return tables;
+    }
+    std::size_t recorded() {
+        std::string whyNot;
+        return journal->read(whyNot).size();
+    }
+    int dim(MutterGammaTables& tables, const std::vector<float>& ramp, platform::DisplayID id = 10) {
+        return tables.setTransferByTable(id, 256, ramp.data(), ramp.data(), ramp.data());
+    }
+
+    std::optional<test::PrivateBus> bus;
+    std::unique_ptr<FakeMutter> mutter;
+    test::TempDir dir;
+    std::shared_ptr<GammaJournal> journal = std::make_shared<GammaJournal>(dir / "dimmed-gamma");
+    std::shared_ptr<sim::MemorySystemLog> log = std::make_shared<sim::MemorySystemLog>();
+    const std::vector<float> half = std::vector<float>(256, 0.5f);
+};
+
+TEST_F(MutterGammaTest, DimsTheCrtcOfTheDisplayWithTheSameEdidAndGivesItBack) {
+    auto tables = create();
     ASSERT_TRUE(tables);
 
     std::vector<float> r(256), g(256), b(256);
@@ -170,34 +196,26 @@ TEST(MutterGamma, DimsTheCrtcOfTheDisplayWithTheSameEdidAndGivesItBack) {
 
     for (auto& sample : r)
         sample *= 0.5f;
-    ASSERT_EQ(tables->setTransferByTable(10, 256, r.data(), r.data(), r.data()), 0);
-    EXPECT_NEAR(mutter.red(1)[kRampSize - 1], 32768, 1); // HDMI-1 carries display 10
-    EXPECT_EQ(mutter.red(0)[kRampSize - 1], 65535);
+    ASSERT_EQ(dim(*tables, r), 0);
+    EXPECT_NEAR(mutter->red(1)[kRampSize - 1], 32768, 1); // HDMI-1 carries display 10
+    EXPECT_EQ(mutter->red(0)[kRampSize - 1], 65535);
 
     // A monitor arranged meanwhile gives a new serial; restoring still finds its CRTC.
-    mutter.reconfigure();
+    mutter->reconfigure();
     tables->restoreColorSyncSettings();
-    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
-    EXPECT_EQ(mutter.red(1)[512], 512 * 65535 / (kRampSize - 1));
+    EXPECT_EQ(mutter->red(1)[kRampSize - 1], 65535);
+    EXPECT_EQ(mutter->red(1)[512], 512 * 65535 / (kRampSize - 1));
 
-    EXPECT_EQ(tables->setTransferByTable(30, 256, r.data(), r.data(), r.data()),
-              MutterGammaTables::kIllegalArgument);
+    EXPECT_EQ(dim(*tables, r, 30), MutterGammaTables::kIllegalArgument);
     EXPECT_TRUE(log->messages("Display").empty());
 }
 
-TEST(MutterGamma, ADisplayOnNoCrtcIsSaidOnce) {
-    auto bus = test::PrivateBus::start();
-    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-    FakeMutter mutter(bus->address());
-    ASSERT_TRUE(mutter.started());
-    mutter.noCrtcs();
-    auto log = std::make_shared<sim::MemorySystemLog>();
-    auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+TEST_F(MutterGammaTest, ADisplayOnNoCrtcIsSaidOnce) {
+    mutter->noCrtcs();
+    auto tables = create();
     ASSERT_TRUE(tables);
-    std::vector<float> half(256, 0.5f);
     for (int attempt = 0; attempt < 2; ++attempt)
-        EXPECT_EQ(tables->setTransferByTable(10, 256, half.data(), half.data(), half.data()),
-                  MutterGammaTables::kIllegalArgument);
+        EXPECT_EQ(dim(*tables, half), MutterGammaTables::kIllegalArgument);
     EXPECT_EQ(log->messages("Display"),
               std::vector<std::string>{
                   "Display 10 cannot be dimmed: GNOME's display configuration shows it on no "
@@ -207,35 +225,24 @@ TEST(MutterGamma, ADisplayOnNoCrtcIsSaidOnce) {
 
 // A GNOME that does not answer has not lost the display: the kept ramp and its record
 // stay until a restore is confirmed, so the next restore (or start) can still repair.
-TEST(MutterGamma, AnUnansweredCallKeepsWhatWasNotGivenBack) {
-    auto bus = test::PrivateBus::start();
-    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-    FakeMutter mutter(bus->address());
-    ASSERT_TRUE(mutter.started());
-    test::TempDir dir;
-    auto journal = std::make_shared<GammaJournal>(dir / "dimmed-gamma");
-    auto log = std::make_shared<sim::MemorySystemLog>();
-    auto tables = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+TEST_F(MutterGammaTest, AnUnansweredCallKeepsWhatWasNotGivenBack) {
+    auto tables = create(true);
     ASSERT_TRUE(tables);
-    tables->keepJournal(journal, "gnome", twoMonitors());
-    std::vector<float> half(256, 0.5f);
-    ASSERT_EQ(tables->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
-    std::string whyNot;
-    ASSERT_EQ(journal->read(whyNot).size(), 1u);
+    ASSERT_EQ(dim(*tables, half), 0);
+    ASSERT_EQ(recorded(), 1u);
 
-    mutter.ignore("GetResources");
-    EXPECT_EQ(tables->setTransferByTable(10, 256, half.data(), half.data(), half.data()),
-              MutterGammaTables::kFailure); // a timeout, not "no such display"
+    mutter->ignore("GetResources");
+    EXPECT_EQ(dim(*tables, half), MutterGammaTables::kFailure); // a timeout, not "no such display"
     tables->restoreColorSyncSettings();
-    mutter.ignore("SetCrtcGamma");
+    mutter->ignore("SetCrtcGamma");
     tables->restoreColorSyncSettings();
-    EXPECT_EQ(journal->read(whyNot).size(), 1u);
-    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 32768);
+    EXPECT_EQ(recorded(), 1u);
+    EXPECT_EQ(mutter->red(1)[kRampSize - 1], 32768);
 
-    mutter.ignore("");
+    mutter->ignore("");
     tables->restoreColorSyncSettings();
-    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
-    EXPECT_TRUE(journal->read(whyNot).empty());
+    EXPECT_EQ(mutter->red(1)[kRampSize - 1], 65535);
+    EXPECT_EQ(recorded(), 0u);
     EXPECT_FALSE(tables->holdsOriginal(10));
     auto lines = log->messages("Display");
     ASSERT_EQ(lines.size(), 3u);
@@ -249,46 +256,31 @@ TEST(MutterGamma, AnUnansweredCallKeepsWhatWasNotGivenBack) {
 // A run ends while GNOME does not answer; the next one starts while it still does not.
 // The record outlives both, and a dim meanwhile does not take the dimmed ramp for the
 // original: the first confirmed restore gives the real one back.
-TEST(MutterGamma, ARecordNotRepairedAtStartStillRepairsLater) {
-    auto bus = test::PrivateBus::start();
-    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-    FakeMutter mutter(bus->address());
-    ASSERT_TRUE(mutter.started());
-    test::TempDir dir;
-    auto journal = std::make_shared<GammaJournal>(dir / "dimmed-gamma");
-    auto log = std::make_shared<sim::MemorySystemLog>();
-    std::vector<float> half(256); // the identity ramp at half its height
-    for (std::size_t i = 0; i < half.size(); ++i)
-        half[i] = 0.5f * static_cast<float>(i) / 255;
+TEST_F(MutterGammaTest, ARecordNotRepairedAtStartStillRepairsLater) {
+    std::vector<float> halfHeight(256); // the identity ramp at half its height
+    for (std::size_t i = 0; i < halfHeight.size(); ++i)
+        halfHeight[i] = 0.5f * static_cast<float>(i) / 255;
     {
-        auto first = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+        auto first = create(true);
         ASSERT_TRUE(first);
-        first->keepJournal(journal, "gnome", twoMonitors());
-        ASSERT_EQ(first->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
-        mutter.ignore("SetCrtcGamma");
+        ASSERT_EQ(dim(*first, halfHeight), 0);
+        mutter->ignore("SetCrtcGamma");
     }
-    auto next = MutterGammaTables::create(bus->address(), twoMonitors(), DesktopLog{log});
+    auto next = create(true);
     ASSERT_TRUE(next);
-    next->keepJournal(journal, "gnome", twoMonitors());
-    std::string whyNot;
-    EXPECT_EQ(journal->read(whyNot).size(), 1u);
+    EXPECT_EQ(recorded(), 1u);
     EXPECT_EQ(log->messages("Display").back(),
               "GNOME did not confirm giving back the gamma ramp of display 10 left dimmed last "
               "time: the record of the displays left dimmed is kept for the next start");
 
-    mutter.ignore("");
-    ASSERT_EQ(next->setTransferByTable(10, 256, half.data(), half.data(), half.data()), 0);
+    mutter->ignore("");
+    ASSERT_EQ(dim(*next, halfHeight), 0);
     next->restoreColorSyncSettings();
-    EXPECT_EQ(mutter.red(1)[kRampSize - 1], 65535);
-    EXPECT_TRUE(journal->read(whyNot).empty());
+    EXPECT_EQ(mutter->red(1)[kRampSize - 1], 65535);
+    EXPECT_EQ(recorded(), 0u);
 }
 
-TEST(MutterGamma, ChosenFirstWhereverGnomeAnswersEvenOnWayland) {
-    auto bus = test::PrivateBus::start();
-    if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
-    FakeMutter mutter(bus->address());
-    ASSERT_TRUE(mutter.started());
-    auto log = std::make_shared<sim::MemorySystemLog>();
+TEST_F(MutterGammaTest, ChosenFirstWhereverGnomeAnswersEvenOnWayland) {
     const auto tables = chooseGamma(SessionFacts{"wayland", true, std::nullopt}, bus->address(),
                                     twoMonitors(), DesktopLog{log});
     EXPECT_TRUE(std::dynamic_pointer_cast<MutterGammaTables>(tables));

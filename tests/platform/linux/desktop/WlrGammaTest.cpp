@@ -331,6 +331,11 @@ protected:
     std::int32_t setHalf(platform::DisplayID display) {
         return set(display, {0.0f, 0.5f}, {0.0f, 0.5f}, {0.0f, 0.5f});
     }
+    std::int32_t read(platform::DisplayID display) {
+        std::vector<float> r(256);
+        std::uint32_t count = 0;
+        return tables->getTransferByTable(display, 256, r.data(), r.data(), r.data(), count);
+    }
 
     RuntimeDirectory runtime;
     FakeCompositor::Options options;
@@ -402,10 +407,7 @@ TEST_F(WlrGammaTest, AnyTableIsStretchedOverTheOutputClampedChannelByChannel) {
 TEST_F(WlrGammaTest, AnOutputWhoseGammaIsHeldElsewhereIsNeverTouched) {
     compositor->holdElsewhere("DP-1", true);
     EXPECT_EQ(setHalf(20), WlrGammaTables::kFailure);
-    std::vector<float> r(256);
-    std::uint32_t count = 0;
-    EXPECT_EQ(tables->getTransferByTable(20, 256, r.data(), r.data(), r.data(), count),
-              WlrGammaTables::kFailure);
+    EXPECT_EQ(read(20), WlrGammaTables::kFailure);
     EXPECT_EQ(setHalf(20), WlrGammaTables::kFailure);
     EXPECT_TRUE(compositor->record("DP-1").tables.empty());
     EXPECT_EQ(compositor->record("DP-1").controlsMade, 1); // not asked again and again
@@ -463,31 +465,42 @@ TEST_F(WlrGammaTest, TheCompositorGoingAwayStopsDimmingWithOneLine) {
     ASSERT_EQ(setHalf(10), 0);
     compositor.reset();
     EXPECT_EQ(setHalf(10), WlrGammaTables::kCannotComplete);
-    std::vector<float> r(256);
-    std::uint32_t count = 0;
-    EXPECT_EQ(tables->getTransferByTable(10, 256, r.data(), r.data(), r.data(), count),
-              WlrGammaTables::kCannotComplete);
+    EXPECT_EQ(read(10), WlrGammaTables::kCannotComplete);
     tables->restoreColorSyncSettings();
     EXPECT_EQ(log->messages("Display"),
               std::vector<std::string>{"The Wayland compositor went away: software dimming stops"});
 }
 
-TEST(WlrGammaPairing, AnOutputWithoutANameIsTheLoneDisplay) {
+// Opening and choosing the tables, each test with compositors of its own making; the
+// session bus is one where GNOME is never found.
+class WlrGammaStart : public ::testing::Test {
+protected:
+    // The display lines, less GNOME's (which chooseGamma asks first) being unavailable.
+    std::vector<std::string> linesAfterGnome() const {
+        auto lines = log->messages("Display");
+        std::erase_if(lines, [](const std::string& line) {
+            return line.starts_with("Dimming through GNOME's display configuration unavailable");
+        });
+        return lines;
+    }
+
     RuntimeDirectory runtime;
+    const std::optional<std::string> noBus = "unix:path=/nonexistent/bus";
+    std::shared_ptr<sim::MemorySystemLog> log = std::make_shared<sim::MemorySystemLog>();
+    static constexpr float half[] = {0.0f, 0.5f};
+};
+
+TEST_F(WlrGammaStart, AnOutputWithoutANameIsTheLoneDisplay) {
     FakeCompositor compositor({{{"DP-1", 256}}, true, 3});
     DisplaySource one;
     one.displays = [] { return std::vector<platform::DisplayID>{7}; };
-    auto log = std::make_shared<sim::MemorySystemLog>();
     auto tables = WlrGammaTables::create(compositor.socket(), one, DesktopLog{log});
     ASSERT_TRUE(tables);
-    const float half[] = {0.0f, 0.5f};
     EXPECT_EQ(tables->setTransferByTable(7, 2, half, half, half), 0);
     EXPECT_EQ(compositor.record("DP-1").tables.size(), 1u);
 }
 
-TEST(WlrGammaStart, NoCompositorNoGammaControlOrNoAnswerIsOneLineAndNoTables) {
-    RuntimeDirectory runtime;
-    auto log = std::make_shared<sim::MemorySystemLog>();
+TEST_F(WlrGammaStart, NoCompositorNoGammaControlOrNoAnswerIsOneLineAndNoTables) {
     EXPECT_FALSE(WlrGammaTables::create("wayland-none", twoMonitors(), DesktopLog{log}));
 
     FakeCompositor plain({{{"DP-1", 256}}, false, 4});
@@ -505,7 +518,6 @@ TEST(WlrGammaStart, NoCompositorNoGammaControlOrNoAnswerIsOneLineAndNoTables) {
     // time for no longer than the timeout.
     const auto hung = WlrGammaTables::create("wayland-silent", twoMonitors(), DesktopLog{log});
     ASSERT_TRUE(hung);
-    const float half[] = {0.0f, 0.5f};
     EXPECT_EQ(hung->setTransferByTable(20, 2, half, half, half), WlrGammaTables::kFailure);
     close(silent);
 
@@ -520,36 +532,25 @@ TEST(WlrGammaStart, NoCompositorNoGammaControlOrNoAnswerIsOneLineAndNoTables) {
 }
 
 // One slow answer at start does not turn dimming off for the run, nor blame the desktop.
-TEST(WlrGammaStart, ACompositorSlowAtStartIsAskedAgainAtTheNextDim) {
-    RuntimeDirectory runtime;
-    const std::optional<std::string> noBus = "unix:path=/nonexistent/bus";
-    auto log = std::make_shared<sim::MemorySystemLog>();
+TEST_F(WlrGammaStart, ACompositorSlowAtStartIsAskedAgainAtTheNextDim) {
     FakeCompositor sway;
     sway.pause();
     const auto tables = chooseGamma(SessionFacts{"wayland", true, std::nullopt, sway.socket()},
                                     noBus, twoMonitors(), DesktopLog{log});
     sway.resume();
     ASSERT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(tables));
-    const float half[] = {0.0f, 0.5f};
     EXPECT_EQ(tables->setTransferByTable(20, 2, half, half, half), 0);
     EXPECT_EQ(sway.record("DP-1").tables.size(), 1u);
-
-    auto lines = log->messages("Display");
-    std::erase_if(lines, [](const std::string& line) {
-        return line.starts_with("Dimming through GNOME's display configuration unavailable");
-    });
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "The Wayland compositor at \"" + sway.socket() +
-                             "\" did not answer within 500 ms; dimming through its gamma "
-                             "control is tried again at the next dim",
-                         "The Wayland compositor answered: dimming through its gamma control "
-                         "(wlroots)"}));
+    EXPECT_EQ(linesAfterGnome(),
+              (std::vector<std::string>{
+                  "The Wayland compositor at \"" + sway.socket() +
+                      "\" did not answer within 500 ms; dimming through its gamma "
+                      "control is tried again at the next dim",
+                  "The Wayland compositor answered: dimming through its gamma control "
+                  "(wlroots)"}));
 }
 
-TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) {
-    RuntimeDirectory runtime;
-    const std::optional<std::string> noBus = "unix:path=/nonexistent/bus";
-    auto log = std::make_shared<sim::MemorySystemLog>();
+TEST_F(WlrGammaStart, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) {
     FakeCompositor wlroots;
     const SessionFacts sway{"wayland", true, std::nullopt, wlroots.socket()};
     EXPECT_TRUE(std::dynamic_pointer_cast<WlrGammaTables>(
@@ -562,19 +563,15 @@ TEST(WlrGammaChoice, AWaylandSessionOutsideGnomeUsesTheCompositorsGammaControl) 
     FakeCompositor other({{{"DP-1", 256}}, false, 4});
     const SessionFacts elsewhere{"wayland", true, std::nullopt, other.socket()};
     EXPECT_FALSE(chooseGamma(elsewhere, noBus, twoMonitors(), DesktopLog{log}));
-
-    auto lines = log->messages("Display");
-    std::erase_if(lines, [](const std::string& line) {
-        return line.starts_with("Dimming through GNOME's display configuration unavailable");
-    });
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "Dimming through the compositor's gamma control (wlroots)",
-                         "Dimming through the compositor's gamma control (wlroots)",
-                         "Dimming through the compositor's gamma control unavailable: the "
-                         "compositor at \"" + other.socket() +
-                             "\" offers no gamma control (zwlr_gamma_control_manager_v1)",
-                         "Dimming unavailable: this Wayland session gives programs no gamma "
-                         "tables; brightness stays within each monitor's own range"}));
+    EXPECT_EQ(linesAfterGnome(),
+              (std::vector<std::string>{
+                  "Dimming through the compositor's gamma control (wlroots)",
+                  "Dimming through the compositor's gamma control (wlroots)",
+                  "Dimming through the compositor's gamma control unavailable: the "
+                  "compositor at \"" + other.socket() +
+                      "\" offers no gamma control (zwlr_gamma_control_manager_v1)",
+                  "Dimming unavailable: this Wayland session gives programs no gamma "
+                  "tables; brightness stays within each monitor's own range"}));
 }
 
 } // namespace
