@@ -33,6 +33,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,20 +123,25 @@ Bus* fakeBus(int fd, bool& gone) {
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
     gone = info.st_nlink == 0;
     auto& state = shim();
-    const auto key = std::make_pair(info.st_dev, info.st_ino);
-    if (const auto found = state.buses.find(key); found != state.buses.end())
-        return found->second.get();
     char path[PATH_MAX] = {};
     const auto link = "/proc/self/fd/" + std::to_string(fd);
     const auto n = ::readlink(link.c_str(), path, sizeof path - 1);
     if (n <= 0) return nullptr;
-    const std::string file(path, static_cast<std::size_t>(n));
+    std::string file(path, static_cast<std::size_t>(n));
+    if (constexpr std::string_view deleted = " (deleted)"; file.ends_with(deleted))
+        file.resize(file.size() - deleted.size());
+    // An inode number is reused once its file is gone, by the next test's fake root too:
+    // a bus is the same only when its path is the same as well.
+    const auto key = std::make_pair(info.st_dev, info.st_ino);
+    if (const auto found = state.buses.find(key);
+        found != state.buses.end() && found->second->path == file)
+        return found->second.get();
     const auto slash = file.rfind('/');
     if (slash == std::string::npos || file.compare(slash + 1, 4, "i2c-") != 0) return nullptr;
     if (slash < 4 || file.compare(slash - 4, 4, "/dev") != 0) return nullptr;
     auto bus = loadBus(file, state.clock);
     auto* raw = bus.get();
-    state.buses.emplace(key, std::move(bus));
+    state.buses.insert_or_assign(key, std::move(bus));
     return raw;
 }
 
