@@ -78,22 +78,19 @@ VCPReply parseVCPReply(std::span<const std::uint8_t> buffer, std::uint8_t reques
     // A bus that returns fewer bytes than asked pads the rest (0xFF on many adapters), and
     // an XOR checksum over the padded frame can still come out right: the framing bytes
     // are what tell such a frame from a reply.
-    if (reply[0] != kDisplayWriteAddress) {
+    struct Framing {
+        std::size_t offset;
+        std::uint8_t expected;
+        const char* what;
+    };
+    for (const Framing& f : {Framing{0, kDisplayWriteAddress, "reply source"},
+                             Framing{1, kReplyLengthByte, "reply length"},
+                             Framing{2, kGetVCPReplyOpcode, "response type"}}) {
+        if (reply[f.offset] == f.expected) continue;
         reject(platform::LogLevel::error,
-               "DDC wrong reply source: expected 0x6E, got " + hexByte(reply[0]),
-               "Wrong reply source: " + hexDump(reply));
-        return {Kind::rejected};
-    }
-    if (reply[1] != kReplyLengthByte) {
-        reject(platform::LogLevel::error,
-               "DDC wrong reply length: expected 0x88, got " + hexByte(reply[1]),
-               "Wrong reply length: " + hexDump(reply));
-        return {Kind::rejected};
-    }
-    if (reply[2] != kGetVCPReplyOpcode) {
-        reject(platform::LogLevel::error,
-               "DDC wrong response type: expected 0x02, got " + hexByte(reply[2]),
-               "Wrong response type: " + hexDump(reply));
+               std::string("DDC wrong ") + f.what + ": expected " + hexByte(f.expected) +
+                   ", got " + hexByte(reply[f.offset]),
+               std::string("Wrong ") + f.what + ": " + hexDump(reply));
         return {Kind::rejected};
     }
     // The answer to another request (a late reply, another program's question) says
