@@ -137,9 +137,14 @@ std::optional<I2CDevices::QuietClock::time_point> LinuxI2CDevices::quietUntil(in
 void LinuxI2CDevices::setQuietUntil(int bus, QuietClock::time_point until) {
     const auto file = recordFile(bus);
     if (file.empty()) return;
-    std::error_code ec;
-    if (std::filesystem::create_directories(file.parent_path(), ec); !ec)
-        std::filesystem::permissions(file.parent_path(), std::filesystem::perms::owner_all, ec);
+    if (!recordFolderReady_.load(std::memory_order_relaxed)) {
+        std::error_code ec;
+        if (std::filesystem::create_directories(file.parent_path(), ec); !ec) {
+            std::filesystem::permissions(file.parent_path(), std::filesystem::perms::owner_all,
+                                         ec);
+            recordFolderReady_.store(true, std::memory_order_relaxed);
+        }
+    }
     // Written under the device's lock, which every reader takes first: never read half.
     std::ofstream(file, std::ios::trunc)
         << token_ << " "

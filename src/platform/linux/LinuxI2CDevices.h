@@ -2,6 +2,7 @@
 
 #include "platform/I2CDevices.h"
 
+#include <atomic>
 #include <filesystem>
 
 namespace pw::platform {
@@ -28,6 +29,8 @@ private:
     bool force_;
     // Tells this device set's own records from other processes' ones.
     std::uint64_t token_;
+    // The records' folder is made (and narrowed to its owner) once, not at every message.
+    std::atomic<bool> recordFolderReady_{false};
 };
 
 } // namespace pw::platform
