@@ -352,15 +352,7 @@ void KeyboardManager::runMuteToggle(const KeyWork& work) {
         ddc.storeWritten(*display.transport, code, next);
 
         if (next == 1) {
-            postIndicator([id](KeyboardManager& m) {
-                auto& osd = *m.osdManager_;
-                if (osd.useNativeOSD()) {
-                    if (const auto& show = osd.showOSDFunc())
-                        show(OSDManager::kMuteImage, id, 0, OSDManager::kTotalSegments);
-                } else {
-                    osd.showCustomOSD("speaker.slash.fill", 0, id);
-                }
-            });
+            postIndicator([id](KeyboardManager& m) { m.osdManager_->showMute(id); });
             return;
         }
         // Unmuted: show the volume it comes back at, usually straight from the cache. The
@@ -395,7 +387,7 @@ void KeyboardManager::postIndicator(std::function<void(KeyboardManager&)> show) 
 
 // Read at every show, so turning indicators off in the settings takes effect at once.
 bool KeyboardManager::indicatorsWanted() const {
-    return platform_.defaults ? Preferences::showOSD(*platform_.defaults) : true;
+    return osdManager_ && osdManager_->wanted();
 }
 
 } // namespace pw

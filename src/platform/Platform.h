@@ -9,11 +9,11 @@
 #include "platform/EventTap.h"
 #include "platform/FramebufferI2C.h"
 #include "platform/Gamma.h"
-#include "platform/OSD.h"
 #include "platform/Workspace.h"
 #include "platform/HostInfo.h"
 #include "platform/HotPlugMonitor.h"
 #include "platform/I2CDevices.h"
+#include "platform/LevelIndicator.h"
 #include "platform/LoginItems.h"
 #include "platform/MainQueue.h"
 #include "platform/Registry.h"
@@ -46,8 +46,8 @@ struct Platform {
     std::shared_ptr<EventTaps> eventTaps;
     std::shared_ptr<Workspace> workspace;
     std::shared_ptr<DistributedNotifications> distributedNotifications;
-    std::shared_ptr<OSDFramework> osdFramework;
-    std::shared_ptr<LevelIndicators> levelIndicators;
+    // Shows a level after a key; null: levels are not shown.
+    std::shared_ptr<LevelIndicator> indicator;
     // Linux only: DRM connectors and i2c adapters, the /dev/i2c-* files, udev hot-plug.
     std::shared_ptr<DrmSysfs> drm;
     std::shared_ptr<I2CDevices> i2cDevices;

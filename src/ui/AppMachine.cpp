@@ -4,6 +4,7 @@
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/WindowIndicator.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/SimHostInfo.h"
 #include "platform/sim/SimMachine.h"
@@ -17,7 +18,8 @@ AppMachine::~AppMachine() = default;
 
 std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
                                                   std::filesystem::path scenarioFile,
-                                                  std::shared_ptr<platform::MainQueue> mainQueue) {
+                                                  std::shared_ptr<platform::MainQueue> mainQueue,
+                                                  std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
     std::unique_ptr<AppMachine> app(new AppMachine);
     auto clock = std::make_shared<platform::SystemClock>();
     app->machine_ = std::make_unique<sim::SimMachine>(std::move(scenario), clock, mainQueue);
@@ -29,18 +31,20 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
     app->platform_ = app->machine_->platform();
     app->platform_.systemLog = platform::makeSystemLog();
     app->platform_.defaults = std::make_shared<platform::JsonUserDefaults>();
-    // Linux has no system indicator of that kind: our own window shows the levels.
-    app->platform_.osdFramework = nullptr;
+    // The person's desktop shows the simulated machine's levels in our own window.
+    app->platform_.indicator =
+        platform::WindowIndicator::create(mainQueue, app->platform_.displays, indicatorWindow);
     return app;
 }
 
-std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue> mainQueue) {
+std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue> mainQueue,
+                                             std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
     std::unique_ptr<AppMachine> app(new AppMachine);
     platform::LinuxMachineOptions options;
     options.mainQueue = mainQueue;
     platform::Platform real = platform::makeLinuxPlatform(options);
     if (real.drm && real.drm->present() && real.i2cDevices) {
-        app->powerEvents_ = assembleDesktop(real);
+        app->powerEvents_ = assembleDesktop(real, indicatorWindow);
         app->platform_ = std::move(real);
         return app;
     }
@@ -52,6 +56,7 @@ std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue
     p.systemLog = real.systemLog;
     p.defaults = real.defaults;
     p.loginItems = real.loginItems;
+    p.indicator = platform::WindowIndicator::create(mainQueue, p.displays, indicatorWindow);
     app->platform_ = std::move(p);
     app->unreachableNote_ =
         "panelwright: no monitor can be reached on this machine yet; to try the program "

@@ -28,8 +28,12 @@ public:
 
     static std::unique_ptr<AppMachine> simulated(sim::Scenario scenario,
                                                  std::filesystem::path scenarioFile,
-                                                 std::shared_ptr<platform::MainQueue> mainQueue);
-    static std::unique_ptr<AppMachine> real(std::shared_ptr<platform::MainQueue> mainQueue);
+                                                 std::shared_ptr<platform::MainQueue> mainQueue,
+                                                 std::shared_ptr<platform::IndicatorWindow> indicatorWindow);
+    // `indicatorWindow`: our own level indicator window, where the machine shows no
+    // indicator of its own (may be null: levels are then not shown there).
+    static std::unique_ptr<AppMachine> real(std::shared_ptr<platform::MainQueue> mainQueue,
+                                            std::shared_ptr<platform::IndicatorWindow> indicatorWindow);
 
     platform::Platform& platform() { return platform_; }
     // Null on the real machine.

@@ -1,6 +1,7 @@
 #include "ui/DesktopAssembly.h"
 
 #include "platform/DrmDisplayServices.h"
+#include "platform/WindowIndicator.h"
 #include "platform/linux/desktop/GammaChoice.h"
 #include "platform/linux/desktop/KeysChoice.h"
 #include "platform/linux/desktop/PlasmaOSD.h"
@@ -54,7 +55,8 @@ private:
 
 } // namespace
 
-std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
+std::shared_ptr<platform::PowerEvents>
+assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
     const DesktopLog log{p.systemLog};
     const auto session = linuxdesktop::SessionFacts::fromEnvironment();
     const DisplaySource source = sourceFrom(p.drm);
@@ -77,8 +79,10 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
     // Null: no media keys; the popover and the command line still work.
     p.eventTaps = linuxdesktop::chooseKeys(session, std::nullopt, log);
 
-    // Null leaves the app's own indicator window in charge.
-    p.osdFramework = linuxdesktop::PlasmaOSDFramework::create(std::nullopt, log);
+    // Plasma's indicator where it answers, else our own window.
+    p.indicator = linuxdesktop::PlasmaIndicator::create(std::nullopt, log);
+    if (!p.indicator)
+        p.indicator = platform::WindowIndicator::create(p.mainQueue, p.displays, indicatorWindow);
 
     return std::make_shared<linuxdesktop::LogindPowerEvents>(log);
 }

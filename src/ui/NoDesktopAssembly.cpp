@@ -2,9 +2,13 @@
 // machine runs with what the kernel gives, and the log says so once.
 #include "ui/DesktopAssembly.h"
 
+#include "platform/WindowIndicator.h"
+
 namespace pw::ui {
 
-std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
+std::shared_ptr<platform::PowerEvents>
+assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
+    p.indicator = platform::WindowIndicator::create(p.mainQueue, p.displays, indicatorWindow);
     if (p.systemLog)
         p.systemLog->write("com.panelwright.app", "App", platform::LogLevel::info,
                            "Desktop features unavailable: built without the desktop "

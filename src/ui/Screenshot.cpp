@@ -58,10 +58,10 @@ void takeScreenshot(const ScreenshotSources& sources, QQmlEngine& engine, const 
         return grabWhenDrawn(sources.settings.window(), file);
     }
     if (kind == u"indicator") {
-        auto indicator = std::make_shared<QtLevelIndicatorWindow>(engine);
+        auto indicator = std::make_shared<QtIndicatorWindow>(engine);
         QQuickWindow* window = indicator->window();
         if (!window) return finish({}, file);
-        indicator->show({"sun.max.fill", 0.625f, 0.625 * 132, std::nullopt});
+        indicator->show({"sun.max.fill", 0.625f, std::nullopt});
         // The indicator lives until the grab is done.
         QTimer::singleShot(100, window, [indicator, window, file] {
             finish(window->grabWindow(), file);

@@ -142,6 +142,12 @@ int main(int argc, char** argv) {
         std::shared_ptr<pw::ui::QtMainQueue> queue;
         ~CloseMainQueue() { queue->close(); }
     } closeMainQueue{mainQueue};
+    pw::ui::setUpIcons();
+    QQmlEngine engine;
+    pw::ui::installViews(engine);
+    // Our own indicator window (made on first show), for the machine to use where the
+    // system shows no indicator of its own.
+    const auto indicatorWindow = std::make_shared<pw::ui::QtIndicatorWindow>(engine);
     std::unique_ptr<pw::ui::AppMachine> machine;
     if (parser.isSet(simulate)) {
         const QString file = parser.value(simulate);
@@ -151,7 +157,7 @@ int main(int argc, char** argv) {
             return kUsage;
         }
         machine = pw::ui::AppMachine::simulated(std::get<pw::sim::Scenario>(std::move(loaded)),
-                                                file.toStdString(), mainQueue);
+                                                file.toStdString(), mainQueue, indicatorWindow);
         // The monitors are simulated, the keyboard is the person's: its media keys step
         // the simulated monitors where the session lends them to programs.
         if (!screenshot)
@@ -163,16 +169,11 @@ int main(int argc, char** argv) {
             return kUsage;
         }
     } else {
-        machine = pw::ui::AppMachine::real(mainQueue);
+        machine = pw::ui::AppMachine::real(mainQueue, indicatorWindow);
         if (!machine->unreachableNote().empty())
             std::fprintf(stderr, "%s\n", machine->unreachableNote().c_str());
     }
 
-    pw::ui::setUpIcons();
-    QQmlEngine engine;
-    pw::ui::installViews(engine);
-    // Our own indicator window, before anything asks the OSD manager for one.
-    machine->platform().levelIndicators = std::make_shared<pw::ui::QtLevelIndicators>(engine);
     pw::platform::install(machine->platform());
 
     const pw::ui::BuildInfo build = pw::ui::BuildInfo::current();

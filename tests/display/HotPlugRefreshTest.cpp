@@ -183,10 +183,10 @@ TEST_F(HotPlug, KeysAreAnsweredWhileAHotPlugProbesADeadMonitor) {
 // bus: the manager must still end on the main thread, never on the worker that read.
 TEST_F(HotPlug, AManagerLetGoDuringBusWorkEndsOnTheMainThread) {
     // Held by the manager alone: its destructor tells on which thread the manager ended.
-    struct EndWitness final : platform::LevelIndicators {
+    struct EndWitness final : platform::LevelIndicator {
         std::promise<std::thread::id> ended;
         ~EndWitness() override { ended.set_value(std::this_thread::get_id()); }
-        std::shared_ptr<platform::LevelIndicatorWindow> createWindow() override { return {}; }
+        void show(platform::IndicatorKind, float, platform::DisplayID) override {}
     };
     using Start = std::function<void(DisplayManager&, DisplayManager::Completion)>;
     const std::pair<const char*, Start> work[] = {
@@ -200,7 +200,7 @@ TEST_F(HotPlug, AManagerLetGoDuringBusWorkEndsOnTheMainThread) {
         auto witness = std::make_shared<EndWitness>();
         auto ended = witness->ended.get_future();
         auto platform = machine->platform();
-        platform.levelIndicators = std::move(witness);
+        platform.indicator = std::move(witness);
         auto owned = std::make_shared<DisplayManager>(platform, ddc);
         platform = {};
         owned->enumerateDisplays();

@@ -101,13 +101,13 @@ TEST_F(KeyRepeatTest, RepeatsFoldPerDisplayAndFeatureIntoOneUnitFromTheValueLeft
     for (const auto& s : nativeShows())
         if (s.displayID == 2) shown.emplace_back(s.image, s.filledChiclets);
     const auto filled = [](float level) {
-        return static_cast<std::uint32_t>(OSDManager::filledSegments(level));
+        return static_cast<std::uint32_t>(platform::macos::MacLevelIndicator::filledChiclets(level));
     };
     EXPECT_EQ(shown, (std::vector<std::pair<std::uint32_t, std::uint32_t>>{
-                         {OSDManager::kBrightnessImage, filled(0.56f)},
-                         {OSDManager::kBrightnessImage, filled(0.74f)},
-                         {OSDManager::kVolumeImage, filled(0.38f)},
-                         {OSDManager::kMuteImage, 0}}));
+                         {platform::macos::kOSDBrightnessImage, filled(0.56f)},
+                         {platform::macos::kOSDBrightnessImage, filled(0.74f)},
+                         {platform::macos::kOSDVolumeImage, filled(0.38f)},
+                         {platform::macos::kOSDMuteImage, 0}}));
 
     // Toggles that cancel out leave the monitor alone; down steps after up ones count too.
     {
@@ -167,9 +167,9 @@ TEST_F(KeyRepeatTest, UnmutingReadsTheVolumeInThePressNotOnTheMainThread) {
     mainQueue().runPending();
     EXPECT_EQ(machine->bus().transfers().size(), transfers) << "the main thread touched the bus";
     ASSERT_EQ(nativeShows().size(), 1u);
-    EXPECT_EQ(nativeShows()[0].image, OSDManager::kVolumeImage);
+    EXPECT_EQ(nativeShows()[0].image, platform::macos::kOSDVolumeImage);
     EXPECT_EQ(nativeShows()[0].filledChiclets,
-              static_cast<std::uint32_t>(OSDManager::filledSegments(0.75f)));
+              static_cast<std::uint32_t>(platform::macos::MacLevelIndicator::filledChiclets(0.75f)));
 
     // Indicators off when the key is pressed: nothing is read for them.
     machine->defaults().set(Preferences::kShowOSD, platform::DefaultsValue(false));

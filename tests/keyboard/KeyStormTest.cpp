@@ -107,7 +107,7 @@ TEST_F(KeyStormTest, HeldKeysAmidPopoverTrafficKeepTheBusSerialAndEndOnTheLastVa
             for (auto i = shows.size(); i-- > showsBefore;) { // the burst's last indicator
                 if (shows[i].displayID != id) continue;
                 EXPECT_EQ(shows[i].filledChiclets,
-                          static_cast<std::uint32_t>(OSDManager::filledSegments(now / 100.0f)));
+                          static_cast<std::uint32_t>(platform::macos::MacLevelIndicator::filledChiclets(now / 100.0f)));
                 break;
             }
         }

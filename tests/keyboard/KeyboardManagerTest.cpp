@@ -39,7 +39,7 @@ TEST_F(KeyboardManagerTest, StepsStopAtBothEndsHonourPreferencesAndLeaveTheWrite
     press(MediaKey::brightnessUp); // at the top: nothing written, nothing shown
     EXPECT_EQ(setWrites(2, kBrightness), Values{100});
     ASSERT_EQ(nativeShows().size(), 1u);
-    EXPECT_EQ(nativeShows()[0].image, OSDManager::kBrightnessImage);
+    EXPECT_EQ(nativeShows()[0].image, platform::macos::kOSDBrightnessImage);
     EXPECT_EQ(nativeShows()[0].filledChiclets, 16u);
     const auto busBefore = machine->bus().transfers().size();
     EXPECT_EQ(ddc->read(transport, VCPCode::brightness), (DDCReadResult{100, 100}));
@@ -110,9 +110,9 @@ TEST_F(KeyboardManagerTest, MuteTogglesOneAndTwoAndIndicatorsFollowTheShowOSDSet
     press(MediaKey::mute); // -> muted: the mute image
     EXPECT_EQ(setWrites(2, kMute), (Values{2, 1}));
     ASSERT_EQ(nativeShows().size(), 2u);
-    EXPECT_EQ(nativeShows()[0].image, OSDManager::kVolumeImage);
+    EXPECT_EQ(nativeShows()[0].image, platform::macos::kOSDVolumeImage);
     EXPECT_EQ(nativeShows()[0].filledChiclets, 8u);
-    EXPECT_EQ(nativeShows()[1].image, OSDManager::kMuteImage);
+    EXPECT_EQ(nativeShows()[1].image, platform::macos::kOSDMuteImage);
     EXPECT_EQ(nativeShows()[1].filledChiclets, 0u);
 
     // Without the native indicator; 0 counts as not muted.
@@ -121,12 +121,12 @@ TEST_F(KeyboardManagerTest, MuteTogglesOneAndTwoAndIndicatorsFollowTheShowOSDSet
     ddc->storeInCache(*displays->displays()[0].transport, kMute, {0, 2});
     press(MediaKey::mute);
     EXPECT_EQ(setWrites(2, kMute), (Values{2, 1, 1}));
-    ASSERT_TRUE(machine->levelIndicators().lastShown());
-    EXPECT_EQ(machine->levelIndicators().lastShown()->symbol, "speaker.slash.fill");
+    ASSERT_TRUE(machine->indicatorWindow().lastShown());
+    EXPECT_EQ(machine->indicatorWindow().lastShown()->symbol, "speaker.slash.fill");
 
     // "app.showOSD" off: the keys still write, nothing is shown, however it is shown.
     machine->defaults().set(Preferences::kShowOSD, platform::DefaultsValue(false));
-    const auto shown = machine->levelIndicators().shows().size();
+    const auto shown = machine->indicatorWindow().shows().size();
     press(MediaKey::mute);
     press(MediaKey::brightnessUp);
     press(MediaKey::volumeUp);
@@ -135,7 +135,7 @@ TEST_F(KeyboardManagerTest, MuteTogglesOneAndTwoAndIndicatorsFollowTheShowOSDSet
     press(MediaKey::mute);
     EXPECT_EQ(setWrites(2, kMute), (Values{2, 1, 1, 2, 1}));
     EXPECT_EQ(monitorValue(2, kBrightness), 56);
-    EXPECT_EQ(machine->levelIndicators().shows().size(), shown);
+    EXPECT_EQ(machine->indicatorWindow().shows().size(), shown);
     EXPECT_EQ(nativeShows().size(), 2u);
 }
 

@@ -3,6 +3,7 @@
 #include "display/DisplayTestBed.h" // monitorDisplay, builtinPanel, scenarioOf
 #include "keyboard/KeyboardManager.h"
 #include "osd/OSDManager.h"
+#include "platform/macos/MacLevelIndicator.h"
 #include "platform/sim/SimDisplayServices.h"
 #include "platform/sim/SimEventTaps.h"
 #include "platform/sim/SimOSD.h"

@@ -1,11 +1,13 @@
 #include "osd/OSDManager.h"
 
+#include "app/Preferences.h"
 #include "common/TestSupport.h"
+#include "platform/WindowIndicator.h"
+#include "platform/macos/MacLevelIndicator.h"
 #include "platform/sim/SimMachine.h"
 #include "platform/sim/SimOSD.h"
 
 #include <chrono>
-#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 #include <thread>
@@ -14,6 +16,8 @@ namespace pw::test {
 namespace {
 
 using namespace std::chrono_literals;
+using platform::IndicatorKind;
+using platform::macos::MacLevelIndicator;
 using sim::SimOSDFramework;
 using Fault = SimOSDFramework::Fault;
 
@@ -26,8 +30,9 @@ sim::DisplaySpec screenDisplay(platform::DisplayID id, platform::Rect frame) {
 }
 
 // Display 2 is the first (main) screen, display 3 sits to its right.
-sim::Scenario twoScreens() {
+sim::Scenario twoScreens(platform::Flavor flavor = platform::Flavor::appleSilicon) {
     sim::Scenario s;
+    s.flavor = flavor;
     s.displays = {screenDisplay(2, {0, 0, 1920, 1080}), screenDisplay(3, {1920, 0, 2560, 1440})};
     return s;
 }
@@ -40,8 +45,16 @@ public:
     }
 
     std::shared_ptr<OSDManager> create() { return OSDManager::create(machine.platform()); }
+    // Our own window as the Mac shows it when its indicator does not load.
+    std::shared_ptr<platform::WindowIndicator> window(const platform::Platform& p) {
+        // Not owning: the machine outlives every indicator of a test.
+        return platform::WindowIndicator::create(
+            p.mainQueue, p.displays,
+            std::shared_ptr<platform::IndicatorWindow>(std::shared_ptr<void>{},
+                                                       &machine.indicatorWindow()));
+    }
     sim::ManualMainQueue& queue() { return *machine.manualMainQueue(); }
-    sim::SimLevelIndicators& windows() { return machine.levelIndicators(); }
+    sim::SimIndicatorWindow& windows() { return machine.indicatorWindow(); }
     std::vector<std::string> osdLines() const { return machine.systemLog().messages("OSD"); }
     platform::Clock::TimePoint now() const { return machine.virtualClock()->now(); }
 
@@ -49,28 +62,62 @@ public:
     ScopedPlatform scoped{machine.platform()};
 };
 
-TEST(OSDSegments, RoundInSinglePrecisionWithHalvesAwayFromZero) {
+// ---- the core's part: whether, what and where ---------------------------------------------
+
+TEST(OSDManager, HandsKindLevelAndDisplayToTheMachineUnlessTheSettingIsOff) {
+    OSDTestBed bed(twoScreens(platform::Flavor::linux));
+    const auto osd = bed.create();
+    osd->showBrightness(0.5f, 3);
+    osd->showVolume(0.25f, 2);
+    osd->showMute(2);
+    bed.machine.defaults().set(Preferences::kShowOSD, platform::DefaultsValue(false));
+    EXPECT_FALSE(osd->wanted());
+    osd->showBrightness(0.75f, 3);
+    osd->showMute(3);
+
+    std::vector<std::tuple<IndicatorKind, float, platform::DisplayID>> shown;
+    for (const auto& s : bed.machine.levelIndicator().shown())
+        shown.emplace_back(s.kind, s.level, s.display);
+    EXPECT_EQ(shown, (decltype(shown){{IndicatorKind::brightness, 0.5f, 3},
+                                      {IndicatorKind::volume, 0.25f, 2},
+                                      {IndicatorKind::mute, 0.0f, 2}}));
+}
+
+TEST(OSDManager, AMachineWithoutAnIndicatorSaysSoOnce) {
+    OSDTestBed bed;
+    auto platform = bed.machine.platform();
+    platform.indicator = nullptr;
+    const auto osd = OSDManager::create(platform);
+    osd->showBrightness(0.5f, 2);
+    osd->showVolume(0.5f, 2);
+    EXPECT_EQ(bed.osdLines(),
+              std::vector<std::string>{"No level indicator on this machine, levels are not shown"});
+}
+
+// ---- the Mac's indicator, through the simulated Mac ---------------------------------------
+
+TEST(MacIndicator, ChicletsRoundInSinglePrecisionWithHalvesAwayFromZero) {
     // Exact halves (x.5 segments) go up, where rounding to even would not.
     const std::pair<float, int> cases[] = {
         {0.5f, 8},       {1.0f / 3.0f, 5}, {1.0f, 16},        {0.0f, 0},
         {8.5f / 16, 9},  {2.5f / 16, 3},   {0.5f / 16, 1},    {-0.5f / 16, -1},
         {std::numeric_limits<float>::quiet_NaN(), 0}};
     for (const auto& [level, segments] : cases)
-        EXPECT_EQ(OSDManager::filledSegments(level), segments) << level;
+        EXPECT_EQ(MacLevelIndicator::filledChiclets(level), segments) << level;
 }
 
-TEST(OSDNative, LoadsStepByStepAndShowsThroughTheSystemIndicator) {
+TEST(MacIndicator, LoadsOnceAtTheFirstShowAndShowsThroughTheSystemIndicator) {
     OSDTestBed bed;
     const auto osd = bed.create();
-    ASSERT_TRUE(osd->useNativeOSD());
-    ASSERT_TRUE(osd->showOSDFunc());
-    EXPECT_EQ(bed.osdLines(), std::vector<std::string>{"System level indicator loaded"});
+    EXPECT_TRUE(bed.machine.osdFramework().requests().empty()) << "nothing loads before a show";
 
     osd->showBrightness(0.5f, 3);
     osd->showVolume(1.0f / 3.0f, 2);
-    osd->showOSDFunc()(OSDManager::kMuteImage, 2, 0, OSDManager::kTotalSegments);
+    osd->showMute(2);
     osd->showVolume(-0.2f, 2); // a stray level never wraps into a huge count
     osd->showBrightness(1.3f, 3);
+    EXPECT_EQ(bed.osdLines(), std::vector<std::string>{"System level indicator loaded"});
+    EXPECT_EQ(bed.machine.osdFramework().requests().size(), 5u) << "loaded once";
     using Call = SimOSDFramework::ShowImageCall;
     EXPECT_EQ(bed.machine.osdFramework().showImageCalls(),
               (std::vector<Call>{{1, 3, 500, 1000, 8, 16, false},
@@ -80,10 +127,10 @@ TEST(OSDNative, LoadsStepByStepAndShowsThroughTheSystemIndicator) {
                                  {1, 3, 500, 1000, 16, 16, false}}));
 
     EXPECT_EQ(bed.queue().runUntilIdle(), 0u) << "the system indicator needs no work of ours";
-    EXPECT_EQ(bed.windows().windowsCreated(), 0u);
+    EXPECT_TRUE(bed.windows().shows().empty());
 }
 
-TEST(OSDNative, EachFailingLoadingStepLogsItsLineAndFallsBackToTheWindow) {
+TEST(MacIndicator, EachFailingLoadingStepLogsItsLineAndFallsBackToOurWindow) {
     const std::pair<Fault, std::string> steps[] = {
         {Fault::noBundle, "System level indicator not found, using our own"},
         {Fault::loadFails, "System level indicator did not load, using our own"},
@@ -95,65 +142,64 @@ TEST(OSDNative, EachFailingLoadingStepLogsItsLineAndFallsBackToTheWindow) {
         SCOPED_TRACE(line);
         OSDTestBed bed(twoScreens(), fault);
         const auto osd = bed.create();
-        EXPECT_FALSE(osd->useNativeOSD());
-        EXPECT_FALSE(osd->showOSDFunc());
-        EXPECT_EQ(bed.osdLines(), std::vector<std::string>{line});
-
         osd->showBrightness(0.5f, 2);
+        osd->showMute(2);
         bed.queue().runPending();
+        EXPECT_EQ(bed.osdLines(), std::vector<std::string>{line}) << "tried once, said once";
         EXPECT_TRUE(bed.machine.osdFramework().showImageCalls().empty());
-        ASSERT_EQ(bed.windows().shows().size(), 1u);
-        EXPECT_EQ(bed.windows().lastShown()->symbol, "sun.max.fill");
+        ASSERT_EQ(bed.windows().shows().size(), 2u);
+        EXPECT_EQ(bed.windows().shows()[0].content.symbol, "sun.max.fill");
+        EXPECT_EQ(bed.windows().shows()[1].content.symbol, "speaker.slash.fill");
     }
 
-    // A machine without such an indicator at all (Linux without Plasma's) says so in its
-    // own words, not in a Mac's.
+    // A machine without such an indicator at all.
     OSDTestBed bed;
-    auto platform = bed.machine.platform();
-    platform.osdFramework = nullptr;
-    EXPECT_FALSE(OSDManager::create(platform)->useNativeOSD());
+    MacLevelIndicator none(nullptr, nullptr, [&](std::string_view line) {
+        bed.machine.systemLog().write("test", "OSD", platform::LogLevel::info, line);
+    });
+    none.show(IndicatorKind::brightness, 0.5f, 2);
     EXPECT_EQ(bed.osdLines(),
               std::vector<std::string>{"No system level indicator on this machine, using our own"});
 }
 
-TEST(OSDFallback, MakesOneWindowAndShowsEachLevelThroughTheMainQueue) {
-    OSDTestBed bed(twoScreens(), Fault::noBundle);
-    const auto osd = bed.create();
+// ---- our own window: order, timing, placement ---------------------------------------------
 
-    osd->showBrightness(0.5f, 2);
-    EXPECT_EQ(bed.windows().windowsCreated(), 0u) << "even the main thread goes through the queue";
+TEST(WindowIndicator, ShowsEachLevelThroughTheMainQueueInOrder) {
+    OSDTestBed bed;
+    const auto indicator = bed.window(bed.machine.platform());
+
+    indicator->show(IndicatorKind::brightness, 0.5f, 2);
+    EXPECT_TRUE(bed.windows().shows().empty()) << "even the main thread goes through the queue";
     bed.queue().runPending();
-    EXPECT_EQ(bed.windows().lastShown()->level, 0.5f);
     EXPECT_TRUE(bed.windows().visible());
-    osd->showVolume(1.0f, 3);
-    osd->showCustomOSD(std::string(OSDManager::kMuteSymbol), 0.0f, 3);
+    indicator->show(IndicatorKind::volume, 1.7f, 3);
+    indicator->show(IndicatorKind::mute, 0.0f, 3);
+    indicator->show(IndicatorKind::brightness, std::numeric_limits<float>::quiet_NaN(), 3);
     bed.queue().runPending();
-    std::vector<std::pair<std::string, double>> shown; // symbol, fill width
+    std::vector<std::pair<std::string, float>> shown;
     for (const auto& show : bed.windows().shows())
-        shown.emplace_back(show.content.symbol, show.content.fillWidth);
-    EXPECT_EQ(shown, (std::vector<std::pair<std::string, double>>{{"sun.max.fill", 66.0},
-                                                                  {"speaker.wave.2.fill", 132.0},
-                                                                  {"speaker.slash.fill", 0.0}}));
-    EXPECT_EQ(bed.windows().windowsCreated(), 1u) << "the first window is reused";
-    for (const auto& show : bed.windows().shows())
-        EXPECT_EQ(show.window, 0u);
+        shown.emplace_back(show.content.symbol, show.content.level);
+    EXPECT_EQ(shown, (std::vector<std::pair<std::string, float>>{{"sun.max.fill", 0.5f},
+                                                                 {"speaker.wave.2.fill", 1.0f},
+                                                                 {"speaker.slash.fill", 0.0f},
+                                                                 {"sun.max.fill", 0.0f}}));
 
     // From another thread the work still lands on the main queue.
-    std::thread other([&] { osd->showVolume(0.25f, 2); });
+    std::thread other([&] { indicator->show(IndicatorKind::volume, 0.25f, 2); });
     other.join();
     bed.queue().waitAndRun();
-    EXPECT_EQ(bed.windows().lastShown()->fillWidth, 33.0);
+    EXPECT_EQ(bed.windows().lastShown()->level, 0.25f);
 }
 
-TEST(OSDFallback, HidesOneAndAHalfSecondsAfterTheLastShow) {
-    OSDTestBed bed(twoScreens(), Fault::noBundle);
-    const auto osd = bed.create();
+TEST(WindowIndicator, HidesOneAndAHalfSecondsAfterTheLastShow) {
+    OSDTestBed bed;
+    const auto indicator = bed.window(bed.machine.platform());
     const auto start = bed.now();
 
-    osd->showBrightness(0.2f, 2);
+    indicator->show(IndicatorKind::brightness, 0.2f, 2);
     bed.queue().runPending();
     bed.queue().advance(1000ms);
-    osd->showBrightness(0.3f, 2);
+    indicator->show(IndicatorKind::brightness, 0.3f, 2);
     bed.queue().runPending();
     bed.queue().advance(1499ms);
     EXPECT_TRUE(bed.windows().visible()) << "the first show's hide must not apply";
@@ -161,7 +207,7 @@ TEST(OSDFallback, HidesOneAndAHalfSecondsAfterTheLastShow) {
     bed.queue().advance(1ms);
     EXPECT_FALSE(bed.windows().visible());
     ASSERT_EQ(bed.windows().hides().size(), 1u);
-    EXPECT_EQ(bed.windows().hides()[0].at - start, 2500ms);
+    EXPECT_EQ(bed.windows().hides()[0] - start, 2500ms);
 }
 
 // Screens as a test arranges them: a main screen that is not the first, visible frames
@@ -188,11 +234,11 @@ public:
     };
 };
 
-TEST(OSDFallback, PlacesTheWindowOnTheDisplaysScreenElseTheMainScreen) {
+TEST(WindowIndicator, PlacesTheWindowOnTheDisplaysScreenElseTheMainScreen) {
     auto origin = [](OSDTestBed& bed, const platform::Platform& platform,
                      platform::DisplayID display) {
-        const auto osd = OSDManager::create(platform);
-        osd->showBrightness(0.5f, display);
+        const auto indicator = bed.window(platform);
+        indicator->show(IndicatorKind::brightness, 0.5f, display);
         bed.queue().runPending();
         return bed.windows().lastShown()->origin;
     };
@@ -202,7 +248,7 @@ TEST(OSDFallback, PlacesTheWindowOnTheDisplaysScreenElseTheMainScreen) {
         EXPECT_EQ(p->y, y);
     };
 
-    OSDTestBed bed(twoScreens(), Fault::noBundle);
+    OSDTestBed bed;
     expectAt(origin(bed, bed.machine.platform(), 3), 1920 + 1280 - 100, 100);
     expectAt(origin(bed, bed.machine.platform(), 42), 960 - 100, 100);
 
@@ -212,29 +258,21 @@ TEST(OSDFallback, PlacesTheWindowOnTheDisplaysScreenElseTheMainScreen) {
     expectAt(origin(bed, arranged, 9), 960 - 100, 80 + 100);
     expectAt(origin(bed, arranged, 0), 960 - 100, 80 + 100); // a screen without a number
 
-    OSDTestBed headless(sim::Scenario{}, Fault::noBundle);
+    OSDTestBed headless(sim::Scenario{});
     EXPECT_FALSE(origin(headless, headless.machine.platform(), 2));
     EXPECT_EQ(headless.windows().shows().size(), 1u) << "still shown, where it was";
 }
 
-TEST(OSDFallback, OutlivedWorkAndAMissingWindowFacilityDoNothing) {
-    OSDTestBed bed(twoScreens(), Fault::noBundle);
-    auto osd = bed.create();
-    osd->showBrightness(0.5f, 2);
-    osd.reset();
+TEST(WindowIndicator, WorkOutlivedByItsIndicatorDoesNothing) {
+    OSDTestBed bed;
+    auto indicator = bed.window(bed.machine.platform());
+    indicator->show(IndicatorKind::brightness, 0.5f, 2);
+    bed.queue().runPending();
+    indicator->show(IndicatorKind::brightness, 0.6f, 2);
+    indicator.reset();
     bed.queue().runUntilIdle();
-    EXPECT_EQ(bed.windows().windowsCreated(), 0u);
-
-    auto platform = bed.machine.platform();
-    platform.levelIndicators = nullptr;
-    osd = OSDManager::create(platform);
-    osd->showBrightness(0.5f, 2);
-    osd->showVolume(0.5f, 2);
-    bed.queue().runUntilIdle();
-    const auto lines = bed.osdLines();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         "No window for the level indicator, levels are not shown"),
-              1);
+    EXPECT_EQ(bed.windows().shows().size(), 1u);
+    EXPECT_TRUE(bed.windows().visible()) << "no hide from an indicator that is gone";
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "platform/sim/SimMachine.h"
 
 #include "platform/DrmDisplayServices.h"
+#include "platform/WindowIndicator.h"
+#include "platform/macos/MacLevelIndicator.h"
 
 #include "platform/sim/Edid.h"
 #include "platform/sim/SimAVService.h"
@@ -148,7 +150,8 @@ struct SimMachine::State {
     std::shared_ptr<DistributedBus> distributedBus;
     std::shared_ptr<SimDistributedNotifications> distributed;
     std::shared_ptr<SimOSDFramework> osdFramework;
-    std::shared_ptr<SimLevelIndicators> levelIndicators;
+    std::shared_ptr<SimIndicatorWindow> indicatorWindow;
+    std::shared_ptr<SimLevelIndicator> levelIndicator;
     // A Linux machine's kernel side, and the display list taken from it.
     std::shared_ptr<SimDrmSysfs> drm;
     std::shared_ptr<SimI2CDevices> i2c;
@@ -189,7 +192,8 @@ void SimMachine::State::build(const Scenario& scenario) {
     distributedBus = makeDistributedBus();
     distributed = std::make_shared<SimDistributedNotifications>(distributedBus, mainQueue);
     osdFramework = std::make_shared<SimOSDFramework>();
-    levelIndicators = std::make_shared<SimLevelIndicators>(clock);
+    indicatorWindow = std::make_shared<SimIndicatorWindow>(clock);
+    levelIndicator = std::make_shared<SimLevelIndicator>(clock);
     if (flavor == platform::Flavor::linux) {
         drm = std::make_shared<SimDrmSysfs>();
         i2c = std::make_shared<SimI2CDevices>(bus);
@@ -415,8 +419,16 @@ platform::Platform SimMachine::platform() const {
     p.eventTaps = state_->eventTaps;
     p.workspace = state_->workspace;
     p.distributedNotifications = state_->distributed;
-    p.osdFramework = state_->osdFramework;
-    p.levelIndicators = state_->levelIndicators;
+    p.indicator = std::make_shared<platform::macos::MacLevelIndicator>(
+        state_->osdFramework,
+        platform::WindowIndicator::create(state_->mainQueue, state_->displays,
+                                          state_->indicatorWindow),
+        [log = state_->systemLog, host = state_->host](std::string_view line) {
+            const auto id = host->bundleInfo("CFBundleIdentifier");
+            const auto* text = id ? std::get_if<std::string>(&*id) : nullptr;
+            log->write(text ? *text : std::string("com.panelwright.app"), "OSD",
+                       platform::LogLevel::info, line);
+        });
     if (state_->flavor == platform::Flavor::linux) {
         // A Linux machine has no registry: displays and channels come from DRM and i2c-dev.
         p.registry = nullptr;
@@ -425,6 +437,7 @@ platform::Platform SimMachine::platform() const {
         p.drm = state_->drm;
         p.i2cDevices = state_->i2c;
         p.hotPlug = state_->hotPlug;
+        p.indicator = state_->levelIndicator;
     }
     p.loginItems = state_->loginItems;
     return p;
@@ -478,8 +491,11 @@ SimDistributedNotifications& SimMachine::distributedNotifications() const {
 SimOSDFramework& SimMachine::osdFramework() const {
     return *state_->osdFramework;
 }
-SimLevelIndicators& SimMachine::levelIndicators() const {
-    return *state_->levelIndicators;
+SimIndicatorWindow& SimMachine::indicatorWindow() const {
+    return *state_->indicatorWindow;
+}
+SimLevelIndicator& SimMachine::levelIndicator() const {
+    return *state_->levelIndicator;
 }
 SimDrmSysfs* SimMachine::drm() const {
     return state_->drm.get();

@@ -32,7 +32,8 @@ class SimWorkspace;
 class DistributedBus;
 class SimDistributedNotifications;
 class SimOSDFramework;
-class SimLevelIndicators;
+class SimIndicatorWindow;
+class SimLevelIndicator;
 class SimDrmSysfs;
 class SimI2CDevices;
 class SimHotPlugMonitor;
@@ -81,8 +82,13 @@ public:
     // The user session's distributed-notification bus, and this program's centre on it.
     const std::shared_ptr<DistributedBus>& distributedBus() const;
     SimDistributedNotifications& distributedNotifications() const;
+    // The Mac's indicator framework, our own indicator window (which a Mac shows when the
+    // framework does not load), and the level indicator a Linux machine serves directly.
+    // Each `platform()` record carries its own Mac indicator, which loads the framework at
+    // its first show.
     SimOSDFramework& osdFramework() const;
-    SimLevelIndicators& levelIndicators() const;
+    SimIndicatorWindow& indicatorWindow() const;
+    SimLevelIndicator& levelIndicator() const;
     // A Linux machine's sysfs, /dev/i2c-* files and udev (null on a Mac), and the i2c
     // adapter of a display's DDC/CI (-1 when it has none).
     SimDrmSysfs* drm() const;

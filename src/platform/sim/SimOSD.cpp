@@ -29,7 +29,7 @@ struct FrameworkState {
     }
 };
 
-class SimNativeOSDObject final : public platform::NativeOSDObject {
+class SimNativeOSDObject final : public platform::macos::NativeOSDObject {
 public:
     explicit SimNativeOSDObject(std::shared_ptr<FrameworkState> state) : state_(std::move(state)) {}
 
@@ -42,13 +42,13 @@ private:
     std::shared_ptr<FrameworkState> state_;
 };
 
-class SimOSDBundle final : public platform::OSDBundle {
+class SimOSDBundle final : public platform::macos::OSDBundle {
 public:
     explicit SimOSDBundle(std::shared_ptr<FrameworkState> state) : state_(std::move(state)) {}
 
     bool loadExecutable() override;
     bool hasObjectClass(std::string_view className) override;
-    std::shared_ptr<platform::NativeOSDObject>
+    std::shared_ptr<platform::macos::NativeOSDObject>
     sendClassSelector(std::string_view className, std::string_view selector) override;
 
 private:
@@ -85,7 +85,7 @@ bool SimOSDBundle::hasObjectClass(std::string_view className) {
            !state_->broken(SimOSDFramework::Fault::classMissing);
 }
 
-std::shared_ptr<platform::NativeOSDObject>
+std::shared_ptr<platform::macos::NativeOSDObject>
 SimOSDBundle::sendClassSelector(std::string_view className, std::string_view selector) {
     state_->request("sendClassSelector", std::string(className) + " " + std::string(selector));
     if (className != SimOSDFramework::kClassName || selector != SimOSDFramework::kSharedSelector ||
@@ -98,7 +98,7 @@ SimOSDBundle::sendClassSelector(std::string_view className, std::string_view sel
 SimOSDFramework::SimOSDFramework() : state_(std::make_shared<State>()) {}
 SimOSDFramework::~SimOSDFramework() = default;
 
-std::shared_ptr<platform::OSDBundle> SimOSDFramework::createBundle(std::string_view path) {
+std::shared_ptr<platform::macos::OSDBundle> SimOSDFramework::createBundle(std::string_view path) {
     state_->request("createBundle", path);
     if (path != kPath || state_->broken(Fault::noBundle)) return nullptr;
     return std::make_shared<SimOSDBundle>(state_);
@@ -124,91 +124,62 @@ std::vector<std::string> SimOSDFramework::requests() const {
     return state_->requests;
 }
 
-// ---- fallback indicator windows ---------------------------------------------------------
+// ---- our own indicator window, and the level indicator of the simulated Linux ----------
 
-namespace {
+SimIndicatorWindow::SimIndicatorWindow(std::shared_ptr<platform::Clock> clock)
+    : clock_(std::move(clock)) {}
 
-struct IndicatorState {
-    using Show = SimLevelIndicators::Show;
-    using Hide = SimLevelIndicators::Hide;
-    std::shared_ptr<platform::Clock> clock;
-    mutable std::mutex mutex;
-    std::vector<bool> visible; // per window made
-    std::vector<Show> shows;
-    std::vector<Hide> hides;
-
-    platform::Clock::TimePoint now() const {
-        return clock ? clock->now() : platform::Clock::TimePoint{};
-    }
-};
-
-class SimLevelIndicatorWindow final : public platform::LevelIndicatorWindow {
-public:
-    SimLevelIndicatorWindow(std::shared_ptr<IndicatorState> state, std::size_t index)
-        : state_(std::move(state)), index_(index) {}
-
-    void show(const platform::IndicatorContent& content) override;
-    void hide() override;
-
-private:
-    std::shared_ptr<IndicatorState> state_;
-    std::size_t index_;
-};
-
-} // namespace
-
-struct SimLevelIndicators::State : IndicatorState {};
-
-void SimLevelIndicatorWindow::show(const platform::IndicatorContent& content) {
-    const auto at = state_->now();
-    std::lock_guard lock(state_->mutex);
-    state_->visible[index_] = true;
-    state_->shows.push_back(SimLevelIndicators::Show{content, at, index_});
+platform::Clock::TimePoint SimIndicatorWindow::now() const {
+    return clock_ ? clock_->now() : platform::Clock::TimePoint{};
 }
 
-void SimLevelIndicatorWindow::hide() {
-    const auto at = state_->now();
-    std::lock_guard lock(state_->mutex);
-    state_->visible[index_] = false;
-    state_->hides.push_back(SimLevelIndicators::Hide{at, index_});
+void SimIndicatorWindow::show(const platform::IndicatorContent& content) {
+    const auto at = now();
+    std::lock_guard lock(mutex_);
+    visible_ = true;
+    shows_.push_back(Show{content, at});
 }
 
-SimLevelIndicators::SimLevelIndicators(std::shared_ptr<platform::Clock> clock)
-    : state_(std::make_shared<State>()) {
-    state_->clock = std::move(clock);
-}
-SimLevelIndicators::~SimLevelIndicators() = default;
-
-std::shared_ptr<platform::LevelIndicatorWindow> SimLevelIndicators::createWindow() {
-    std::lock_guard lock(state_->mutex);
-    state_->visible.push_back(false); // made hidden
-    return std::make_shared<SimLevelIndicatorWindow>(state_, state_->visible.size() - 1);
+void SimIndicatorWindow::hide() {
+    const auto at = now();
+    std::lock_guard lock(mutex_);
+    visible_ = false;
+    hides_.push_back(at);
 }
 
-std::size_t SimLevelIndicators::windowsCreated() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->visible.size();
+std::vector<SimIndicatorWindow::Show> SimIndicatorWindow::shows() const {
+    std::lock_guard lock(mutex_);
+    return shows_;
 }
 
-std::vector<SimLevelIndicators::Show> SimLevelIndicators::shows() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->shows;
+std::vector<platform::Clock::TimePoint> SimIndicatorWindow::hides() const {
+    std::lock_guard lock(mutex_);
+    return hides_;
 }
 
-std::vector<SimLevelIndicators::Hide> SimLevelIndicators::hides() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->hides;
+bool SimIndicatorWindow::visible() const {
+    std::lock_guard lock(mutex_);
+    return visible_;
 }
 
-bool SimLevelIndicators::visible() const {
-    std::lock_guard lock(state_->mutex);
-    return std::find(state_->visible.begin(), state_->visible.end(), true) != state_->visible.end();
+std::optional<platform::IndicatorContent> SimIndicatorWindow::lastShown() const {
+    std::lock_guard lock(mutex_);
+    if (shows_.empty()) return std::nullopt;
+    return shows_.back().content;
 }
 
-std::optional<platform::IndicatorContent> SimLevelIndicators::lastShown() const {
-    std::lock_guard lock(state_->mutex);
-    if (state_->shows.empty()) return std::nullopt;
-    return state_->shows.back().content;
+SimLevelIndicator::SimLevelIndicator(std::shared_ptr<platform::Clock> clock)
+    : clock_(std::move(clock)) {}
+
+void SimLevelIndicator::show(platform::IndicatorKind kind, float level, platform::DisplayID display) {
+    const auto at = clock_ ? clock_->now() : platform::Clock::TimePoint{};
+    std::lock_guard lock(mutex_);
+    shown_.push_back(Shown{kind, level, display, at});
+}
+
+std::vector<SimLevelIndicator::Shown> SimLevelIndicator::shown() const {
+    std::lock_guard lock(mutex_);
+    return shown_;
 }
 
 } // namespace pw::sim

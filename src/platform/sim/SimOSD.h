@@ -1,25 +1,27 @@
 #pragma once
 
 #include "platform/Clock.h"
-#include "platform/OSD.h"
+#include "platform/LevelIndicator.h"
+#include "platform/macos/OSDFramework.h"
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace pw::sim {
 
-// The system indicator framework of the simulated machine: present and working by
+// The system indicator framework of the simulated Mac: present and working by
 // default, or absent or broken at any loading step. Records every indicator call.
 // Like the real one it answers only to its own path, class, selectors.
-class SimOSDFramework final : public platform::OSDFramework {
+class SimOSDFramework final : public platform::macos::OSDFramework {
 public:
-    static constexpr std::string_view kPath = platform::kOSDFrameworkPath;
-    static constexpr std::string_view kClassName = platform::kOSDManagerClass;
-    static constexpr std::string_view kSharedSelector = platform::kOSDSharedSelector;
-    static constexpr std::string_view kShowSelector = platform::kOSDShowSelector;
+    static constexpr std::string_view kPath = platform::macos::kOSDFrameworkPath;
+    static constexpr std::string_view kClassName = platform::macos::kOSDManagerClass;
+    static constexpr std::string_view kSharedSelector = platform::macos::kOSDSharedSelector;
+    static constexpr std::string_view kShowSelector = platform::macos::kOSDShowSelector;
 
     // Where loading breaks down.
     enum class Fault {
@@ -44,7 +46,7 @@ public:
 
     SimOSDFramework();
     ~SimOSDFramework() override;
-    std::shared_ptr<platform::OSDBundle> createBundle(std::string_view path) override;
+    std::shared_ptr<platform::macos::OSDBundle> createBundle(std::string_view path) override;
 
     void setFault(Fault fault);
     Fault fault() const;
@@ -58,35 +60,51 @@ private:
     std::shared_ptr<State> state_;
 };
 
-// Fallback indicator windows: records each window made, each show (content and virtual
-// time) and each hide.
-class SimLevelIndicators final : public platform::LevelIndicators {
+// Our own indicator window as the simulated machine has it: records each show (content and
+// virtual time) and each hide.
+class SimIndicatorWindow final : public platform::IndicatorWindow {
 public:
     struct Show {
         platform::IndicatorContent content;
         platform::Clock::TimePoint at;
-        std::size_t window = 0; // which window (0 = the first made)
-    };
-    struct Hide {
-        platform::Clock::TimePoint at;
-        std::size_t window = 0;
     };
 
-    explicit SimLevelIndicators(std::shared_ptr<platform::Clock> clock);
-    ~SimLevelIndicators() override;
-    std::shared_ptr<platform::LevelIndicatorWindow> createWindow() override;
+    explicit SimIndicatorWindow(std::shared_ptr<platform::Clock> clock);
+    void show(const platform::IndicatorContent& content) override;
+    void hide() override;
 
-    std::size_t windowsCreated() const;
     std::vector<Show> shows() const;
-    std::vector<Hide> hides() const;
-    // Whether any window is on screen now.
-    bool visible() const;
-    // The content of the last show, if any.
+    std::vector<platform::Clock::TimePoint> hides() const;
+    bool visible() const; // on screen now
     std::optional<platform::IndicatorContent> lastShown() const;
 
 private:
-    struct State;
-    std::shared_ptr<State> state_;
+    platform::Clock::TimePoint now() const;
+    std::shared_ptr<platform::Clock> clock_;
+    mutable std::mutex mutex_;
+    bool visible_ = false;
+    std::vector<Show> shows_;
+    std::vector<platform::Clock::TimePoint> hides_;
+};
+
+// The level indicator of the simulated Linux machine: records what it was asked to show.
+class SimLevelIndicator final : public platform::LevelIndicator {
+public:
+    struct Shown {
+        platform::IndicatorKind kind;
+        float level = 0;
+        platform::DisplayID display = 0;
+        platform::Clock::TimePoint at;
+    };
+
+    explicit SimLevelIndicator(std::shared_ptr<platform::Clock> clock);
+    void show(platform::IndicatorKind kind, float level, platform::DisplayID display) override;
+    std::vector<Shown> shown() const;
+
+private:
+    std::shared_ptr<platform::Clock> clock_;
+    mutable std::mutex mutex_;
+    std::vector<Shown> shown_;
 };
 
 } // namespace pw::sim

@@ -37,8 +37,10 @@ QPoint indicatorPosition(const std::optional<platform::Point>& origin,
             primaryAvailable.top() + primaryAvailable.height() - kBottomInset - kIndicatorHeight};
 }
 
-QtLevelIndicatorWindow::QtLevelIndicatorWindow(QQmlEngine& engine) {
-    QQmlComponent component(&engine);
+QQuickWindow* QtIndicatorWindow::window() {
+    if (made_) return window_;
+    made_ = true;
+    QQmlComponent component(&engine_);
     component.setData("import Panelwright.Views\nLevelIndicator {}\n", QUrl());
     QObject* object = component.create();
     window_ = qobject_cast<QQuickWindow*>(object);
@@ -46,7 +48,7 @@ QtLevelIndicatorWindow::QtLevelIndicatorWindow(QQmlEngine& engine) {
         qCWarning(lcIndicator) << "The level indicator window could not be made:"
                                << component.errorString();
         delete object;
-        return;
+        return nullptr;
     }
     // An alpha channel, so that a compositing desktop shows the panel's rounded corners.
     QSurfaceFormat format = window_->format();
@@ -54,32 +56,30 @@ QtLevelIndicatorWindow::QtLevelIndicatorWindow(QQmlEngine& engine) {
     window_->setFormat(format);
     window_->setFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                       Qt::WindowDoesNotAcceptFocus | Qt::WindowTransparentForInput);
+    return window_;
 }
 
-QtLevelIndicatorWindow::~QtLevelIndicatorWindow() { delete window_.data(); }
+QtIndicatorWindow::~QtIndicatorWindow() { delete window_.data(); }
 
-void QtLevelIndicatorWindow::show(const platform::IndicatorContent& content) {
-    if (!window_) return;
-    window_->setProperty("symbol", QString::fromStdString(content.symbol));
-    window_->setProperty("level", static_cast<double>(content.level));
-    window_->setProperty("fillWidth", content.fillWidth);
+void QtIndicatorWindow::show(const platform::IndicatorContent& content) {
+    QQuickWindow* shown = window();
+    if (!shown) return;
+    shown->setProperty("symbol", QString::fromStdString(content.symbol));
+    shown->setProperty("level", static_cast<double>(content.level));
+    shown->setProperty("fillWidth", static_cast<double>(content.level) * kTrackWidth);
 
     QList<QRect> geometries;
     for (QScreen* screen : QGuiApplication::screens()) geometries.append(screen->geometry());
     const QScreen* primary = QGuiApplication::primaryScreen();
-    window_->setPosition(indicatorPosition(content.origin,
-                                           primary ? primary->geometry() : QRect(),
-                                           primary ? primary->availableGeometry() : QRect(),
-                                           geometries, window_->position()));
-    window_->show();
+    shown->setPosition(indicatorPosition(content.origin,
+                                         primary ? primary->geometry() : QRect(),
+                                         primary ? primary->availableGeometry() : QRect(),
+                                         geometries, shown->position()));
+    shown->show();
 }
 
-void QtLevelIndicatorWindow::hide() {
+void QtIndicatorWindow::hide() {
     if (window_) window_->hide();
-}
-
-std::shared_ptr<platform::LevelIndicatorWindow> QtLevelIndicators::createWindow() {
-    return std::make_shared<QtLevelIndicatorWindow>(engine_);
 }
 
 } // namespace pw::ui

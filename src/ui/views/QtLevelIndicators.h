@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/OSD.h"
+#include "platform/LevelIndicator.h"
 
 #include <QList>
 #include <QPoint>
@@ -28,32 +28,29 @@ QPoint indicatorPosition(const std::optional<platform::Point>& origin,
                          const QRect& primaryGeometry, const QRect& primaryAvailable,
                          const QList<QRect>& screenGeometries, QPoint current);
 
-// The fallback level indicator as a Qt Quick window (LevelIndicator.qml): frameless, on
-// top, never focused, transparent for the pointer. Shown and hidden on the GUI thread.
-class QtLevelIndicatorWindow final : public platform::LevelIndicatorWindow {
+// Our own level indicator as a Qt Quick window (LevelIndicator.qml): frameless, on top,
+// never focused, transparent for the pointer, made on first use. The machine's indicator
+// shows and hides it on the GUI thread.
+class QtIndicatorWindow final : public platform::IndicatorWindow {
 public:
-    explicit QtLevelIndicatorWindow(QQmlEngine& engine);
-    ~QtLevelIndicatorWindow() override;
+    // The bar's track, in points: the fill is level x this.
+    static constexpr double kTrackWidth = 132;
+
+    // `engine` must have had installViews and must outlive the window.
+    explicit QtIndicatorWindow(QQmlEngine& engine) : engine_(engine) {}
+    ~QtIndicatorWindow() override;
 
     void show(const platform::IndicatorContent& content) override;
     void hide() override;
 
-    // The Qt window, for tests and pictures; null when the QML could not be loaded.
-    QQuickWindow* window() const { return window_; }
-
-private:
-    QPointer<QQuickWindow> window_;
-};
-
-// Makes the fallback indicator windows in the given engine (which must have had
-// installViews). The engine must outlive the windows.
-class QtLevelIndicators final : public platform::LevelIndicators {
-public:
-    explicit QtLevelIndicators(QQmlEngine& engine) : engine_(engine) {}
-    std::shared_ptr<platform::LevelIndicatorWindow> createWindow() override;
+    // The Qt window (made now if it was not), for tests and pictures; null when the QML
+    // could not be loaded.
+    QQuickWindow* window();
 
 private:
     QQmlEngine& engine_;
+    bool made_ = false;
+    QPointer<QQuickWindow> window_;
 };
 
 } // namespace pw::ui

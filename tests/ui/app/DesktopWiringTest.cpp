@@ -2,7 +2,11 @@
 // sleeps: on a simulated machine and virtual time, the sleep reports from a simulated source,
 // exactly as logind's reach the app.
 #include "keyboard/KeyboardTestBed.h"
+#include "platform/WindowIndicator.h"
+#include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
+#include "platform/sim/SimOSD.h"
+#include "platform/sim/VirtualClock.h"
 #include "platform/sim/SimPowerEvents.h"
 #include "ui/DesktopAssembly.h"
 #include "ui/WakeFollower.h"
@@ -129,16 +133,19 @@ TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnava
     env.set("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/panelwright-test-bus");
 
     auto log = std::make_shared<sim::MemorySystemLog>();
+    sim::VirtualClock clock;
     platform::Platform p;
     p.systemLog = log;
+    p.mainQueue = std::make_shared<sim::ManualMainQueue>(clock);
     const auto started = std::chrono::steady_clock::now();
-    const auto power = ui::assembleDesktop(p);
+    const auto power = ui::assembleDesktop(p, std::make_shared<sim::SimIndicatorWindow>(nullptr));
     // Generous: the pieces' bus timeouts are 500 ms each; a hang would be far longer.
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 
     EXPECT_FALSE(p.gamma) << "no half-working dimming";
     EXPECT_FALSE(p.eventTaps);
-    EXPECT_FALSE(p.osdFramework) << "the app's own indicator stays in charge";
+    EXPECT_TRUE(dynamic_cast<platform::WindowIndicator*>(p.indicator.get()))
+        << "the app's own indicator stays in charge";
     bool said = false;
     for (const auto& e : log->entries()) said = said || e.message.find("unavailable") != std::string::npos;
     EXPECT_TRUE(said) << "what is unavailable is said in the log";

@@ -43,9 +43,8 @@ private slots:
     void oneWindowShowsEachLevelAndHides() {
         QQmlEngine engine;
         installViews(engine);
-        QtLevelIndicators indicators(engine);
-        auto made = indicators.createWindow();
-        auto* window = static_cast<QtLevelIndicatorWindow*>(made.get())->window();
+        auto made = std::make_shared<QtIndicatorWindow>(engine);
+        auto* window = made->window();
         QVERIFY(window);
         QVERIFY(!window->isVisible());
         QCOMPARE(window->size(), QSize(kIndicatorWidth, kIndicatorHeight));
@@ -56,16 +55,15 @@ private slots:
         const struct {
             const char* symbol;
             float level;
-            double fillWidth;
             int lit;
             const char* picture;
-        } contents[] = {{"sun.max.fill", 0.5f, 66, 8, "indicator-brightness.png"},
-                        {"speaker.wave.2.fill", 1.0f / 3.0f, 132.0 / 3.0, 5, nullptr},
-                        {"sun.max.fill", 8.5f / 16, 132 * 8.5 / 16, 9, nullptr}, // halves go up
-                        {"speaker.slash.fill", 0, 0, 0, "indicator-mute.png"},
-                        {"speaker.slash.fill", 1, 132, 16, nullptr}};
+        } contents[] = {{"sun.max.fill", 0.5f, 8, "indicator-brightness.png"},
+                        {"speaker.wave.2.fill", 1.0f / 3.0f, 5, nullptr},
+                        {"sun.max.fill", 8.5f / 16, 9, nullptr}, // halves go up
+                        {"speaker.slash.fill", 0, 0, "indicator-mute.png"},
+                        {"speaker.slash.fill", 1, 16, nullptr}};
         for (const auto& c : contents) {
-            made->show(IndicatorContent{c.symbol, c.level, c.fillWidth, std::nullopt});
+            made->show(IndicatorContent{c.symbol, c.level, std::nullopt});
             QVERIFY(window->isVisible());
             QCOMPARE(window->property("symbol").toString(), QString::fromLatin1(c.symbol));
             QCOMPARE(window->property("litSegments").toInt(), c.lit);

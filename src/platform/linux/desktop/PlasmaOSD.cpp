@@ -18,15 +18,14 @@ constexpr const char* kService = "org.kde.plasmashell";
 constexpr const char* kObject = "/org/kde/osdService";
 constexpr const char* kInterface = "org.kde.osdService";
 
-int percent(std::uint32_t filled, std::uint32_t total) {
-    if (total == 0) return 0;
-    const double share = static_cast<double>(std::min(filled, total)) / total;
-    return static_cast<int>(std::lround(share * 100));
+int percent(float level) {
+    if (!(level > 0)) return 0; // also a level that is not a number
+    return static_cast<int>(std::lround(std::min(level, 1.0f) * 100));
 }
 
 } // namespace
 
-struct PlasmaOSDFramework::Connection {
+struct PlasmaIndicator::Connection {
     std::mutex mutex;
     BusConnection bus;
     DesktopLog log;
@@ -49,56 +48,7 @@ struct PlasmaOSDFramework::Connection {
     }
 };
 
-namespace {
-
-class PlasmaOSDObject final : public platform::NativeOSDObject {
-public:
-    explicit PlasmaOSDObject(std::shared_ptr<PlasmaOSDFramework::Connection> connection)
-        : connection_(std::move(connection)) {}
-
-    bool respondsToSelector(std::string_view selector) override {
-        return selector == PlasmaOSDFramework::kShowSelector;
-    }
-
-    void showImage(std::int64_t image, std::uint32_t, std::uint32_t, std::uint32_t,
-                   std::uint32_t filledChiclets, std::uint32_t totalChiclets, bool) override {
-        const int level = percent(filledChiclets, totalChiclets);
-        if (image == platform::kOSDBrightnessImage)
-            connection_->send("brightnessChanged", level);
-        else if (image == platform::kOSDVolumeImage)
-            connection_->send("volumeChanged", level);
-        else if (image == platform::kOSDMuteImage)
-            connection_->send("volumeChanged", 0);
-    }
-
-private:
-    std::shared_ptr<PlasmaOSDFramework::Connection> connection_;
-};
-
-class PlasmaOSDBundle final : public platform::OSDBundle {
-public:
-    explicit PlasmaOSDBundle(std::shared_ptr<PlasmaOSDFramework::Connection> connection)
-        : connection_(std::move(connection)) {}
-
-    bool loadExecutable() override { return true; }
-    bool hasObjectClass(std::string_view className) override {
-        return className == PlasmaOSDFramework::kClassName;
-    }
-    std::shared_ptr<platform::NativeOSDObject> sendClassSelector(std::string_view className,
-                                                                 std::string_view selector) override {
-        if (className != PlasmaOSDFramework::kClassName ||
-            selector != PlasmaOSDFramework::kSharedSelector)
-            return nullptr;
-        return std::make_shared<PlasmaOSDObject>(connection_);
-    }
-
-private:
-    std::shared_ptr<PlasmaOSDFramework::Connection> connection_;
-};
-
-} // namespace
-
-std::shared_ptr<PlasmaOSDFramework> PlasmaOSDFramework::create(const std::optional<std::string>& busAddress,
+std::shared_ptr<PlasmaIndicator> PlasmaIndicator::create(const std::optional<std::string>& busAddress,
                                                                DesktopLog log) {
     std::string whyNot;
     auto bus = openServiceBus(busAddress, BusKind::session, kService, whyNot);
@@ -111,17 +61,21 @@ std::shared_ptr<PlasmaOSDFramework> PlasmaOSDFramework::create(const std::option
     auto connection = std::make_shared<Connection>();
     connection->bus = std::move(bus);
     connection->log = std::move(log);
-    return std::shared_ptr<PlasmaOSDFramework>(new PlasmaOSDFramework(std::move(connection)));
+    return std::shared_ptr<PlasmaIndicator>(new PlasmaIndicator(std::move(connection)));
 }
 
-PlasmaOSDFramework::PlasmaOSDFramework(std::shared_ptr<Connection> connection)
+PlasmaIndicator::PlasmaIndicator(std::shared_ptr<Connection> connection)
     : connection_(std::move(connection)) {}
 
-PlasmaOSDFramework::~PlasmaOSDFramework() = default;
+PlasmaIndicator::~PlasmaIndicator() = default;
 
-std::shared_ptr<platform::OSDBundle> PlasmaOSDFramework::createBundle(std::string_view path) {
-    if (path != kPath) return nullptr;
-    return std::make_shared<PlasmaOSDBundle>(connection_);
+void PlasmaIndicator::show(platform::IndicatorKind kind, float level, platform::DisplayID) {
+    switch (kind) {
+    case platform::IndicatorKind::brightness:
+        return connection_->send("brightnessChanged", percent(level));
+    case platform::IndicatorKind::volume: return connection_->send("volumeChanged", percent(level));
+    case platform::IndicatorKind::mute: return connection_->send("volumeChanged", 0);
+    }
 }
 
 } // namespace pw::linuxdesktop

@@ -16,16 +16,6 @@ protected:
         bus = test::PrivateBus::start();
         if (!bus) GTEST_SKIP() << "dbus-daemon could not be started";
     }
-    std::shared_ptr<platform::NativeOSDObject> load(PlasmaOSDFramework& framework) {
-        auto bundle = framework.createBundle(PlasmaOSDFramework::kPath);
-        if (!bundle || !bundle->loadExecutable() ||
-            !bundle->hasObjectClass(PlasmaOSDFramework::kClassName))
-            return nullptr;
-        auto object = bundle->sendClassSelector(PlasmaOSDFramework::kClassName,
-                                                PlasmaOSDFramework::kSharedSelector);
-        if (!object || !object->respondsToSelector(PlasmaOSDFramework::kShowSelector)) return nullptr;
-        return object;
-    }
 
     std::optional<test::PrivateBus> bus;
     std::shared_ptr<sim::MemorySystemLog> log = std::make_shared<sim::MemorySystemLog>();
@@ -34,19 +24,16 @@ protected:
 TEST_F(PlasmaOSDTest, LevelsReachThePlasmaIndicatorAsPercentages) {
     auto plasma = test::BusPeer::connect(bus->address(), "org.kde.plasmashell");
     ASSERT_TRUE(plasma);
-    auto framework = PlasmaOSDFramework::create(bus->address(), DesktopLog{log});
-    ASSERT_TRUE(framework);
-    EXPECT_EQ(log->messages("OSD"), std::vector<std::string>{"Using KDE Plasma's level indicator"});
-    EXPECT_FALSE(framework->createBundle("/elsewhere"));
-    auto indicator = load(*framework);
+    auto indicator = PlasmaIndicator::create(bus->address(), DesktopLog{log});
     ASSERT_TRUE(indicator);
+    EXPECT_EQ(log->messages("OSD"), std::vector<std::string>{"Using KDE Plasma's level indicator"});
 
-    indicator->showImage(platform::kOSDBrightnessImage, 5, 500, 1000, 8, 16, false);
-    indicator->showImage(platform::kOSDVolumeImage, 5, 500, 1000, 11, 16, false);
-    indicator->showImage(platform::kOSDMuteImage, 5, 500, 1000, 11, 16, false);
-    indicator->showImage(2, 5, 500, 1000, 1, 16, false);              // no such kind: nothing
-    indicator->showImage(platform::kOSDBrightnessImage, 5, 500, 1000, 20, 16, false);
-    indicator->showImage(platform::kOSDBrightnessImage, 5, 500, 1000, 3, 0, false);
+    using Kind = platform::IndicatorKind;
+    indicator->show(Kind::brightness, 0.5f, 5);
+    indicator->show(Kind::volume, 0.69f, 5);
+    indicator->show(Kind::mute, 0.69f, 5);
+    indicator->show(Kind::brightness, 1.25f, 5);
+    indicator->show(Kind::brightness, -0.5f, 5);
 
     const auto calls = plasma->waitForCalls(kInterface, 5);
     ASSERT_EQ(calls.size(), 5u);
@@ -57,12 +44,12 @@ TEST_F(PlasmaOSDTest, LevelsReachThePlasmaIndicatorAsPercentages) {
     EXPECT_EQ(calls[2].member, "volumeChanged");
     EXPECT_EQ(calls[2].argument, 0); // drawn as muted
     EXPECT_EQ(calls[3].argument, 100); // never more than full
-    EXPECT_EQ(calls[4].argument, 0);   // no segments: empty, not a division by zero
+    EXPECT_EQ(calls[4].argument, 0);   // never less than empty
 }
 
 TEST_F(PlasmaOSDTest, NoPlasmaOrNoBusIsOneLineAndTheProgramsOwnIndicator) {
-    EXPECT_FALSE(PlasmaOSDFramework::create(bus->address(), DesktopLog{log}));
-    EXPECT_FALSE(PlasmaOSDFramework::create(std::string("unix:path=/nonexistent/bus"), DesktopLog{log}));
+    EXPECT_FALSE(PlasmaIndicator::create(bus->address(), DesktopLog{log}));
+    EXPECT_FALSE(PlasmaIndicator::create(std::string("unix:path=/nonexistent/bus"), DesktopLog{log}));
     const auto lines = log->messages("OSD");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], "KDE Plasma's level indicator unavailable (org.kde.plasmashell is not on "

@@ -2,16 +2,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
-#include <optional>
 #include <string_view>
 
-#include "platform/DisplayServices.h"
+namespace pw::platform::macos {
 
-namespace pw::platform {
-
-// What the program asks for when it loads the system's indicator, and the images it shows.
-// Every implementation of the seam answers to exactly these.
+// What the Mac's indicator is loaded by, and the images it shows.
 inline constexpr std::string_view kOSDFrameworkPath = "/System/Library/PrivateFrameworks/OSD.framework";
 inline constexpr std::string_view kOSDManagerClass = "OSDManager";
 inline constexpr std::string_view kOSDSharedSelector = "sharedManager";
@@ -52,31 +47,4 @@ public:
     virtual std::shared_ptr<OSDBundle> createBundle(std::string_view path) = 0;
 };
 
-// What the fallback indicator shows: a symbol, a bar filled to `level` (0..1) whose fill
-// is `fillWidth` points of the 132-point track, at `origin` (bottom-left, global screen
-// coordinates) when a screen was found, else where the window was last.
-struct IndicatorContent {
-    std::string symbol;
-    float level = 0;
-    double fillWidth = 0;
-    std::optional<Point> origin;
-};
-
-// The fallback indicator's window (the user interface provides the real one). One window
-// is made on first use and reused; `show` replaces its content and orders it front
-// without activating the application.
-class LevelIndicatorWindow {
-public:
-    virtual ~LevelIndicatorWindow() = default;
-    virtual void show(const IndicatorContent& content) = 0;
-    virtual void hide() = 0; // order out
-};
-
-class LevelIndicators {
-public:
-    virtual ~LevelIndicators() = default;
-    // A new borderless 200 x 70 indicator window, hidden.
-    virtual std::shared_ptr<LevelIndicatorWindow> createWindow() = 0;
-};
-
-} // namespace pw::platform
+} // namespace pw::platform::macos
