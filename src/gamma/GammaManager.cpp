@@ -11,10 +11,6 @@ namespace pw {
 
 namespace {
 
-// What a capture reports when the machine has no gamma facility at all (CoreGraphics'
-// "not implemented"), so the failure reads like any other capture failure.
-constexpr std::int32_t kNoGammaFacility = 1006;
-
 std::vector<float> scaled(const std::vector<float>& samples, float factor) {
     std::vector<float> out(samples.size());
     std::transform(samples.begin(), samples.end(), out.begin(),
@@ -61,7 +57,7 @@ void GammaManager::setBrightness(platform::DisplayID display, double factor) {
         // dimming range asks for 1 at every step; a display already undimmed is left as it
         // is rather than making the dimmed ones flicker each time.
         if (!tables_ || wasUndimmed) return;
-        tables_->restoreColorSyncSettings();
+        tables_->restoreAll();
         for (const auto& [other, level] : currentBrightness_)
             if (other != display && level < 1.0) install(other, level);
         return;
@@ -74,45 +70,32 @@ void GammaManager::setBrightness(platform::DisplayID display, double factor) {
 void GammaManager::install(platform::DisplayID display, double factor) {
     const auto found = defaultTables_.find(display);
     if (!tables_ || found == defaultTables_.end()) return;
-    const GammaTable& captured = found->second;
+    const platform::GammaRamp& captured = found->second;
     const auto f = static_cast<float>(factor);
-    const auto red = scaled(captured.red, f);
-    const auto green = scaled(captured.green, f);
-    const auto blue = scaled(captured.blue, f);
-    tables_->setTransferByTable(display, captured.sampleCount, red.data(), green.data(),
-                                blue.data());
+    tables_->apply(display, {scaled(captured.red, f), scaled(captured.green, f),
+                             scaled(captured.blue, f)});
 }
 
 void GammaManager::captureDefaultTable(platform::DisplayID display) {
-    std::vector<float> red(kCapacity, 0.0f), green(kCapacity, 0.0f), blue(kCapacity, 0.0f);
-    std::uint32_t count = 0;
-    const std::int32_t error = tables_
-                                   ? tables_->getTransferByTable(display, kCapacity, red.data(),
-                                                                 green.data(), blue.data(), count)
-                                   : kNoGammaFacility;
-    if (error != 0) {
-        SystemLog::display().error("Failed to capture gamma table for display " +
-                                   std::to_string(display) + ": " + std::to_string(error));
+    auto ramp = tables_ ? tables_->read(display) : std::nullopt;
+    // An empty or uneven ramp could never be installed again: no better than none.
+    if (!ramp || !ramp->valid()) {
+        SystemLog::display().error(
+            "Failed to capture gamma table for display " + std::to_string(display) +
+            (tables_ ? "" : ": this machine offers no gamma tables"));
         undimmable_.insert(display);
         return;
     }
-
-    // A platform that reports more samples than the buffers hold has still written at
-    // most the capacity; the table keeps what was written, so its arrays always hold
-    // exactly `sampleCount` samples and installing it never reads past them.
-    const std::uint32_t kept = std::min(count, kCapacity);
-    red.resize(kept);
-    green.resize(kept);
-    blue.resize(kept);
+    const std::size_t samples = ramp->size();
     undimmable_.erase(display);
-    defaultTables_[display] = GammaTable{std::move(red), std::move(green), std::move(blue), kept};
+    defaultTables_[display] = std::move(*ramp);
     SystemLog::display().info("Captured gamma table for display " + std::to_string(display) + " (" +
-                              std::to_string(count) + " samples)");
+                              std::to_string(samples) + " samples)");
 }
 
 void GammaManager::restoreAll() {
     currentBrightness_.clear();
-    if (tables_) tables_->restoreColorSyncSettings();
+    if (tables_) tables_->restoreAll();
 }
 
 } // namespace pw

@@ -10,22 +10,11 @@
 
 namespace pw {
 
-// A display's colour transfer table as captured: `sampleCount` samples per channel
-// (at most 256).
-struct GammaTable {
-    std::vector<float> red;
-    std::vector<float> green;
-    std::vector<float> blue;
-    std::uint32_t sampleCount = 0;
-};
-
-// Dims displays in software by scaling the transfer table each display had when it
-// was first dimmed. Every step starts from that captured table, so steps never
+// Dims displays in software by scaling the gamma ramp each display had when it was first
+// dimmed. Every step starts from that captured table, so steps never
 // compound. Main thread only; no lock.
 class GammaManager {
 public:
-    static constexpr std::uint32_t kCapacity = 256;
-
     GammaManager(std::shared_ptr<platform::GammaTables> tables);
 
     // The process-wide instance, built on first use from the installed platform.
@@ -38,7 +27,7 @@ public:
     // 0 counts as 0. The system restores all displays at once; displays dimmed before get
     // their levels back at once.
     void setBrightness(platform::DisplayID display, double factor);
-    // Reads the display's current table into `defaultTables`; failures are logged.
+    // Reads the display's current ramp into `defaultTables`; failures are logged.
     void captureDefaultTable(platform::DisplayID display);
     // Forgets every factor and returns all displays to their calibrated tables.
     void restoreAll();
@@ -48,17 +37,17 @@ public:
         return tables_ && !undimmable_.contains(display);
     }
 
-    const std::map<platform::DisplayID, GammaTable>& defaultTables() const { return defaultTables_; }
+    const std::map<platform::DisplayID, platform::GammaRamp>& defaultTables() const { return defaultTables_; }
     const std::map<platform::DisplayID, double>& currentBrightness() const {
         return currentBrightness_;
     }
 
 private:
-    // Installs the display's captured table scaled by `factor` (below 1).
+    // Installs the display's captured ramp scaled by `factor` (below 1).
     void install(platform::DisplayID display, double factor);
 
     std::shared_ptr<platform::GammaTables> tables_;
-    std::map<platform::DisplayID, GammaTable> defaultTables_;
+    std::map<platform::DisplayID, platform::GammaRamp> defaultTables_;
     std::map<platform::DisplayID, double> currentBrightness_;
     std::set<platform::DisplayID> undimmable_;
 };

@@ -125,7 +125,7 @@ TEST_F(PopoverViewModelTest, ASectionSaysWhenItsDisplayCannotBeDimmed) {
 
     // A table that cannot be read shows on that display's section at the first dim, and
     // the slider still writes the monitor's own brightness.
-    machine->gamma().failNextCaptures(2, 1, 1001);
+    machine->gamma().failNextReads(2, 1);
     model->changeBrightness(2, 10); // what the slider calls, without storing its state
     EXPECT_FALSE(model->dimmingAvailable(2));
     EXPECT_TRUE(model->dimmingAvailable(3));
@@ -144,7 +144,7 @@ TEST_F(PopoverViewModelTest, ASectionSaysWhenItsDisplayCannotBeDimmed) {
     EXPECT_FALSE(model->dimmingAvailable(2));
     EXPECT_FALSE(model->dimmingAvailable(3));
     model->moveBrightnessSlider(2, 10);
-    EXPECT_EQ(machine->gamma().count(sim::SimGammaTables::Call::Kind::set, 2), 0u);
+    EXPECT_EQ(machine->gamma().count(sim::SimGammaTables::Call::Kind::apply, 2), 0u);
 }
 
 TEST_F(PopoverViewModelTest, ABurstWritesOnlyItsLastValueWhileDimmingFollowsEveryValue) {

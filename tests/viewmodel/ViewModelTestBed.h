@@ -46,7 +46,7 @@ protected:
     }
 
     std::size_t gammaInstalls(platform::DisplayID id) const {
-        return machine->gamma().count(sim::SimGammaTables::Call::Kind::set, id);
+        return machine->gamma().count(sim::SimGammaTables::Call::Kind::apply, id);
     }
 
     std::shared_ptr<GammaManager> gamma;

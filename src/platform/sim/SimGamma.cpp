@@ -6,18 +6,18 @@
 
 namespace pw::sim {
 
-SimGammaTables::Table SimGammaTables::Table::uniform(std::vector<float> samples) {
+SimGammaTables::Table SimGammaTables::uniform(std::vector<float> samples) {
     return Table{samples, samples, std::move(samples)};
 }
 
-SimGammaTables::Table SimGammaTables::Table::identity(std::size_t samples) {
+SimGammaTables::Table SimGammaTables::identity(std::size_t samples) {
     std::vector<float> ramp(samples, 0.0f);
     for (std::size_t i = 0; i < samples && samples > 1; ++i)
         ramp[i] = static_cast<float>(i) / static_cast<float>(samples - 1);
     return uniform(std::move(ramp));
 }
 
-SimGammaTables::Table SimGammaTables::Table::scaled(const Table& table, float factor) {
+SimGammaTables::Table SimGammaTables::scaled(const Table& table, float factor) {
     auto times = [factor](std::vector<float> channel) {
         for (float& sample : channel)
             sample *= factor;
@@ -31,11 +31,7 @@ struct SimGammaTables::State {
     mutable std::mutex mutex;
     std::map<platform::DisplayID, Table> calibrated; // only those a test set
     std::map<platform::DisplayID, Table> installed;  // only displays not at calibrated
-    struct Failure {
-        unsigned remaining = 0;
-        std::int32_t error = 0;
-    };
-    std::map<platform::DisplayID, Failure> failures;
+    std::map<platform::DisplayID, unsigned> failures; // reads still to fail
     std::vector<Call> calls;
 
     bool active(platform::DisplayID display) const {
@@ -44,7 +40,7 @@ struct SimGammaTables::State {
     }
     Table calibratedOf(platform::DisplayID display) const {
         const auto found = calibrated.find(display);
-        return found != calibrated.end() ? found->second : Table::identity();
+        return found != calibrated.end() ? found->second : identity();
     }
 };
 
@@ -54,53 +50,34 @@ SimGammaTables::SimGammaTables(std::shared_ptr<SimDisplayServices> displays)
 }
 SimGammaTables::~SimGammaTables() = default;
 
-std::int32_t SimGammaTables::getTransferByTable(platform::DisplayID display, std::uint32_t capacity,
-                                                float* red, float* green, float* blue,
-                                                std::uint32_t& sampleCount) {
+std::optional<SimGammaTables::Table> SimGammaTables::read(platform::DisplayID display) {
     const bool active = state_->active(display);
     std::lock_guard lock(state_->mutex);
-    auto record = [&](std::int32_t result) {
-        state_->calls.push_back(Call{Call::Kind::get, display, capacity, result});
-        return result;
-    };
-    if (!active) return record(kNotActive);
-    if (auto found = state_->failures.find(display);
-        found != state_->failures.end() && found->second.remaining > 0) {
-        --found->second.remaining;
-        return record(found->second.error);
+    bool ok = active;
+    if (auto found = state_->failures.find(display); ok && found != state_->failures.end() &&
+                                                     found->second > 0) {
+        --found->second;
+        ok = false;
     }
-    // Like the real call: what the display shows now, at most `capacity` samples written,
-    // the real count reported.
+    state_->calls.push_back(Call{Call::Kind::read, display, 0, ok});
+    if (!ok) return std::nullopt;
+    // What the display shows now.
     const auto found = state_->installed.find(display);
-    const Table table =
-        found != state_->installed.end() ? found->second : state_->calibratedOf(display);
-    const auto fill = std::min<std::size_t>(capacity, table.sampleCount());
-    std::copy_n(table.red.begin(), fill, red);
-    std::copy_n(table.green.begin(), fill, green);
-    std::copy_n(table.blue.begin(), fill, blue);
-    sampleCount = static_cast<std::uint32_t>(table.sampleCount());
-    return record(0);
+    return found != state_->installed.end() ? found->second : state_->calibratedOf(display);
 }
 
-std::int32_t SimGammaTables::setTransferByTable(platform::DisplayID display,
-                                                std::uint32_t sampleCount, const float* red,
-                                                const float* green, const float* blue) {
+bool SimGammaTables::apply(platform::DisplayID display, const Table& ramp) {
     const bool active = state_->active(display);
     std::lock_guard lock(state_->mutex);
-    const std::int32_t result = active ? 0 : kNotActive;
-    state_->calls.push_back(Call{Call::Kind::set, display, sampleCount, result});
-    if (!active) return result;
-    auto channel = [sampleCount](const float* samples) {
-        return sampleCount == 0 ? std::vector<float>{}
-                                : std::vector<float>(samples, samples + sampleCount);
-    };
-    state_->installed[display] = Table{channel(red), channel(green), channel(blue)};
-    return result;
+    const bool ok = active && ramp.valid();
+    state_->calls.push_back(Call{Call::Kind::apply, display, ramp.size(), ok});
+    if (ok) state_->installed[display] = ramp;
+    return ok;
 }
 
-void SimGammaTables::restoreColorSyncSettings() {
+void SimGammaTables::restoreAll() {
     std::lock_guard lock(state_->mutex);
-    state_->calls.push_back(Call{Call::Kind::restore, 0, 0, 0});
+    state_->calls.push_back(Call{Call::Kind::restore, 0, 0, true});
     state_->installed.clear();
 }
 
@@ -125,11 +102,9 @@ bool SimGammaTables::showsCalibrated(platform::DisplayID display) const {
     return !state_->installed.contains(display);
 }
 
-void SimGammaTables::failNextCaptures(platform::DisplayID display, unsigned count,
-                                      std::int32_t error) {
+void SimGammaTables::failNextReads(platform::DisplayID display, unsigned count) {
     std::lock_guard lock(state_->mutex);
-    // A failure must read as one: 0 would be success with nothing written.
-    state_->failures[display] = State::Failure{count, error != 0 ? error : 1000};
+    state_->failures[display] = count;
 }
 
 std::vector<SimGammaTables::Call> SimGammaTables::calls() const {

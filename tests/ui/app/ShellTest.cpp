@@ -356,7 +356,7 @@ TEST(AppDelegateTest, ShutdownGivesTheColourTablesBackAndSendsNoDDC) {
     queue.advance(100ms);
     DDCManager::shared()->queue().sync([] {});
     queue.runPending();
-    EXPECT_GT(machine.gamma().count(sim::SimGammaTables::Call::Kind::set, 2), 0u);
+    EXPECT_GT(machine.gamma().count(sim::SimGammaTables::Call::Kind::apply, 2), 0u);
     EXPECT_EQ(machine.monitor(2)->feature(0x10)->current, 0); // 100 x 0.1^2.5 rounds to 0
 
     machine.bus().clear();

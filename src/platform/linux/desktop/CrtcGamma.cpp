@@ -13,30 +13,23 @@ std::string keyOf(const DisplaySource& source, platform::DisplayID display) {
 }
 } // namespace
 
-std::int32_t CrtcGammaTables::getTransferByTable(platform::DisplayID display,
-                                                 std::uint32_t capacity, float* red, float* green,
-                                                 float* blue, std::uint32_t& sampleCount) {
+std::optional<platform::GammaRamp> CrtcGammaTables::read(platform::DisplayID display) {
     std::lock_guard lock(mutex_);
-    if (serverGone()) return kCannotComplete;
+    if (serverGone()) return std::nullopt;
     const auto crtc = crtcFor(display);
-    if (!crtc) return lastCallUnanswered() ? kFailure : kIllegalArgument;
+    if (!crtc) return std::nullopt;
     const auto ramp = readCrtc(*crtc);
-    if (!ramp) return kFailure;
-    const std::size_t count = std::min<std::size_t>(ramp->size(), capacity);
-    readRamp(*ramp, count, red, green, blue);
-    sampleCount = static_cast<std::uint32_t>(count);
-    return 0;
+    if (!ramp) return std::nullopt;
+    return toGammaRamp(*ramp);
 }
 
-std::int32_t CrtcGammaTables::setTransferByTable(platform::DisplayID display,
-                                                 std::uint32_t sampleCount, const float* red,
-                                                 const float* green, const float* blue) {
+bool CrtcGammaTables::apply(platform::DisplayID display, const platform::GammaRamp& ramp) {
     std::lock_guard lock(mutex_);
     // An empty table would leave the CRTC half-set or black.
-    if (sampleCount == 0) return kIllegalArgument;
-    if (serverGone()) return kCannotComplete;
+    if (!ramp.valid()) return false;
+    if (serverGone()) return false;
     const auto crtc = crtcFor(display);
-    if (!crtc) return lastCallUnanswered() ? kFailure : kIllegalArgument;
+    if (!crtc) return false;
 
     auto original = originals_.find(*crtc);
     if (original == originals_.end()) {
@@ -46,7 +39,7 @@ std::int32_t CrtcGammaTables::setTransferByTable(platform::DisplayID display,
         if (!ramp) {
             log_.error(kCategory, "Cannot read the gamma ramp of display " +
                                       std::to_string(display) + ", not dimming it");
-            return kFailure;
+            return false;
         }
         original = originals_.emplace(*crtc, std::move(*ramp)).first;
         if (unrepaired != unrepaired_.end()) unrepaired_.erase(unrepaired);
@@ -61,15 +54,15 @@ std::int32_t CrtcGammaTables::setTransferByTable(platform::DisplayID display,
                                           "it stays dimmed until the session ends");
         }
     }
-    if (!writeCrtc(*crtc, stretchTable(sampleCount, red, green, blue, original->second.size()))) {
+    if (!writeCrtc(*crtc, stretchRamp(ramp, original->second.size()))) {
         log_.error(kCategory,
                    serverName_ + " refused the gamma ramp of display " + std::to_string(display));
-        return kFailure;
+        return false;
     }
-    return 0;
+    return true;
 }
 
-void CrtcGammaTables::restoreColorSyncSettings() {
+void CrtcGammaTables::restoreAll() {
     std::lock_guard lock(mutex_);
     restoreLocked();
 }

@@ -11,15 +11,14 @@
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/DisplayPairing.h"
 #include "platform/linux/desktop/GammaJournal.h"
-#include "platform/linux/desktop/GammaRamp.h"
+#include "platform/linux/desktop/CrtcRamp.h"
 
 namespace pw::linuxdesktop {
 
 // Gamma tables on a window system's CRTC ramps; a backend says which CRTC shows a display
 // and reads and writes ramps. The rules live here, once:
-//  - a read gives the ramp resampled to the caller's room when it is longer, so the caller
-//    always holds the whole curve; an install of any sample count is stretched over the
-//    CRTC's length, samples clamped to 0...1; an empty table is refused;
+//  - a read gives the CRTC's ramp at its own length; an install of any length is stretched
+//    over the CRTC's length, samples clamped to 0...1; an empty or uneven ramp is refused;
 //  - before the first install on a CRTC its ramp is kept; restoring writes every kept
 //    ramp back and forgets it (the "calibrated" tables are what the desktop had installed
 //    when we first changed them). Backends restore on destruction with `restoreNow`;
@@ -28,18 +27,9 @@ namespace pw::linuxdesktop {
 //    start; a lookup not answered is a failure, not "no such display".
 class CrtcGammaTables : public platform::GammaTables {
 public:
-    // The codes a read or an install answers, in the window system's numbering.
-    static constexpr std::int32_t kFailure = 1000;         // the server refused
-    static constexpr std::int32_t kIllegalArgument = 1001; // no such display here
-    static constexpr std::int32_t kCannotComplete = 1004;  // the server went away
-
-    std::int32_t getTransferByTable(platform::DisplayID display, std::uint32_t capacity,
-                                    float* red, float* green, float* blue,
-                                    std::uint32_t& sampleCount) final;
-    std::int32_t setTransferByTable(platform::DisplayID display, std::uint32_t sampleCount,
-                                    const float* red, const float* green,
-                                    const float* blue) final;
-    void restoreColorSyncSettings() final;
+    std::optional<platform::GammaRamp> read(platform::DisplayID display) final;
+    bool apply(platform::DisplayID display, const platform::GammaRamp& ramp) final;
+    void restoreAll() final;
 
     // Whether the ramp the display's CRTC had before our first change is kept.
     bool holdsOriginal(platform::DisplayID display);
@@ -59,8 +49,8 @@ protected:
 
     // Called with the lock held.
     virtual std::optional<std::uint32_t> crtcFor(platform::DisplayID display) = 0;
-    virtual std::optional<GammaRamp> readCrtc(std::uint32_t crtc) = 0;
-    virtual bool writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) = 0;
+    virtual std::optional<CrtcRamp> readCrtc(std::uint32_t crtc) = 0;
+    virtual bool writeCrtc(std::uint32_t crtc, const CrtcRamp& ramp) = 0;
     virtual bool serverGone() { return false; }
     // Whether the last call's answer never came (a timeout, a server that is not there
     // now), as opposed to an answer that said no.
@@ -76,11 +66,11 @@ private:
     std::mutex mutex_;
     DesktopLog log_;
     std::string serverName_; // "The X server", "GNOME": who refused, in log lines
-    std::map<std::uint32_t, GammaRamp> originals_;
+    std::map<std::uint32_t, CrtcRamp> originals_;
     std::map<std::uint32_t, std::string> journalKeys_; // the journal's name of each kept CRTC
     // Originals from the journal that the repair at start could not give back (no answer):
     // a display dimmed again keeps these, not the dimmed ramp it shows.
-    std::map<std::string, GammaRamp> unrepaired_;
+    std::map<std::string, CrtcRamp> unrepaired_;
     std::shared_ptr<GammaJournal> journal_;
     std::string backend_;
     DisplaySource journalSource_;

@@ -214,7 +214,7 @@ bool GammaJournal::write(const std::vector<DimmedRamp>& ramps, std::string& whyN
     return true;
 }
 
-bool looksDimmedFrom(const GammaRamp& current, const GammaRamp& original) {
+bool looksDimmedFrom(const CrtcRamp& current, const CrtcRamp& original) {
     if (current.size() != original.size() || current.size() == 0) return false;
     const std::vector<std::uint16_t>* now[] = {&current.red, &current.green, &current.blue};
     const std::vector<std::uint16_t>* before[] = {&original.red, &original.green, &original.blue};

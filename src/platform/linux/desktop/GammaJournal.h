@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/desktop/GammaRamp.h"
+#include "platform/linux/desktop/CrtcRamp.h"
 
 namespace pw::linuxdesktop {
 
@@ -18,7 +18,7 @@ namespace pw::linuxdesktop {
 struct DimmedRamp {
     std::string backend;    // "x11", "gnome": whose ramps these are
     std::string displayKey; // which monitor (displayKey below)
-    GammaRamp original;
+    CrtcRamp original;
 };
 
 // The file's text, one record after another:
@@ -66,6 +66,6 @@ private:
 // Whether `current` is `original` scaled down by one factor for every channel and sample,
 // within the error that resampling to the program's table and back leaves: the mark of a
 // ramp we dimmed and did not give back. Anything else was set by someone else since.
-bool looksDimmedFrom(const GammaRamp& current, const GammaRamp& original);
+bool looksDimmedFrom(const CrtcRamp& current, const CrtcRamp& original);
 
 } // namespace pw::linuxdesktop

@@ -145,13 +145,13 @@ std::optional<std::uint32_t> MutterGammaTables::crtcFor(platform::DisplayID disp
     return std::nullopt;
 }
 
-std::optional<GammaRamp> MutterGammaTables::readCrtc(std::uint32_t crtc) {
+std::optional<CrtcRamp> MutterGammaTables::readCrtc(std::uint32_t crtc) {
     sd_bus_error error{};
     MessageRef reply;
     int r = sd_bus_call_method(bus_.get(), kService, kObject, kInterface, "GetCrtcGamma", &error,
                                &reply.message, "uu", serial_, crtc);
     unanswered_ = unanswered(error, r);
-    GammaRamp ramp;
+    CrtcRamp ramp;
     std::vector<std::uint16_t>* channels[] = {&ramp.red, &ramp.green, &ramp.blue};
     for (auto* channel : channels) {
         if (r < 0) break;
@@ -170,7 +170,7 @@ std::optional<GammaRamp> MutterGammaTables::readCrtc(std::uint32_t crtc) {
     return ramp;
 }
 
-bool MutterGammaTables::writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) {
+bool MutterGammaTables::writeCrtc(std::uint32_t crtc, const CrtcRamp& ramp) {
     MessageRef call;
     int r = sd_bus_message_new_method_call(bus_.get(), &call.message, kService, kObject, kInterface,
                                            "SetCrtcGamma");

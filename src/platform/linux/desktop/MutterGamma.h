@@ -29,8 +29,8 @@ public:
 private:
     MutterGammaTables(BusConnection bus, DisplaySource source, DesktopLog log);
     std::optional<std::uint32_t> crtcFor(platform::DisplayID display) override;
-    std::optional<GammaRamp> readCrtc(std::uint32_t crtc) override;
-    bool writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) override;
+    std::optional<CrtcRamp> readCrtc(std::uint32_t crtc) override;
+    bool writeCrtc(std::uint32_t crtc, const CrtcRamp& ramp) override;
     bool lastCallUnanswered() override { return unanswered_; }
     // The serial names the configuration in force; CRTC ids outlive it.
     bool beforeRestore() override;

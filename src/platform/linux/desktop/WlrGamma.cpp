@@ -37,8 +37,8 @@ bool flush(wl_display* display, Clock::time_point deadline) {
     return true;
 }
 
-GammaRamp identityRamp(std::uint32_t size) {
-    GammaRamp ramp;
+CrtcRamp identityRamp(std::uint32_t size) {
+    CrtcRamp ramp;
     ramp.red.resize(size);
     for (std::uint32_t i = 0; i < size; ++i)
         ramp.red[i] = size < 2 ? std::uint16_t{65535}
@@ -49,7 +49,7 @@ GammaRamp identityRamp(std::uint32_t size) {
 }
 
 // The compositor reads the table from the start of a file: 16-bit samples, red, green, blue.
-bool writeTable(int fd, const GammaRamp& ramp) {
+bool writeTable(int fd, const CrtcRamp& ramp) {
     std::vector<std::uint16_t> table;
     table.reserve(ramp.size() * 3);
     for (const auto* channel : {&ramp.red, &ramp.green, &ramp.blue})
@@ -308,7 +308,7 @@ void WlrGammaTables::noteFailure(Output& output, platform::DisplayID display,
     log_.error(kCategory, "Output " + name + " cannot be dimmed: " + why);
 }
 
-std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID display) {
+bool WlrGammaTables::takeControl(Output& output, platform::DisplayID display) {
     if (output.failed) {
         // A control that failed while we held it: the compositor shows the output's own
         // gamma again, and the control is of no more use.
@@ -319,16 +319,16 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
             dropControl(output);
             output.failed = true;
         }
-        return kFailure;
+        return false;
     }
-    if (output.control && output.size > 0) return 0;
+    if (output.control && output.size > 0) return true;
     if (!output.control) {
         output.control = zwlr_gamma_control_manager_v1_get_gamma_control(manager_, output.proxy);
         zwlr_gamma_control_v1_add_listener(output.control, &kControlListener, &output);
     }
     const bool answered = roundTrip();
-    if (!connected()) return kCannotComplete;
-    if (output.gone) return kIllegalArgument;
+    if (!connected()) return false;
+    if (output.gone) return false;
     if (!answered || output.failed || output.size == 0) {
         noteFailure(output, display,
                     !answered      ? "the compositor did not answer"
@@ -339,9 +339,9 @@ std::int32_t WlrGammaTables::takeControl(Output& output, platform::DisplayID dis
         const bool failed = output.failed || answered;
         dropControl(output);
         output.failed = failed;
-        return kFailure;
+        return false;
     }
-    return 0;
+    return true;
 }
 
 void WlrGammaTables::dropControl(Output& output) {
@@ -355,7 +355,7 @@ void WlrGammaTables::dropControl(Output& output) {
     output.installed.reset();
 }
 
-bool WlrGammaTables::install(Output& output, const GammaRamp& ramp) {
+bool WlrGammaTables::install(Output& output, const CrtcRamp& ramp) {
     const int fd = memfd_create("gamma-table", MFD_CLOEXEC);
     if (fd < 0) return false;
     const bool written = writeTable(fd, ramp);
@@ -365,50 +365,37 @@ bool WlrGammaTables::install(Output& output, const GammaRamp& ramp) {
     return written && roundTrip() && !output.failed;
 }
 
-std::int32_t WlrGammaTables::getTransferByTable(platform::DisplayID display, std::uint32_t capacity,
-                                                float* red, float* green, float* blue,
-                                                std::uint32_t& sampleCount) {
+std::optional<platform::GammaRamp> WlrGammaTables::read(platform::DisplayID display) {
     std::lock_guard lock(mutex_);
     Output* output = outputFor(display);
-    if (!connected()) return kCannotComplete;
-    if (!settled_ || !manager_) return kFailure;
-    if (!output) return kIllegalArgument;
-    if (const auto refused = takeControl(*output, display)) return refused;
-    const GammaRamp ramp = output->installed ? *output->installed : identityRamp(output->size);
-    const std::size_t count = std::min<std::size_t>(ramp.size(), capacity);
-    readRamp(ramp, count, red, green, blue);
-    sampleCount = static_cast<std::uint32_t>(count);
-    return 0;
+    if (!connected() || !settled_ || !manager_ || !output) return std::nullopt;
+    if (!takeControl(*output, display)) return std::nullopt;
+    return toGammaRamp(output->installed ? *output->installed : identityRamp(output->size));
 }
 
-std::int32_t WlrGammaTables::setTransferByTable(platform::DisplayID display,
-                                                std::uint32_t sampleCount, const float* red,
-                                                const float* green, const float* blue) {
+bool WlrGammaTables::apply(platform::DisplayID display, const platform::GammaRamp& table) {
     // An empty table would leave the output half-set or black.
-    if (sampleCount == 0) return kIllegalArgument;
+    if (!table.valid()) return false;
     std::lock_guard lock(mutex_);
     Output* output = outputFor(display);
-    if (!connected()) return kCannotComplete;
-    if (!settled_ || !manager_) return kFailure;
-    if (!output) return kIllegalArgument;
-    if (const auto refused = takeControl(*output, display)) return refused;
-    auto ramp = stretchTable(sampleCount, red, green, blue, output->size);
+    if (!connected() || !settled_ || !manager_ || !output) return false;
+    if (!takeControl(*output, display)) return false;
+    auto ramp = stretchRamp(table, output->size);
     if (!install(*output, ramp)) {
-        if (!connected()) return kCannotComplete;
-        if (output->gone) return kIllegalArgument;
+        if (!connected() || output->gone) return false;
         // A refused table ends the control, and the compositor shows the output's own gamma.
         noteFailure(*output, display, output->failed ? "the compositor refused its gamma table"
                                                      : "the compositor did not answer");
         const bool failed = output->failed;
         dropControl(*output);
         output->failed = failed;
-        return kFailure;
+        return false;
     }
     output->installed = std::move(ramp);
-    return 0;
+    return true;
 }
 
-void WlrGammaTables::restoreColorSyncSettings() {
+void WlrGammaTables::restoreAll() {
     std::lock_guard lock(mutex_);
     if (!connected()) return;
     // Without our controls the compositor shows each output's own gamma again.

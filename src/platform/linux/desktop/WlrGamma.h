@@ -12,7 +12,7 @@
 #include "platform/linux/desktop/CrtcGamma.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/DisplayPairing.h"
-#include "platform/linux/desktop/GammaRamp.h"
+#include "platform/linux/desktop/CrtcRamp.h"
 
 struct wl_display;
 struct wl_registry;
@@ -32,9 +32,8 @@ namespace pw::linuxdesktop {
 // reads as the identity ramp of the control's length, afterwards as what we installed.
 // Restoring destroys the controls, and the compositor puts each output's own gamma back;
 // it does the same when the program ends in any way, so a crash leaves nothing dimmed.
-// Lengths follow CrtcGammaTables' rules: a read gives the whole curve resampled to the
-// caller's room, an install of any count is stretched over the control's length, samples
-// clamped to 0...1, an empty table refused.
+// Lengths follow CrtcGammaTables' rules: a read gives the control's length, an install of
+// any length is stretched over it, samples clamped to 0...1, an empty table refused.
 //
 // An output whose control fails (another client, such as a night-light tool, holds its
 // gamma) cannot be dimmed: one line names it, and reads and installs answer failure until
@@ -45,9 +44,6 @@ namespace pw::linuxdesktop {
 // every wait for the compositor is bounded by `kAnswerTimeout`.
 class WlrGammaTables final : public platform::GammaTables {
 public:
-    static constexpr std::int32_t kFailure = CrtcGammaTables::kFailure;
-    static constexpr std::int32_t kIllegalArgument = CrtcGammaTables::kIllegalArgument;
-    static constexpr std::int32_t kCannotComplete = CrtcGammaTables::kCannotComplete;
     static constexpr std::chrono::milliseconds kAnswerTimeout{500};
 
     // `socketName`: a name under $XDG_RUNTIME_DIR or an absolute path; nothing means
@@ -63,13 +59,9 @@ public:
     WlrGammaTables(const WlrGammaTables&) = delete;
     WlrGammaTables& operator=(const WlrGammaTables&) = delete;
 
-    std::int32_t getTransferByTable(platform::DisplayID display, std::uint32_t capacity,
-                                    float* red, float* green, float* blue,
-                                    std::uint32_t& sampleCount) override;
-    std::int32_t setTransferByTable(platform::DisplayID display, std::uint32_t sampleCount,
-                                    const float* red, const float* green,
-                                    const float* blue) override;
-    void restoreColorSyncSettings() override;
+    std::optional<platform::GammaRamp> read(platform::DisplayID display) override;
+    bool apply(platform::DisplayID display, const platform::GammaRamp& ramp) override;
+    void restoreAll() override;
 
     // Whether we hold the gamma control of the display's output.
     bool holdsControl(platform::DisplayID display);
@@ -86,7 +78,7 @@ public:
         std::uint32_t size = 0;   // the control's length, 0 until it says
         bool failed = false;      // the control failed; no installs until a restore
         bool failureLogged = false;
-        std::optional<GammaRamp> installed;
+        std::optional<CrtcRamp> installed;
         bool gone = false; // unplugged; forgotten before the next pairing
     };
     struct Globals; // the registry's listener
@@ -101,10 +93,10 @@ private:
     bool settle();
     void pump();
     Output* outputFor(platform::DisplayID display);
-    std::int32_t takeControl(Output& output, platform::DisplayID display);
+    bool takeControl(Output& output, platform::DisplayID display); // false: none to use
     void dropControl(Output& output);
     void noteFailure(Output& output, platform::DisplayID display, const std::string& why);
-    bool install(Output& output, const GammaRamp& ramp);
+    bool install(Output& output, const CrtcRamp& ramp);
 
     std::mutex mutex_;
     DesktopLog log_;

@@ -46,7 +46,7 @@ std::optional<std::uint32_t> XRandrGammaTables::crtcFor(platform::DisplayID disp
     return std::nullopt;
 }
 
-std::optional<GammaRamp> XRandrGammaTables::readCrtc(std::uint32_t crtc) {
+std::optional<CrtcRamp> XRandrGammaTables::readCrtc(std::uint32_t crtc) {
     Display* x = connection_->display();
     int size = 0;
     XRRCrtcGamma* gamma = nullptr;
@@ -54,10 +54,10 @@ std::optional<GammaRamp> XRandrGammaTables::readCrtc(std::uint32_t crtc) {
         size = XRRGetCrtcGammaSize(x, crtc);
         if (size > 0) gamma = XRRGetCrtcGamma(x, crtc);
     });
-    std::optional<GammaRamp> ramp;
+    std::optional<CrtcRamp> ramp;
     if (!error && gamma && size > 0) {
         const auto n = static_cast<std::size_t>(size);
-        ramp = GammaRamp{{gamma->red, gamma->red + n},
+        ramp = CrtcRamp{{gamma->red, gamma->red + n},
                          {gamma->green, gamma->green + n},
                          {gamma->blue, gamma->blue + n}};
     }
@@ -65,7 +65,7 @@ std::optional<GammaRamp> XRandrGammaTables::readCrtc(std::uint32_t crtc) {
     return ramp;
 }
 
-bool XRandrGammaTables::writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) {
+bool XRandrGammaTables::writeCrtc(std::uint32_t crtc, const CrtcRamp& ramp) {
     XRRCrtcGamma* gamma = XRRAllocGamma(static_cast<int>(ramp.size()));
     if (!gamma) return false;
     std::copy(ramp.red.begin(), ramp.red.end(), gamma->red);

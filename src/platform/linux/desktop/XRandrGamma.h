@@ -25,8 +25,8 @@ private:
     XRandrGammaTables(std::unique_ptr<XConnection> connection, DisplaySource source,
                       DesktopLog log);
     std::optional<std::uint32_t> crtcFor(platform::DisplayID display) override;
-    std::optional<GammaRamp> readCrtc(std::uint32_t crtc) override;
-    bool writeCrtc(std::uint32_t crtc, const GammaRamp& ramp) override;
+    std::optional<CrtcRamp> readCrtc(std::uint32_t crtc) override;
+    bool writeCrtc(std::uint32_t crtc, const CrtcRamp& ramp) override;
     bool serverGone() override;
 
     std::unique_ptr<XConnection> connection_;

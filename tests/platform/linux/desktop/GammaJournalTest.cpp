@@ -1,7 +1,7 @@
 #include "platform/linux/desktop/GammaJournal.h"
 
 #include "platform/linux/desktop/GammaChoice.h"
-#include "platform/linux/desktop/GammaRamp.h"
+#include "platform/linux/desktop/CrtcRamp.h"
 
 #include "DesktopTestSupport.h"
 #include "platform/sim/MemorySystemLog.h"
@@ -19,9 +19,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-GammaRamp rampOf(std::size_t size, double (*curve)(double), double red = 1, double green = 1,
+CrtcRamp rampOf(std::size_t size, double (*curve)(double), double red = 1, double green = 1,
                  double blue = 1) {
-    GammaRamp ramp;
+    CrtcRamp ramp;
     for (std::size_t i = 0; i < size; ++i) {
         const double v = curve(static_cast<double>(i) / static_cast<double>(size - 1));
         ramp.red.push_back(static_cast<std::uint16_t>(std::lround(v * red * 65535)));
@@ -33,17 +33,13 @@ GammaRamp rampOf(std::size_t size, double (*curve)(double), double red = 1, doub
 double linear(double v) { return v; }
 double curved(double v) { return std::pow(v, 2.2); }
 
-// What the program installs to dim: its 256-sample copy of the ramp, scaled, stretched back
-// over the CRTC's length.
-GammaRamp dimmedThroughTheProgram(const GammaRamp& original, float factor) {
-    std::vector<float> r(256), g(256), b(256);
-    readRamp(original, 256, r.data(), g.data(), b.data());
-    for (int i = 0; i < 256; ++i) {
-        r[i] *= factor;
-        g[i] *= factor;
-        b[i] *= factor;
-    }
-    return stretchTable(256, r.data(), g.data(), b.data(), original.size());
+// What the program installs to dim: the ramp as read, scaled, stretched back over the
+// CRTC's length.
+CrtcRamp dimmedThroughTheProgram(const CrtcRamp& original, float factor) {
+    auto ramp = toGammaRamp(original);
+    for (auto* channel : {&ramp.red, &ramp.green, &ramp.blue})
+        for (auto& sample : *channel) sample *= factor;
+    return stretchRamp(ramp, original.size());
 }
 
 TEST(GammaJournalText, RecordsSurviveTheFileAndDamageIsNamedByLine) {
@@ -96,7 +92,7 @@ TEST(GammaJournalText, OnlyARampWeDimmedCountsAsLeftDimmed) {
         }
     }
     EXPECT_FALSE(looksDimmedFrom(rampOf(256, linear, 0.5, 0.5, 0.5), rampOf(1024, linear)));
-    EXPECT_FALSE(looksDimmedFrom(GammaRamp{}, GammaRamp{}));
+    EXPECT_FALSE(looksDimmedFrom(CrtcRamp{}, CrtcRamp{}));
 }
 
 TEST(GammaJournalText, DisplaysAreKnownByTheirBaseEdidBlock) {
@@ -184,13 +180,11 @@ protected:
         const pid_t child = ::fork();
         if (child == 0) {
             auto tables = choose();
-            std::vector<float> r(256), g(256), b(256);
-            std::uint32_t count = 0;
-            bool ok = tables && tables->getTransferByTable(kDisplay, 256, r.data(), g.data(),
-                                                           b.data(), count) == 0;
-            for (auto* channel : {&r, &g, &b})
-                for (auto& sample : *channel) sample *= factor;
-            ok = ok && tables->setTransferByTable(kDisplay, count, r.data(), g.data(), b.data()) == 0;
+            auto ramp = tables ? tables->read(kDisplay) : std::nullopt;
+            if (ramp)
+                for (auto* channel : {&ramp->red, &ramp->green, &ramp->blue})
+                    for (auto& sample : *channel) sample *= factor;
+            const bool ok = ramp && tables->apply(kDisplay, *ramp);
             ::_exit(ok ? 0 : 1); // no destructor runs: nothing is given back
         }
         int status = 0;
@@ -198,7 +192,7 @@ protected:
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
 
-    void install(const GammaRamp& ramp) { probe->install(ramp.red, ramp.green, ramp.blue); }
+    void install(const CrtcRamp& ramp) { probe->install(ramp.red, ramp.green, ramp.blue); }
     std::vector<unsigned short> shownBlue() { return probe->channel(2); }
     std::vector<std::string> repairLines() {
         auto lines = log->messages("Display");
@@ -229,7 +223,7 @@ TEST_F(LeftDimmedTest, TheNextStartGivesTheRampBackOnce) {
 
     // A clean end leaves nothing to repair.
     std::vector<float> half(256, 0.25f);
-    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+    ASSERT_TRUE(tables->apply(kDisplay, platform::GammaRamp{half, half, half}));
     EXPECT_TRUE(fs::exists(journal->file()));
     tables.reset();
     EXPECT_FALSE(fs::exists(journal->file()));

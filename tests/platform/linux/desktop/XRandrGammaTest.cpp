@@ -43,27 +43,27 @@ protected:
 
 TEST_F(XRandrGammaTest, DimReadBackAndRestore) {
     ASSERT_EQ(probe->size(), 256);
-    std::vector<float> r(256), g(256), b(256);
-    std::uint32_t count = 0;
-    ASSERT_EQ(tables->getTransferByTable(kDisplay, 256, r.data(), g.data(), b.data(), count), 0);
-    ASSERT_EQ(count, 256u);
+    const auto ramp = tables->read(kDisplay);
+    ASSERT_TRUE(ramp);
+    ASSERT_EQ(ramp->size(), 256u);
+    const auto& r = ramp->red;
     EXPECT_FLOAT_EQ(r[0], 0.0f);
     EXPECT_NEAR(r[128], 128.0f / 255, 1e-4);
-    EXPECT_FLOAT_EQ(b[255], 1.0f);
+    EXPECT_FLOAT_EQ(ramp->blue[255], 1.0f);
 
     // Half of the captured ramp, twice: the server shows half, not a quarter.
     std::vector<float> half(256);
     for (int i = 0; i < 256; ++i)
         half[i] = r[i] * 0.5f;
     for (int step = 0; step < 2; ++step)
-        ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+        ASSERT_TRUE(tables->apply(kDisplay, platform::GammaRamp{half, half, half}));
     auto shown = probe->red();
     EXPECT_NEAR(shown[255], 32768, 1);
     EXPECT_NEAR(shown[100], 65535 * 100 / 255 / 2, 2);
     EXPECT_TRUE(tables->holdsOriginal(kDisplay));
 
     // Restoring gives back what the server had before the first change, once.
-    tables->restoreColorSyncSettings();
+    tables->restoreAll();
     shown = probe->red();
     EXPECT_EQ(shown[255], 65535);
     EXPECT_NEAR(shown[100], 65535 * 100 / 255, 1);
@@ -71,26 +71,15 @@ TEST_F(XRandrGammaTest, DimReadBackAndRestore) {
 
     // What the desktop installs meanwhile becomes the new calibrated ramp.
     probe->install([](double v) { return v * v; });
-    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
-    tables->restoreColorSyncSettings();
+    ASSERT_TRUE(tables->apply(kDisplay, platform::GammaRamp{half, half, half}));
+    tables->restoreAll();
     EXPECT_NEAR(probe->red()[128], std::lround(65535.0 * (128.0 / 255) * (128.0 / 255)), 1);
 }
 
 TEST_F(XRandrGammaTest, RampsOfOtherLengthsKeepTheirWholeCurve) {
-    // A reader with less room than the server's ramp gets the whole curve resampled.
-    std::vector<float> r(64), g(64), b(64);
-    std::uint32_t count = 0;
-    ASSERT_EQ(tables->getTransferByTable(kDisplay, 64, r.data(), g.data(), b.data(), count), 0);
-    ASSERT_EQ(count, 64u);
-    EXPECT_FLOAT_EQ(r[0], 0.0f);
-    EXPECT_FLOAT_EQ(r[63], 1.0f);
-    EXPECT_NEAR(r[21], 21.0f / 63, 1e-3);
-
     // A short table is stretched over the server's length; samples out of range are clamped.
     std::vector<float> shortRamp{-0.5f, 0.25f, 2.0f};
-    ASSERT_EQ(tables->setTransferByTable(kDisplay, 3, shortRamp.data(), shortRamp.data(),
-                                         shortRamp.data()),
-              0);
+    ASSERT_TRUE(tables->apply(kDisplay, platform::GammaRamp{shortRamp, shortRamp, shortRamp}));
     const auto shown = probe->red();
     EXPECT_EQ(shown[0], 0);
     EXPECT_EQ(shown[255], 65535);
@@ -98,21 +87,18 @@ TEST_F(XRandrGammaTest, RampsOfOtherLengthsKeepTheirWholeCurve) {
 }
 
 TEST_F(XRandrGammaTest, UnknownDisplaysAndEmptyTablesChangeNothing) {
-    std::vector<float> r(256), g(256), b(256);
-    std::uint32_t count = 0;
-    EXPECT_EQ(tables->getTransferByTable(7, 256, r.data(), g.data(), b.data(), count),
-              XRandrGammaTables::kIllegalArgument);
-    EXPECT_EQ(tables->setTransferByTable(7, 256, r.data(), g.data(), b.data()),
-              XRandrGammaTables::kIllegalArgument);
-    EXPECT_EQ(tables->setTransferByTable(kDisplay, 0, r.data(), g.data(), b.data()),
-              XRandrGammaTables::kIllegalArgument);
+    const std::vector<float> r(256, 0.5f);
+    EXPECT_FALSE(tables->read(7));
+    EXPECT_FALSE(tables->apply(7, platform::GammaRamp{r, r, r}));
+    EXPECT_FALSE(tables->apply(kDisplay, platform::GammaRamp{}));
+    EXPECT_FALSE(tables->apply(kDisplay, platform::GammaRamp{r, r, {0.5f}})) << "uneven";
     EXPECT_EQ(probe->red()[255], 65535);
     EXPECT_FALSE(tables->holdsOriginal(kDisplay));
 }
 
 TEST_F(XRandrGammaTest, GoingAwayGivesTheRampBack) {
     std::vector<float> black(256, 0.0f);
-    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, black.data(), black.data(), black.data()), 0);
+    ASSERT_TRUE(tables->apply(kDisplay, platform::GammaRamp{black, black, black}));
     EXPECT_EQ(probe->red()[255], 0);
     tables.reset();
     EXPECT_EQ(probe->red()[255], 65535);
@@ -120,14 +106,12 @@ TEST_F(XRandrGammaTest, GoingAwayGivesTheRampBack) {
 
 TEST_F(XRandrGammaTest, ServerGoingAwayIsAnErrorNotTheEndOfTheProgram) {
     std::vector<float> half(256, 0.5f);
-    ASSERT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()), 0);
+    ASSERT_TRUE(tables->apply(kDisplay, platform::GammaRamp{half, half, half}));
     probe.reset();
     server.reset(); // the session ends under us
-    std::uint32_t count = 0;
-    EXPECT_NE(tables->getTransferByTable(kDisplay, 256, half.data(), half.data(), half.data(), count), 0);
-    EXPECT_EQ(tables->setTransferByTable(kDisplay, 256, half.data(), half.data(), half.data()),
-              XRandrGammaTables::kCannotComplete);
-    tables->restoreColorSyncSettings();
+    EXPECT_FALSE(tables->read(kDisplay));
+    EXPECT_FALSE(tables->apply(kDisplay, platform::GammaRamp{half, half, half}));
+    tables->restoreAll();
     tables.reset();
 }
 

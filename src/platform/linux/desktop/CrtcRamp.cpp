@@ -1,4 +1,4 @@
-#include "platform/linux/desktop/GammaRamp.h"
+#include "platform/linux/desktop/CrtcRamp.h"
 
 #include <cmath>
 
@@ -27,29 +27,31 @@ std::uint16_t toSample(double value) {
 
 } // namespace
 
-void readRamp(const GammaRamp& ramp, std::size_t count, float* red, float* green, float* blue) {
-    const std::size_t size = ramp.size();
-    auto fill = [&](const std::vector<std::uint16_t>& channel, float* out) {
-        for (std::size_t i = 0; i < count; ++i)
-            out[i] = static_cast<float>(sampleAt(channel.data(), size, i, count) / 65535.0);
+platform::GammaRamp toGammaRamp(const CrtcRamp& ramp) {
+    platform::GammaRamp out;
+    auto fill = [](const std::vector<std::uint16_t>& channel, std::vector<float>& samples) {
+        samples.reserve(channel.size());
+        for (const std::uint16_t sample : channel)
+            samples.push_back(static_cast<float>(sample / 65535.0));
     };
-    fill(ramp.red, red);
-    fill(ramp.green, green);
-    fill(ramp.blue, blue);
+    fill(ramp.red, out.red);
+    fill(ramp.green, out.green);
+    fill(ramp.blue, out.blue);
+    return out;
 }
 
-GammaRamp stretchTable(std::size_t count, const float* red, const float* green, const float* blue,
-                       std::size_t size) {
-    GammaRamp ramp;
-    auto stretch = [&](const float* samples, std::vector<std::uint16_t>& out) {
-        out.resize(size);
+CrtcRamp stretchRamp(const platform::GammaRamp& ramp, std::size_t size) {
+    CrtcRamp out;
+    const std::size_t count = ramp.size();
+    auto stretch = [&](const std::vector<float>& samples, std::vector<std::uint16_t>& channel) {
+        channel.resize(size);
         for (std::size_t i = 0; i < size; ++i)
-            out[i] = toSample(sampleAt(samples, count, i, size));
+            channel[i] = toSample(sampleAt(samples.data(), count, i, size));
     };
-    stretch(red, ramp.red);
-    stretch(green, ramp.green);
-    stretch(blue, ramp.blue);
-    return ramp;
+    stretch(ramp.red, out.red);
+    stretch(ramp.green, out.green);
+    stretch(ramp.blue, out.blue);
+    return out;
 }
 
 } // namespace pw::linuxdesktop
