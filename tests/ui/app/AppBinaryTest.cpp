@@ -413,6 +413,41 @@ TEST_F(DesktopTest, ADragWritesOnceAfterItEndsAndAnInputIsWrittenAtOnce) {
     EXPECT_EQ(monitor["96"].toArray().at(0).toInt(), 0x12);
 }
 
+// Someone who uses no pointer: Tab to the first brightness slider, three arrow presses in
+// a burst (one write, of the value the third press reached), Tab on to the mute button,
+// Space, and Escape to close.
+TEST_F(DesktopTest, KeysAloneReachASliderTheMuteButtonAndClose) {
+    startApp("two-monitors-and-builtin.json");
+    ASSERT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
+                        60000))
+        << app_.readAllStandardError().toStdString();
+    const auto quiet = [&] {
+        const auto size = QFile(busLog()).size();
+        QThread::msleep(400);
+        return QFile(busLog()).size() == size;
+    };
+    ASSERT_TRUE(waitFor(quiet, 20000));
+    const auto before = setWrites(busLog()).size();
+
+    // The LG reads 45 of 100: slider 72.65; three steps of 1 reach 76, which is 50.
+    ASSERT_TRUE(xdotool({"key", "Tab", "Right", "Right", "Right"}));
+    ASSERT_TRUE(waitFor([&] { return !only(setWrites(busLog()), "display 2", 0x10).empty(); },
+                        10000));
+    QThread::msleep(500); // nothing more may follow
+    const auto brightness = only(setWrites(busLog()), QStringLiteral("display 2"), 0x10);
+    ASSERT_EQ(brightness.size(), 1u);
+    EXPECT_EQ(brightness[0].value, 50);
+
+    ASSERT_TRUE(xdotool({"key", "Tab", "Tab", "space"}));
+    ASSERT_TRUE(waitFor([&] { return !only(setWrites(busLog()), "display 2", 0x8D).empty(); },
+                        10000));
+    EXPECT_EQ(only(setWrites(busLog()), QStringLiteral("display 2"), 0x8D)[0].value, 1); // muted
+    EXPECT_EQ(setWrites(busLog()).size(), before + 2);
+
+    ASSERT_TRUE(xdotool({"key", "Escape"}));
+    EXPECT_TRUE(waitFor([&] { return !popoverVisible(); }, 10000));
+}
+
 // The level indicator is a window of the app's own on a desktop without one: the app must
 // let it go before the Qt application, or quitting crashes.
 TEST_F(DesktopTest, AKeyStepsTheMonitorAndTheAppStillQuitsCleanly) {

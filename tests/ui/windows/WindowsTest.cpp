@@ -152,6 +152,38 @@ TEST_F(SettingsWindowTest, IsOneFixedWindowThatKeepsItsTabAcrossShows) {
     EXPECT_TRUE(item("displayList")->isVisible());
 }
 
+// Without a pointer: Tab walks the tab strip and then the form, Space chooses a tab, and a
+// switch that is on still shows the ring around it.
+TEST_F(SettingsWindowTest, TheKeyboardReachesTheTabsAndEveryControlWithAVisibleRing) {
+    open({display(2, "DELL U2720Q")});
+    const auto focused = [&] {
+        QQuickItem* item = window->activeFocusItem();
+        return item ? item->objectName() : QString();
+    };
+    QStringList order;
+    for (int i = 0; i < 6; ++i) {
+        QTest::keyClick(window, Qt::Key_Tab);
+        processEvents();
+        order << focused();
+    }
+    EXPECT_EQ(order, QStringList({"generalTab", "displaysTab", "startupPicker",
+                                  "launchAtLoginToggle", "checkForUpdatesButton",
+                                  "showOSDToggle"}));
+    // The overlay switch is on: its ring lies outside the accent track.
+    EXPECT_TRUE(item("showOSDToggle")->property("checked").toBool());
+    QQuickItem* ring = find(item("showOSDToggle"), "focusRing");
+    ASSERT_NE(ring, nullptr);
+    EXPECT_TRUE(ring->isVisible());
+
+    QTest::keyClick(window, Qt::Key_Tab, Qt::ShiftModifier);
+    for (int i = 0; i < 3; ++i) QTest::keyClick(window, Qt::Key_Backtab);
+    processEvents();
+    EXPECT_EQ(focused(), "displaysTab");
+    QTest::keyClick(window, Qt::Key_Space);
+    processEvents();
+    EXPECT_EQ(controller->currentTab(), 1);
+}
+
 TEST_F(SettingsWindowTest, PickerShowsTheStoredStartupActionAndStoresAChoiceAtOnce) {
     store->set(Preferences::kStartupAction, std::int64_t{7}); // out of range: the last case
     open();

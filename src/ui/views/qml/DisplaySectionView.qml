@@ -26,6 +26,7 @@ Column {
     property bool muteSupported: true
     property bool inputSupported: true
 
+    readonly property string shownTitle: title.length > 0 ? title : qsTr("Display %1").arg(displayId)
     readonly property string volumeSymbol: isMuted ? "speaker.slash.fill" : "speaker.wave.2.fill"
 
     width: 360
@@ -53,7 +54,7 @@ Column {
                 objectName: "title"
                 Layout.fillWidth: true
                 // The model names every display; an empty name still gets a title.
-                text: section.title.length > 0 ? section.title : qsTr("Display %1").arg(section.displayId)
+                text: section.shownTitle
                 elide: Text.ElideRight
                 maximumLineCount: 1
                 color: Theme.primary
@@ -75,6 +76,7 @@ Column {
         tint: Theme.yellow
         value: section.brightness
         maxValue: section.brightnessMax
+        accessibleName: qsTr("Brightness, %1").arg(section.shownTitle)
         onChanged: newValue => section.popoverModel.changeBrightness(section.displayId, newValue)
     }
 
@@ -104,6 +106,7 @@ Column {
             tint: section.isMuted ? Theme.red : Theme.green
             value: section.volume
             maxValue: section.volumeMax
+            accessibleName: qsTr("Volume, %1").arg(section.shownTitle)
             // Monitors take whole 16-bit values.
             onChanged: newValue => section.popoverModel.changeVolume(
                            section.displayId, Math.min(65535, Math.max(0, Math.trunc(newValue))))
@@ -127,6 +130,22 @@ Column {
                 name: section.volumeSymbol
                 color: section.isMuted ? Theme.red : Theme.secondary
             }
+            activeFocusOnTab: true
+            Keys.onPressed: event => {
+                if (event.key === Qt.Key_Space || event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+                    section.popoverModel.toggleMute(section.displayId)
+                    event.accepted = true
+                }
+            }
+            Accessible.role: Accessible.CheckBox
+            Accessible.name: qsTr("Mute, %1").arg(section.shownTitle)
+            Accessible.checkable: true
+            Accessible.checked: section.isMuted
+            Accessible.focusable: true
+            Accessible.onPressAction: section.popoverModel.toggleMute(section.displayId)
+            Accessible.onToggleAction: section.popoverModel.toggleMute(section.displayId)
+
+            FocusRing { controlRadius: 12 }
             TapHandler { onTapped: section.popoverModel.toggleMute(section.displayId) }
         }
     }

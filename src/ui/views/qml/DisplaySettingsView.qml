@@ -43,7 +43,7 @@ Item {
             text: qsTr("No external displays connected")
             color: Theme.secondary
             font.family: Theme.fontFamily
-            font.pixelSize: 13
+            font.pixelSize: Theme.bodySize
         }
     }
 }

@@ -15,6 +15,10 @@ Item {
     property real trackHeight: 10
     property real thumbSize: 18
     property bool isDragging: false
+    // What a screen reader calls it ("Brightness, DELL U2723QE"); the percentage follows.
+    property string accessibleName: icon
+    // A control the monitor cannot take right now: drawn faded, deaf to pointer and keys.
+    property bool interactive: true
 
     // Every pointer change of a drag, also when the value did not change; never at its end.
     signal changed(real newValue)
@@ -40,6 +44,39 @@ Item {
         return Theme.roundAway(maxValue * x / w)
     }
 
+    // A key moves the value by `step` units from what is shown, within 0 ... maxValue. The
+    // model stores each value at once and writes after a quiet time, so a burst of keys
+    // becomes one write, as a drag does.
+    function stepBy(step) {
+        if (!(maxValue > 0)) return
+        const next = Math.max(0, Math.min(maxValue, Theme.roundAway(shownValue + step)))
+        changed(next)
+    }
+    readonly property real keyStep: Math.max(1, Theme.roundAway(maxValue / 100))
+    readonly property real pageStep: Math.max(1, Theme.roundAway(maxValue / 10))
+
+    activeFocusOnTab: interactive
+    opacity: interactive ? 1 : 0.45
+    Keys.onPressed: event => {
+        if (!interactive) return
+        switch (event.key) {
+        case Qt.Key_Right: case Qt.Key_Up: stepBy(keyStep); break
+        case Qt.Key_Left: case Qt.Key_Down: stepBy(-keyStep); break
+        case Qt.Key_PageUp: stepBy(pageStep); break
+        case Qt.Key_PageDown: stepBy(-pageStep); break
+        case Qt.Key_Home: stepBy(-maxValue - shownValue); break
+        case Qt.Key_End: stepBy(maxValue); break
+        default: return
+        }
+        event.accepted = true
+    }
+
+    Accessible.role: Accessible.Slider
+    Accessible.name: accessibleName + ", " + percentage + " %"
+    Accessible.focusable: true
+    Accessible.onIncreaseAction: stepBy(keyStep)
+    Accessible.onDecreaseAction: stepBy(-keyStep)
+
     function dragTo(x) {
         isDragging = true
         dragValue = valueAt(x)
@@ -63,6 +100,11 @@ Item {
         width: Math.max(0, slider.width - x - slider.spacing - readout.width - slider.horizontalPadding)
         height: Math.max(slider.trackHeight, slider.thumbSize) + 4
         anchors.verticalCenter: parent.verticalCenter
+
+        FocusRing {
+            shown: slider.activeFocus
+            controlRadius: height / 2
+        }
 
         Rectangle {
             id: background
@@ -129,6 +171,7 @@ Item {
 
         MouseArea {
             anchors.fill: parent
+            enabled: slider.interactive
             preventStealing: true
             onPressed: mouse => slider.dragTo(mouse.x)
             onPositionChanged: mouse => slider.dragTo(mouse.x)

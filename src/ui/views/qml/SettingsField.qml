@@ -1,0 +1,24 @@
+import QtQuick
+import QtQuick.Controls.Fusion
+
+// A text field of the settings window in the window's own colours and text size.
+TextField {
+    id: control
+    font.family: Theme.fontFamily
+    font.pixelSize: Theme.bodySize
+    palette.base: Theme.fieldFace
+    palette.text: Theme.primary
+    palette.placeholderText: Theme.tertiary
+    palette.window: Theme.window
+    palette.windowText: Theme.primary
+    palette.highlight: Theme.accent
+    palette.highlightedText: "white"
+    palette.mid: Theme.controlBorder
+    palette.dark: Theme.controlBorder
+    palette.shadow: Theme.controlBorder
+    selectByMouse: true
+    // After reopening, a long name shows from its start, not its end.
+    onActiveFocusChanged: if (!activeFocus) ensureVisible(0)
+    Component.onCompleted: ensureVisible(0)
+    onTextChanged: if (!activeFocus) ensureVisible(0)
+}
