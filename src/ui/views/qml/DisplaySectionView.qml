@@ -25,6 +25,11 @@ Column {
     property bool volumeSupported: true
     property bool muteSupported: true
     property bool inputSupported: true
+    // False for a monitor that never answered over DDC/CI: its values would be made up, so
+    // its controls are shown disabled, with a line saying why.
+    property bool answered: true
+    // A write the monitor did not take, said for a few seconds.
+    property string notice
 
     readonly property string shownTitle: title.length > 0 ? title : qsTr("Display %1").arg(displayId)
     readonly property string volumeSymbol: isMuted ? "speaker.slash.fill" : "speaker.wave.2.fill"
@@ -76,13 +81,40 @@ Column {
         tint: Theme.yellow
         value: section.brightness
         maxValue: section.brightnessMax
+        interactive: section.answered
         accessibleName: qsTr("Brightness, %1").arg(section.shownTitle)
         onChanged: newValue => section.popoverModel.changeBrightness(section.displayId, newValue)
     }
 
     Text {
+        objectName: "silentNote"
+        visible: !section.answered
+        x: 16
+        width: section.width - 32
+        text: qsTr("This monitor did not answer over DDC/CI. Turn DDC/CI on in its own menu, then open this again.")
+        wrapMode: Text.WordWrap
+        color: Theme.tertiary
+        font.family: Theme.fontFamily
+        font.pixelSize: 11
+    }
+
+    Text {
+        objectName: "failureNote"
+        visible: section.notice.length > 0
+        x: 16
+        width: section.width - 32
+        text: section.notice
+        wrapMode: Text.WordWrap
+        color: Theme.redText
+        font.family: Theme.fontFamily
+        font.pixelSize: 11
+        Accessible.role: Accessible.AlertMessage
+        Accessible.name: text
+    }
+
+    Text {
         objectName: "dimmingNote"
-        visible: !section.dimmingAvailable
+        visible: !section.dimmingAvailable && section.answered
         x: 16
         width: section.width - 32
         text: qsTr("This desktop lets no program dim below the monitor's own lowest brightness.")
@@ -106,6 +138,7 @@ Column {
             tint: section.isMuted ? Theme.red : Theme.green
             value: section.volume
             maxValue: section.volumeMax
+            interactive: section.answered
             accessibleName: qsTr("Volume, %1").arg(section.shownTitle)
             // Monitors take whole 16-bit values.
             onChanged: newValue => section.popoverModel.changeVolume(
@@ -130,7 +163,9 @@ Column {
                 name: section.volumeSymbol
                 color: section.isMuted ? Theme.red : Theme.secondary
             }
-            activeFocusOnTab: true
+            enabled: section.answered
+            opacity: enabled ? 1 : 0.45
+            activeFocusOnTab: enabled
             Keys.onPressed: event => {
                 if (event.key === Qt.Key_Space || event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
                     section.popoverModel.toggleMute(section.displayId)
@@ -152,6 +187,8 @@ Column {
 
     Item {
         visible: section.inputSupported
+        enabled: section.answered
+        opacity: enabled ? 1 : 0.45
         width: section.width
         height: inputs.height + 6
 

@@ -28,7 +28,7 @@ Item {
     readonly property real shownValue: isDragging ? dragValue : value
     readonly property int percentage: maxValue > 0 ? Theme.roundAway(shownValue * 100 / maxValue) : 0
     readonly property real trackWidth: track.width
-    readonly property real fillWidth: track.width > 0 && maxValue > 0 ? track.width * shownValue / maxValue : 0
+    readonly property real fillWidth: interactive && track.width > 0 && maxValue > 0 ? track.width * shownValue / maxValue : 0
 
     readonly property real horizontalPadding: 16
     readonly property real spacing: 10
@@ -72,7 +72,7 @@ Item {
     }
 
     Accessible.role: Accessible.Slider
-    Accessible.name: accessibleName + ", " + percentage + " %"
+    Accessible.name: accessibleName + (interactive ? ", " + percentage + " %" : "")
     Accessible.focusable: true
     Accessible.onIncreaseAction: stepBy(keyStep)
     Accessible.onDecreaseAction: stepBy(-keyStep)
@@ -187,7 +187,8 @@ Item {
         width: 36
         anchors.verticalCenter: parent.verticalCenter
         horizontalAlignment: Text.AlignRight
-        text: slider.percentage + "%"
+        // A monitor that never answered has no value to show.
+        text: slider.interactive ? slider.percentage + "%" : "\u2013"
         color: Theme.secondary
         font.family: Theme.monospaceFamily
         font.pixelSize: 11

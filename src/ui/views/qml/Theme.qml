@@ -31,6 +31,7 @@ QtObject {
     // are too pale for small text, so deeper ones that read at 4.5:1.
     readonly property color greenText: dark ? green : "#16702f"
     readonly property color orangeText: dark ? orange : "#8f4a00"
+    readonly property color redText: dark ? "#ff6961" : "#c4161c"
     readonly property color purple: dark ? "#bf5af2" : "#af52de"
 
     // Faces of the form controls (button, picker, field), mixed from the window colour so

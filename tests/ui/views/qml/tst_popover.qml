@@ -130,6 +130,33 @@ TestCase {
         verify(ratio >= 4.5, data.tag + " " + ratio.toFixed(2))
     }
 
+    // A monitor that never answered shows no made-up values and takes no input; a write
+    // that failed is said under the sliders.
+    function test_aSilentMonitorIsDisabledAndAFailedWriteIsSaid() {
+        const popover = makePopover(1, { answered: false, dimmingAvailable: false })
+        popover.model.addDisplay({})
+        waitForRendering(popover) // the new section is laid out below the first
+        const first = allNamed(popover, "section")[0]
+        verify(findChild(first, "silentNote").visible)
+        verify(!findChild(first, "dimmingNote").visible) // one reason at a time
+        const slider = findChild(first, "brightnessSlider")
+        compare(findChild(slider, "readout").text, "\u2013")
+        mouseClick(findChild(slider, "track"), 10, 5)
+        mouseClick(findChild(first, "muteButton"))
+        mouseClick(allNamed(first, "tile")[1].parent)
+        compare(popover.model.calls.map(c => c.name), [])
+        // Tab passes over it to the next display's first slider.
+        popover.forceActiveFocus()
+        keyClick(Qt.Key_Tab)
+        compare(popover.Window.activeFocusItem, findChild(allNamed(popover, "section")[1], "brightnessSlider"))
+
+        const second = allNamed(popover, "section")[1]
+        verify(!findChild(second, "failureNote").visible)
+        popover.model.displays.setProperty(1, "notice", "The monitor did not take the new volume; it is back where it was.")
+        verify(findChild(second, "failureNote").visible)
+        verify(Theme.contrast(findChild(second, "failureNote").color, Theme.window) >= 4.5)
+    }
+
     function test_aDisplayThatCannotBeDimmedSaysSoUnderItsSlider() {
         const dimmable = makePopover(1)
         verify(!findChild(dimmable, "dimmingNote").visible)
