@@ -17,7 +17,12 @@ Item {
         spacing: 10
         boundsBehavior: Flickable.StopAtBounds
         model: view.settings.displays
-        ScrollBar.vertical: ScrollBar {}
+        // Always shown while the cards do not fit, so a cut card reads as "more below".
+        ScrollBar.vertical: ScrollBar {
+            objectName: "scrollBar"
+            policy: list.contentHeight > list.height ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+        }
+        activeFocusOnTab: false
         delegate: DisplaySettingsRow {
             required property var modelData
             width: list.width

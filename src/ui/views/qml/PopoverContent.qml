@@ -118,4 +118,15 @@ Rectangle {
             }
         }
     }
+
+    // A hairline edge, so the popover stands apart from a window or desktop of the same
+    // colour beneath it.
+    Rectangle {
+        objectName: "edge"
+        anchors.fill: parent
+        z: 1
+        color: "transparent"
+        border.width: 1
+        border.color: Theme.controlBorder
+    }
 }
