@@ -4,6 +4,7 @@
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/XdgAutostart.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/SimHostInfo.h"
 #include "platform/sim/SimMachine.h"
@@ -29,6 +30,10 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
     app->platform_ = app->machine_->platform();
     app->platform_.systemLog = platform::makeSystemLog();
     app->platform_.defaults = std::make_shared<platform::JsonUserDefaults>();
+    // Launch at login is remembered like the monitors' values: an autostart entry in the
+    // simulated machine's own folder, never in the person's real one.
+    app->platform_.loginItems = std::make_shared<platform::XdgAutostart>(
+        app->stateFile_->parent_path() / "config", platform::XdgAutostart::appExecutable());
     // Linux has no system indicator of that kind: our own window shows the levels.
     app->platform_.osdFramework = nullptr;
     return app;

@@ -114,7 +114,8 @@ int main(int argc, char** argv) {
         QStringLiteral("FILE"));
     parser.addOptions({simulate, shot, busLog});
     parser.addPositionalArgument(QStringLiteral("OUT.png"),
-                                 QStringLiteral("Where --screenshot writes its picture."));
+                                 QStringLiteral("With --screenshot only: the picture to write."),
+                                 QStringLiteral("[OUT.png]"));
     parser.process(app);
 
     const QString kind = parser.value(shot);

@@ -4,7 +4,12 @@
 #include "keyboard/KeyboardTestBed.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/SimPowerEvents.h"
+#include "common/TestSupport.h"
+#include "ui/AppMachine.h"
 #include "ui/DesktopAssembly.h"
+#include "ui/QtMainQueue.h"
+
+#include <QCoreApplication>
 #include "ui/WakeFollower.h"
 
 #include <chrono>
@@ -142,6 +147,27 @@ TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnava
     bool said = false;
     for (const auto& e : log->entries()) said = said || e.message.find("unavailable") != std::string::npos;
     EXPECT_TRUE(said) << "what is unavailable is said in the log";
+}
+
+// "Launch at login" on the simulated machine outlives the run, as on the real one, and
+// stays out of the person's own autostart folder.
+TEST(SimulatedAppMachine, LaunchAtLoginIsRememberedAtTheNextStart) {
+    TempDir dir;
+    ScopedEnvironment env;
+    env.set("XDG_STATE_HOME", (dir.path() / "state").c_str());
+    env.set("XDG_CONFIG_HOME", (dir.path() / "config").c_str());
+    auto queue = std::make_shared<ui::QtMainQueue>(qApp);
+    const auto scenarioFile = dir.path() / "one.json";
+    {
+        auto first = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
+        ASSERT_TRUE(first->platform().loginItems);
+        EXPECT_FALSE(first->platform().loginItems->isEnabled());
+        EXPECT_TRUE(first->platform().loginItems->setEnabled(true));
+    }
+    auto second = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
+    EXPECT_TRUE(second->platform().loginItems->isEnabled());
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "config" / "autostart"));
+    queue->close();
 }
 
 } // namespace

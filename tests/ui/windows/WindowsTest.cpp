@@ -184,6 +184,22 @@ TEST_F(SettingsWindowTest, TheKeyboardReachesTheTabsAndEveryControlWithAVisibleR
     EXPECT_EQ(controller->currentTab(), 1);
 }
 
+// Cards that do not fit show a scroll bar at once; a long stored name shows its start.
+TEST_F(SettingsWindowTest, MoreCardsThanFitShowAScrollBarAndLongNamesTheirStart) {
+    const auto first = display(2, "DELL U2720Q");
+    store->set("display." + first.preferenceKey() + ".friendlyName",
+               std::string("The long monitor on the left of the desk, by the window"));
+    open({first, display(3, "LG HDR 4K"), display(4, "BenQ PD2700U")});
+    click(item("displaysTab"));
+    settle();
+    QQuickItem* bar = item("scrollBar");
+    ASSERT_NE(bar, nullptr);
+    EXPECT_EQ(bar->property("policy").toInt(), 2); // ScrollBar.AlwaysOn
+    QQuickItem* field = item("friendlyNameField");
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->property("cursorPosition").toInt(), 0);
+}
+
 TEST_F(SettingsWindowTest, PickerShowsTheStoredStartupActionAndStoresAChoiceAtOnce) {
     store->set(Preferences::kStartupAction, std::int64_t{7}); // out of range: the last case
     open();
@@ -262,7 +278,8 @@ TEST_F(SettingsWindowTest, UpdatesAreHonestAboutComingFromThePackage) {
     ASSERT_NE(dialog, nullptr);
     EXPECT_TRUE(dialog->isVisible());
     EXPECT_TRUE(dialog->informativeText().contains("3.0"));
-    EXPECT_TRUE(dialog->informativeText().contains("abc1234"));
+    // The build and its number stay on one line however the dialog wraps.
+    EXPECT_TRUE(dialog->informativeText().contains(QStringLiteral("(build\u00a0abc1234)")));
     EXPECT_TRUE(dialog->informativeText().contains("package"));
     click(item("checkForUpdatesButton")); // a second ask brings back the same dialog
     EXPECT_EQ(updater->dialog(), dialog);

@@ -17,8 +17,9 @@ TextField {
     palette.dark: Theme.controlBorder
     palette.shadow: Theme.controlBorder
     selectByMouse: true
-    // After reopening, a long name shows from its start, not its end.
-    onActiveFocusChanged: if (!activeFocus) ensureVisible(0)
-    Component.onCompleted: ensureVisible(0)
-    onTextChanged: if (!activeFocus) ensureVisible(0)
+    // A long name shows from its start, not its end, whenever it is not being typed in
+    // (setting the text puts the cursor, and so the view, at its end).
+    Component.onCompleted: cursorPosition = 0
+    onTextChanged: if (!activeFocus) cursorPosition = 0
+    onActiveFocusChanged: if (!activeFocus) cursorPosition = 0
 }
