@@ -168,6 +168,33 @@ TEST(AppBinaryTest, TheWindowsPicturesHaveTheirFixedSizes) {
     }
 }
 
+// At scale 2 every picture is exactly twice the 1x one: symbols are sized in points, so
+// nothing in a layout grows with the screen's pixel density.
+TEST(AppBinaryTest, At2xEveryPictureIsTwiceThe1xOne) {
+    PrivateHome home;
+    for (const char* kind : {"popover", "settings-displays", "about", "indicator"}) {
+        QSize sizes[2];
+        for (int scale : {1, 2}) {
+            home.env.insert(QStringLiteral("QT_SCALE_FACTOR"), QString::number(scale));
+            const QString png = home.path(QStringLiteral("%1-%2.png").arg(QLatin1String(kind)).arg(scale));
+            const Outcome r = launch(home, {QStringLiteral("--simulate"),
+                                            scenario("two-monitors-and-builtin.json"),
+                                            QStringLiteral("--screenshot"), QLatin1String(kind), png});
+            ASSERT_EQ(r.status, 0) << kind << ": " << r.err.toStdString();
+            sizes[scale - 1] = QImage(png).size();
+        }
+        EXPECT_EQ(sizes[1], sizes[0] * 2) << kind;
+    }
+}
+
+TEST(AppBinaryTest, HelpNeedsNoDisplayAndShowsThePictureAsOptional) {
+    PrivateHome home;
+    home.env.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    const Outcome r = launch(home, {QStringLiteral("--help")});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains(QStringLiteral("[options] [OUT.png]"))) << r.out.toStdString();
+}
+
 // --- Under a private X server ---------------------------------------------------------
 
 // Starts a program that prints one line when it is ready (Xvfb's display number,
