@@ -10,6 +10,10 @@
 #include "ui/QtMainQueue.h"
 
 #include <QCoreApplication>
+
+#include <fstream>
+#include "platform/sim/BusLog.h"
+#include "platform/sim/SimMachine.h"
 #include "ui/WakeFollower.h"
 
 #include <chrono>
@@ -167,6 +171,30 @@ TEST(SimulatedAppMachine, LaunchAtLoginIsRememberedAtTheNextStart) {
     auto second = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
     EXPECT_TRUE(second->platform().loginItems->isEnabled());
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "config" / "autostart"));
+    queue->close();
+}
+
+// The app reads no bus history back: keeping it grew the demo by every transfer of every
+// opening of the popover. What --bus-log records still reaches its file.
+TEST(SimulatedAppMachine, KeepsNoBusHistory) {
+    TempDir dir;
+    ScopedEnvironment env;
+    env.set("XDG_STATE_HOME", (dir.path() / "state").c_str());
+    auto queue = std::make_shared<ui::QtMainQueue>(qApp);
+    for (const bool recording : {false, true}) {
+        auto app = ui::AppMachine::simulated(sim::Scenario{}, dir.path() / "one.json", queue);
+        if (recording) ASSERT_TRUE(app->recordBus(dir.path() / "bus.tsv"));
+        auto& bus = app->simulation()->bus();
+        for (int i = 0; i < 3; ++i)
+            bus.finish(bus.begin(sim::BusTransfer::Kind::write, "display 2", 0x37, 0x51), {0x51},
+                       0);
+        EXPECT_TRUE(bus.transfers().empty()) << recording;
+    }
+    std::ifstream recorded(dir.path() / "bus.tsv");
+    std::string line;
+    int lines = 0;
+    while (std::getline(recorded, line)) ++lines;
+    EXPECT_EQ(lines, 3);
     queue->close();
 }
 
