@@ -18,3 +18,13 @@ for scheme in light dark; do
         done
     done
 done
+# Three states of the popover, light 1x: no monitor, a desktop without gamma tables, and a
+# monitor that does not answer.
+echo '{"description": "No external monitor.", "displays": []}' > "${TMPDIR:-/tmp}/pw-no-monitor.json"
+for pair in "popover-empty ${TMPDIR:-/tmp}/pw-no-monitor.json" \
+            "popover-no-dimming scenarios/no-software-dimming.json" \
+            "popover-silent scenarios/dead-monitor.json"; do
+    set -- $pair
+    HOME=$(mktemp -d) QT_QPA_PLATFORM=offscreen \
+        "$app" --simulate "$2" --screenshot popover "$out/$1.png" >/dev/null 2>&1
+done

@@ -25,7 +25,8 @@ Item {
         activeFocusOnTab: false
         delegate: DisplaySettingsRow {
             required property var modelData
-            width: list.width
+            // Room for the scroll bar beside the cards while it shows.
+            width: list.width - (list.contentHeight > list.height ? 14 : 0)
             settings: view.settings
             row: modelData
         }

@@ -141,6 +141,8 @@ Item {
         Item {
             id: thumb
             objectName: "thumb"
+            // No value known, no position to show.
+            visible: slider.interactive
             width: slider.thumbSize
             height: slider.thumbSize
             x: Math.max(0, Math.min(track.width - width, slider.fillWidth - width / 2))
