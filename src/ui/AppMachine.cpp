@@ -5,7 +5,9 @@
 #include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/WindowIndicator.h"
+#include "platform/linux/XdgAutostart.h"
 #include "platform/posix/SystemClock.h"
+#include "platform/sim/BusLog.h"
 #include "platform/sim/SimHostInfo.h"
 #include "platform/sim/SimMachine.h"
 #include "platform/sim/SimulatedState.h"
@@ -25,6 +27,10 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
     app->machine_ = std::make_unique<sim::SimMachine>(std::move(scenario), clock, mainQueue);
     app->stateFile_ = sim::statePathFor(scenarioFile);
     sim::restoreState(*app->machine_, *app->stateFile_, "panelwright");
+    // The simulated bus keeps every transfer for tests that read them back; the running
+    // app reads none, and that history grew with every opening of the popover.
+    app->machine_->bus().setObserver(
+        [bus = &app->machine_->bus()](const sim::BusTransfer&) { bus->clear(); });
     // The monitors are simulated; the person is real: their log file, their settings,
     // their journal.
     app->machine_->host().setLogPath(platform::LinuxHostInfo().diagnosticLogPath());
@@ -34,6 +40,10 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
     // The person's desktop shows the simulated machine's levels in our own window.
     app->platform_.indicator =
         platform::WindowIndicator::create(mainQueue, app->platform_.displays, indicatorWindow);
+    // Launch at login is remembered like the monitors' values: an autostart entry in the
+    // simulated machine's own folder, never in the person's real one.
+    app->platform_.loginItems = std::make_shared<platform::XdgAutostart>(
+        app->stateFile_->parent_path() / "config", platform::XdgAutostart::appExecutable());
     return app;
 }
 
@@ -69,7 +79,10 @@ bool AppMachine::recordBus(const std::filesystem::path& file) {
     recorder_ = BusRecorder::open(file);
     if (!recorder_) return false;
     machine_->bus().setObserver(
-        [recorder = recorder_](const sim::BusTransfer& t) { recorder->record(t); });
+        [recorder = recorder_, bus = &machine_->bus()](const sim::BusTransfer& t) {
+            recorder->record(t);
+            bus->clear();
+        });
     return true;
 }
 

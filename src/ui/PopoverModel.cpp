@@ -30,6 +30,8 @@ QVariant DisplayListModel::data(const QModelIndex& index, int role) const {
     case VolumeSupportedRole: return r.volumeSupported;
     case MuteSupportedRole: return r.muteSupported;
     case InputSupportedRole: return r.inputSupported;
+    case AnsweredRole: return r.answered;
+    case NoticeRole: return r.notice;
     default: return {};
     }
 }
@@ -42,7 +44,8 @@ QHash<int, QByteArray> DisplayListModel::roleNames() const {
         {VolumeMaxRole, "volumeMax"},     {IsMutedRole, "isMuted"},
         {ActiveInputRole, "activeInput"}, {DimmingAvailableRole, "dimmingAvailable"},
         {VolumeSupportedRole, "volumeSupported"}, {MuteSupportedRole, "muteSupported"},
-        {InputSupportedRole, "inputSupported"},
+        {InputSupportedRole, "inputSupported"}, {AnsweredRole, "answered"},
+        {NoticeRole, "notice"},
     };
 }
 
@@ -62,6 +65,8 @@ QList<int> changedRoles(const DisplayListModel::Row& a, const DisplayListModel::
     if (a.volumeSupported != b.volumeSupported) roles << M::VolumeSupportedRole;
     if (a.muteSupported != b.muteSupported) roles << M::MuteSupportedRole;
     if (a.inputSupported != b.inputSupported) roles << M::InputSupportedRole;
+    if (a.answered != b.answered) roles << M::AnsweredRole;
+    if (a.notice != b.notice) roles << M::NoticeRole;
     return roles;
 }
 
@@ -125,7 +130,9 @@ void PopoverModel::sync() {
                         viewModel_.stateFor(d.id), viewModel_.dimmingAvailable(d.id),
                         viewModel_.supports(d.id, VCPCode::volume),
                         viewModel_.supports(d.id, VCPCode::mute),
-                        viewModel_.supports(d.id, VCPCode::inputSource)});
+                        viewModel_.supports(d.id, VCPCode::inputSource),
+                        viewModel_.answered(d.id),
+                        QString::fromStdString(viewModel_.writeFailure(d.id))});
     displays_.update(rows);
 }
 

@@ -31,6 +31,8 @@ public:
         VolumeSupportedRole,
         MuteSupportedRole,
         InputSupportedRole,
+        AnsweredRole,
+        NoticeRole,
     };
 
     struct Row {
@@ -43,6 +45,10 @@ public:
         bool volumeSupported = true;
         bool muteSupported = true;
         bool inputSupported = true;
+        // False for a monitor that never answered: its controls are shown disabled.
+        bool answered = true;
+        // A write the monitor did not take, for a few seconds; else empty.
+        QString notice;
     };
 
     explicit DisplayListModel(QObject* parent = nullptr) : QAbstractListModel(parent) {}

@@ -10,7 +10,9 @@
 #include "ui/views/QtLevelIndicators.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QImage>
+#include <QPalette>
 #include <QPointer>
 #include <QQmlEngine>
 #include <QQuickWindow>
@@ -38,6 +40,23 @@ void grabWhenDrawn(QQuickWindow* window, const QString& file) {
     QTimer::singleShot(100, window, [window, file] { finish(window->grabWindow(), file); });
 }
 
+// PANELWRIGHT_SCREENSHOT_SCHEME=dark draws the pictures under a dark desktop palette, as a
+// dark colour scheme hands it to the application.
+void applyScheme() {
+    if (qEnvironmentVariable("PANELWRIGHT_SCREENSHOT_SCHEME") != u"dark") return;
+    QPalette dark;
+    dark.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2e));
+    dark.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
+    dark.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x29));
+    dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
+    dark.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Highlight, QColor(0x0a, 0x84, 0xff));
+    dark.setColor(QPalette::HighlightedText, Qt::white);
+    QGuiApplication::setPalette(dark);
+}
+
 } // namespace
 
 bool isScreenshotKind(const QString& kind) {
@@ -47,6 +66,7 @@ bool isScreenshotKind(const QString& kind) {
 
 void takeScreenshot(const ScreenshotSources& sources, QQmlEngine& engine, const QString& kind,
                     const QString& file) {
+    applyScheme();
     AppDelegate& app = sources.app;
     if (kind == u"about") {
         sources.about.show();

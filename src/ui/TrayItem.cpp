@@ -41,7 +41,6 @@ void TrayItem::build() {
     menu_->installEventFilter(this);
 
     icon_ = new QSystemTrayIcon(this);
-    icon_->setToolTip(QStringLiteral("Panelwright"));
     updateIcon();
     connect(icon_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason r) {
         switch (r) {
@@ -53,6 +52,9 @@ void TrayItem::build() {
     // A panel that switches between light and dark changes the application's palette.
     qApp->installEventFilter(this);
     if (hostAvailable()) icon_->show();
+    // After show: an XEmbed tray (a panel without StatusNotifierItem) gets its item widget
+    // made by show(), and a tooltip set before then never reaches that widget.
+    icon_->setToolTip(QStringLiteral("Panelwright"));
 }
 
 void TrayItem::updateIcon() {

@@ -14,7 +14,9 @@ QString PackageManagerUpdater::automaticChecksNote() const {
 }
 
 QString PackageManagerUpdater::message() const {
-    return QStringLiteral("You have Panelwright %1 (build %2).\n\n"
+    // No-break spaces: the dialog wraps its text, and "(build" alone at a line's end reads
+    // as a fault.
+    return QStringLiteral("You have Panelwright\u00a0%1 (build\u00a0%2).\n\n"
                           "Panelwright does not download updates itself. New versions come "
                           "from the package you installed it from: your system's software "
                           "updater or package manager installs them with the rest of your "

@@ -79,7 +79,10 @@ bool hasArgument(int argc, char** argv, const char* name) {
 int main(int argc, char** argv) {
     // Pictures need no display at all.
     const bool screenshot = hasArgument(argc, argv, "--screenshot");
-    if (screenshot && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    // Nor does the help text.
+    const bool textOnly = hasArgument(argc, argv, "--help") || hasArgument(argc, argv, "-h") ||
+                          hasArgument(argc, argv, "--version") || hasArgument(argc, argv, "-v");
+    if ((screenshot || textOnly) && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     // A 360-point popover needs no GPU; the software renderer keeps the app near a third
     // of the memory of the OpenGL path and draws its first frame sooner.
@@ -114,7 +117,8 @@ int main(int argc, char** argv) {
         QStringLiteral("FILE"));
     parser.addOptions({simulate, shot, busLog});
     parser.addPositionalArgument(QStringLiteral("OUT.png"),
-                                 QStringLiteral("Where --screenshot writes its picture."));
+                                 QStringLiteral("With --screenshot only: the picture to write."),
+                                 QStringLiteral("[OUT.png]"));
     parser.process(app);
 
     const QString kind = parser.value(shot);

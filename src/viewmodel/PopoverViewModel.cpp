@@ -52,6 +52,7 @@ double BrightnessCurve::dimmingLevel(double fraction) {
 // posted with a generation delivers only when no newer value arrived since.
 struct PopoverViewModel::WriteStream {
     std::shared_ptr<I2CTransport> transport;
+    std::uint32_t id = 0;
     std::string preferenceKey;
     VCPCode code = VCPCode::brightness;
     std::uint16_t value = 0;
@@ -144,6 +145,7 @@ void PopoverViewModel::applyDisplayList(const std::vector<ExternalDisplay>& disp
         if (display.mute) state.isMuted = display.mute->current == 1;
         if (display.inputSource) state.activeInput = display.inputSource->current;
         displayStates_[display.id] = state;
+        confirmed_[display.id] = state;
     }
     notify();
 }
@@ -161,6 +163,16 @@ bool PopoverViewModel::supports(std::uint32_t id, VCPCode code) const {
     const auto* display = findDisplay(id);
     return !(display && display->transport && ddcManager_ &&
              ddcManager_->saidUnsupported(*display->transport, rawValue(code)));
+}
+
+bool PopoverViewModel::answered(std::uint32_t id) const {
+    const auto* d = findDisplay(id);
+    return d && (d->brightness || d->contrast || d->volume || d->mute || d->inputSource);
+}
+
+std::string PopoverViewModel::writeFailure(std::uint32_t id) const {
+    const auto found = failures_.find(id);
+    return found == failures_.end() ? std::string() : found->second.text;
 }
 
 const ExternalDisplay* PopoverViewModel::findDisplay(std::uint32_t id) const {
@@ -197,6 +209,7 @@ void PopoverViewModel::queueWrite(std::uint32_t id, VCPCode code, std::uint16_t 
     const auto key = writeStreamKey(id, code);
     auto& stream = writeSubjects_[key];
     stream.transport = display->transport;
+    stream.id = id;
     stream.preferenceKey = display->preferenceKey();
     stream.code = code;
     stream.value = value;
@@ -211,12 +224,74 @@ void PopoverViewModel::deliver(const std::string& key, std::uint64_t generation)
     const auto found = writeSubjects_.find(key);
     if (found == writeSubjects_.end() || found->second.generation != generation) return;
     const auto& stream = found->second;
-    ddcManager_->write(stream.transport, stream.code, stream.value);
-    // What the user settled on, for the start-up action that restores it.
-    if (stream.code == VCPCode::brightness)
-        Preferences::setLastValue(stream.preferenceKey, Preferences::kLastBrightness, stream.value);
-    else if (stream.code == VCPCode::volume)
-        Preferences::setLastValue(stream.preferenceKey, Preferences::kLastVolume, stream.value);
+    ddcManager_->write(stream.transport, stream.code, stream.value,
+                       [weak = std::weak_ptr<PopoverViewModel*>(life_), id = stream.id, code = stream.code,
+                        generation, preferenceKey = stream.preferenceKey,
+                        value = stream.value](bool ok) {
+                           // What the user settled on, for the start-up action that
+                           // restores it: only what the monitor took.
+                           if (ok && code == VCPCode::brightness)
+                               Preferences::setLastValue(preferenceKey,
+                                                         Preferences::kLastBrightness, value);
+                           else if (ok && code == VCPCode::volume)
+                               Preferences::setLastValue(preferenceKey, Preferences::kLastVolume,
+                                                         value);
+                           if (auto model = weak.lock())
+                               (*model)->writeFinished(id, code, generation, ok);
+                       });
+}
+
+void PopoverViewModel::writeFinished(std::uint32_t id, VCPCode code, std::uint64_t generation,
+                                     bool ok) {
+    const auto stateFound = displayStates_.find(id);
+    if (stateFound == displayStates_.end()) return;
+    DisplayState& state = stateFound->second;
+    DisplayState& confirmed = confirmed_[id];
+    if (ok) {
+        switch (code) {
+        case VCPCode::brightness: confirmed.brightness = state.brightness; break;
+        case VCPCode::volume: confirmed.volume = state.volume; break;
+        case VCPCode::mute: confirmed.isMuted = state.isMuted; break;
+        case VCPCode::inputSource: confirmed.activeInput = state.activeInput; break;
+        default: break;
+        }
+        return;
+    }
+    // A newer value is already on its way: that write decides.
+    if (code != VCPCode::inputSource) {
+        const auto stream = writeSubjects_.find(writeStreamKey(id, code));
+        if (stream != writeSubjects_.end() && stream->second.generation != generation) return;
+    }
+    std::string what;
+    switch (code) {
+    case VCPCode::brightness:
+        state.brightness = confirmed.brightness;
+        what = "brightness";
+        if (state.brightnessMax > 0 && gammaManager_)
+            gammaManager_->setBrightness(
+                id, BrightnessCurve::dimmingLevel(
+                        BrightnessCurve::fraction(state.brightness, state.brightnessMax)));
+        break;
+    case VCPCode::volume: state.volume = confirmed.volume; what = "volume"; break;
+    case VCPCode::mute: state.isMuted = confirmed.isMuted; what = "mute setting"; break;
+    case VCPCode::inputSource: state.activeInput = confirmed.activeInput; what = "input"; break;
+    default: what = "setting"; break;
+    }
+    const auto notice = ++noticeGeneration_;
+    failures_[id] = {"The monitor did not take the new " + what + "; it is back where it was.",
+                     notice};
+    mainQueue_->postAfter(kFailureNoticeTime,
+                          [weak = std::weak_ptr<PopoverViewModel*>(life_), id, notice] {
+                              auto model = weak.lock();
+                              if (!model) return;
+                              auto& failures = (*model)->failures_;
+                              const auto found = failures.find(id);
+                              if (found == failures.end() || found->second.generation != notice)
+                                  return;
+                              failures.erase(found);
+                              (*model)->notify();
+                          });
+    notify();
 }
 
 void PopoverViewModel::toggleMute(std::uint32_t id) {
@@ -235,8 +310,15 @@ void PopoverViewModel::selectInput(std::uint32_t id, InputSource input) {
         found->second.activeInput = rawValue(input);
         notify();
     }
-    ddcManager_->write(display->transport, VCPCode::inputSource, rawValue(input));
-    Preferences::setLastValue(display->preferenceKey(), Preferences::kLastInput, rawValue(input));
+    ddcManager_->write(display->transport, VCPCode::inputSource, rawValue(input),
+                       [weak = std::weak_ptr<PopoverViewModel*>(life_), id,
+                        preferenceKey = display->preferenceKey(), input](bool ok) {
+                           if (ok)
+                               Preferences::setLastValue(preferenceKey, Preferences::kLastInput,
+                                                         rawValue(input));
+                           if (auto model = weak.lock())
+                               (*model)->writeFinished(id, VCPCode::inputSource, 0, ok);
+                       });
 }
 
 void PopoverViewModel::refresh() {

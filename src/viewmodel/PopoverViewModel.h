@@ -107,6 +107,15 @@ public:
     // False once the display's monitor answered that it does not have the feature: the
     // popover then leaves out its control. Unknown counts as supported.
     bool supports(std::uint32_t id, VCPCode code) const;
+    // Whether the display's monitor ever answered a read (any feature). One that did not
+    // shows its controls disabled: its values would be made up and its writes go nowhere.
+    bool answered(std::uint32_t id) const;
+    // A one-line notice after a write the monitor did not take (all retries spent); the
+    // control was put back to the last value the monitor had. Empty when there is none;
+    // it clears itself after kFailureNoticeTime.
+    std::string writeFailure(std::uint32_t id) const;
+    static constexpr std::chrono::seconds kFailureNoticeTime{4};
+
     // Every display that ever was shown keeps its entry.
     const std::map<std::uint32_t, DisplayState>& displayStates() const { return displayStates_; }
     // The display's entry, or the default state.
@@ -154,6 +163,9 @@ private:
     void applyDisplayList(const std::vector<ExternalDisplay>& displays);
     const ExternalDisplay* findDisplay(std::uint32_t id) const;
     void deliver(const std::string& key, std::uint64_t generation);
+    // The outcome of a write: success records the value as the monitor's; failure puts the
+    // control back, unless a newer value is already on its way (`generation` is then old).
+    void writeFinished(std::uint32_t id, VCPCode code, std::uint64_t generation, bool ok);
     void notify();
 
     std::shared_ptr<DisplayManager> displayManager_;
@@ -164,6 +176,14 @@ private:
     std::vector<ExternalDisplay> ddcDisplays_;
     std::map<std::uint32_t, DisplayState> displayStates_;
     std::map<std::string, WriteStream> writeSubjects_;
+    // What each monitor last said or took, for putting a control back after a failed write.
+    std::map<std::uint32_t, DisplayState> confirmed_;
+    struct Notice {
+        std::string text;
+        std::uint64_t generation = 0;
+    };
+    std::map<std::uint32_t, Notice> failures_;
+    std::uint64_t noticeGeneration_ = 0;
     std::map<ObserverToken, Observer> observers_;
     ObserverToken nextToken_ = 1;
     std::uint64_t displayListToken_ = 0;

@@ -1,6 +1,7 @@
 #include "viewmodel/ViewModelTestBed.h"
 
 #include <cmath>
+#include <functional>
 
 namespace pw::test {
 namespace {
@@ -270,6 +271,55 @@ TEST_F(PopoverViewModelTest, AFeatureTheMonitorLacksIsNotOffered) {
           std::tuple{2u, VCPCode::brightness, true}, std::tuple{2u, VCPCode::inputSource, true},
           std::tuple{3u, VCPCode::volume, true}, std::tuple{9u, VCPCode::volume, true}})
         EXPECT_EQ(model->supports(id, code), offered) << id << " " << rawValue(code);
+}
+
+// A write the monitor did not take (every retry spent) puts the control back to what the
+// monitor last had and says so for a few seconds; a monitor that never answered is known.
+TEST_F(PopoverViewModelTest, AFailedWritePutsTheControlBackAndSaysSoForAWhile) {
+    auto silent = keyMonitor(3, {30, 100});
+    silent.monitor->faults.silent.always = true;
+    start(scenarioOf({keyMonitor(2, {25, 100}, {40, 100}, {2, 2}), silent}));
+    EXPECT_TRUE(model->answered(2));
+    EXPECT_FALSE(model->answered(3));
+
+    const DisplayState before = model->stateFor(2);
+    machine->monitor(2)->setAttached(false);
+    const struct {
+        const char* what;
+        std::function<void()> act;
+        std::function<bool(const DisplayState&)> back;
+    } cases[] = {
+        {"brightness", [&] { model->moveBrightnessSlider(2, 90); },
+         [&](const DisplayState& s) { return s.brightness == before.brightness; }},
+        {"volume", [&] { model->moveVolumeSlider(2, 90); },
+         [&](const DisplayState& s) { return s.volume == before.volume; }},
+        {"mute setting", [&] { model->toggleMute(2); },
+         [&](const DisplayState& s) { return s.isMuted == before.isMuted; }},
+        {"input", [&] { model->selectInput(2, InputSource::hdmi2); },
+         [&](const DisplayState& s) { return s.activeInput == before.activeInput; }},
+    };
+    for (const auto& c : cases) {
+        c.act();
+        EXPECT_FALSE(c.back(model->stateFor(2))) << c.what; // shown at once
+        advance(PopoverViewModel::kWriteDebounce);
+        runUntil([&] { return !model->writeFailure(2).empty(); });
+        EXPECT_TRUE(c.back(model->stateFor(2))) << c.what;
+        EXPECT_NE(model->writeFailure(2).find(c.what), std::string::npos) << model->writeFailure(2);
+        advance(PopoverViewModel::kFailureNoticeTime);
+        EXPECT_EQ(model->writeFailure(2), "") << c.what;
+    }
+    EXPECT_DOUBLE_EQ(dimming(2), 1.0); // the picture follows the slider back
+
+    // A write that lands records the value: a later failure goes back to it.
+    machine->monitor(2)->setAttached(true);
+    model->moveVolumeSlider(2, 70);
+    advance(PopoverViewModel::kWriteDebounce);
+    EXPECT_EQ(monitorValue(2, kVolume), 70);
+    machine->monitor(2)->setAttached(false);
+    model->moveVolumeSlider(2, 10);
+    advance(PopoverViewModel::kWriteDebounce);
+    runUntil([&] { return !model->writeFailure(2).empty(); });
+    EXPECT_EQ(model->stateFor(2).volume, 70);
 }
 
 } // namespace

@@ -168,6 +168,33 @@ TEST(AppBinaryTest, TheWindowsPicturesHaveTheirFixedSizes) {
     }
 }
 
+// At scale 2 every picture is exactly twice the 1x one: symbols are sized in points, so
+// nothing in a layout grows with the screen's pixel density.
+TEST(AppBinaryTest, At2xEveryPictureIsTwiceThe1xOne) {
+    PrivateHome home;
+    for (const char* kind : {"popover", "settings-displays", "about", "indicator"}) {
+        QSize sizes[2];
+        for (int scale : {1, 2}) {
+            home.env.insert(QStringLiteral("QT_SCALE_FACTOR"), QString::number(scale));
+            const QString png = home.path(QStringLiteral("%1-%2.png").arg(QLatin1String(kind)).arg(scale));
+            const Outcome r = launch(home, {QStringLiteral("--simulate"),
+                                            scenario("two-monitors-and-builtin.json"),
+                                            QStringLiteral("--screenshot"), QLatin1String(kind), png});
+            ASSERT_EQ(r.status, 0) << kind << ": " << r.err.toStdString();
+            sizes[scale - 1] = QImage(png).size();
+        }
+        EXPECT_EQ(sizes[1], sizes[0] * 2) << kind;
+    }
+}
+
+TEST(AppBinaryTest, HelpNeedsNoDisplayAndShowsThePictureAsOptional) {
+    PrivateHome home;
+    home.env.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    const Outcome r = launch(home, {QStringLiteral("--help")});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains(QStringLiteral("[options] [OUT.png]"))) << r.out.toStdString();
+}
+
 // --- Under a private X server ---------------------------------------------------------
 
 // Starts a program that prints one line when it is ready (Xvfb's display number,
@@ -411,6 +438,41 @@ TEST_F(DesktopTest, ADragWritesOnceAfterItEndsAndAnInputIsWrittenAtOnce) {
         QJsonDocument::fromJson(state.readAll())["displays"].toObject()["2"].toObject();
     EXPECT_EQ(monitor["16"].toArray().at(0).toInt(), 100);
     EXPECT_EQ(monitor["96"].toArray().at(0).toInt(), 0x12);
+}
+
+// Someone who uses no pointer: Tab to the first brightness slider, three arrow presses in
+// a burst (one write, of the value the third press reached), Tab on to the mute button,
+// Space, and Escape to close.
+TEST_F(DesktopTest, KeysAloneReachASliderTheMuteButtonAndClose) {
+    startApp("two-monitors-and-builtin.json");
+    ASSERT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
+                        60000))
+        << app_.readAllStandardError().toStdString();
+    const auto quiet = [&] {
+        const auto size = QFile(busLog()).size();
+        QThread::msleep(400);
+        return QFile(busLog()).size() == size;
+    };
+    ASSERT_TRUE(waitFor(quiet, 20000));
+    const auto before = setWrites(busLog()).size();
+
+    // The LG reads 45 of 100: slider 72.65; three steps of 1 reach 76, which is 50.
+    ASSERT_TRUE(xdotool({"key", "Tab", "Right", "Right", "Right"}));
+    ASSERT_TRUE(waitFor([&] { return !only(setWrites(busLog()), "display 2", 0x10).empty(); },
+                        10000));
+    QThread::msleep(500); // nothing more may follow
+    const auto brightness = only(setWrites(busLog()), QStringLiteral("display 2"), 0x10);
+    ASSERT_EQ(brightness.size(), 1u);
+    EXPECT_EQ(brightness[0].value, 50);
+
+    ASSERT_TRUE(xdotool({"key", "Tab", "Tab", "space"}));
+    ASSERT_TRUE(waitFor([&] { return !only(setWrites(busLog()), "display 2", 0x8D).empty(); },
+                        10000));
+    EXPECT_EQ(only(setWrites(busLog()), QStringLiteral("display 2"), 0x8D)[0].value, 1); // muted
+    EXPECT_EQ(setWrites(busLog()).size(), before + 2);
+
+    ASSERT_TRUE(xdotool({"key", "Escape"}));
+    EXPECT_TRUE(waitFor([&] { return !popoverVisible(); }, 10000));
 }
 
 // The level indicator is a window of the app's own on a desktop without one: the app must

@@ -8,7 +8,16 @@
 #include "platform/sim/SimOSD.h"
 #include "platform/sim/VirtualClock.h"
 #include "platform/sim/SimPowerEvents.h"
+#include "common/TestSupport.h"
+#include "ui/AppMachine.h"
 #include "ui/DesktopAssembly.h"
+#include "ui/QtMainQueue.h"
+
+#include <QCoreApplication>
+
+#include <fstream>
+#include "platform/sim/BusLog.h"
+#include "platform/sim/SimMachine.h"
 #include "ui/WakeFollower.h"
 
 #include <chrono>
@@ -149,6 +158,51 @@ TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnava
     bool said = false;
     for (const auto& e : log->entries()) said = said || e.message.find("unavailable") != std::string::npos;
     EXPECT_TRUE(said) << "what is unavailable is said in the log";
+}
+
+// "Launch at login" on the simulated machine outlives the run, as on the real one, and
+// stays out of the person's own autostart folder.
+TEST(SimulatedAppMachine, LaunchAtLoginIsRememberedAtTheNextStart) {
+    TempDir dir;
+    ScopedEnvironment env;
+    env.set("XDG_STATE_HOME", (dir.path() / "state").c_str());
+    env.set("XDG_CONFIG_HOME", (dir.path() / "config").c_str());
+    auto queue = std::make_shared<ui::QtMainQueue>(qApp);
+    const auto scenarioFile = dir.path() / "one.json";
+    {
+        auto first = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
+        ASSERT_TRUE(first->platform().loginItems);
+        EXPECT_FALSE(first->platform().loginItems->isEnabled());
+        EXPECT_TRUE(first->platform().loginItems->setEnabled(true));
+    }
+    auto second = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
+    EXPECT_TRUE(second->platform().loginItems->isEnabled());
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "config" / "autostart"));
+    queue->close();
+}
+
+// The app reads no bus history back: keeping it grew the demo by every transfer of every
+// opening of the popover. What --bus-log records still reaches its file.
+TEST(SimulatedAppMachine, KeepsNoBusHistory) {
+    TempDir dir;
+    ScopedEnvironment env;
+    env.set("XDG_STATE_HOME", (dir.path() / "state").c_str());
+    auto queue = std::make_shared<ui::QtMainQueue>(qApp);
+    for (const bool recording : {false, true}) {
+        auto app = ui::AppMachine::simulated(sim::Scenario{}, dir.path() / "one.json", queue);
+        if (recording) ASSERT_TRUE(app->recordBus(dir.path() / "bus.tsv"));
+        auto& bus = app->simulation()->bus();
+        for (int i = 0; i < 3; ++i)
+            bus.finish(bus.begin(sim::BusTransfer::Kind::write, "display 2", 0x37, 0x51), {0x51},
+                       0);
+        EXPECT_TRUE(bus.transfers().empty()) << recording;
+    }
+    std::ifstream recorded(dir.path() / "bus.tsv");
+    std::string line;
+    int lines = 0;
+    while (std::getline(recorded, line)) ++lines;
+    EXPECT_EQ(lines, 3);
+    queue->close();
 }
 
 } // namespace

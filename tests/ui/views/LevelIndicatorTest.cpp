@@ -51,22 +51,22 @@ private slots:
         QVERIFY(window->flags().testFlags(Qt::WindowDoesNotAcceptFocus | Qt::WindowStaysOnTopHint |
                                           Qt::FramelessWindowHint));
 
-        // The same window takes each content; 1/3 of the track lights 5 of 16.
+        // The same window takes each content; the fill follows the level continuously,
+        // within the track.
         const struct {
             const char* symbol;
             float level;
-            int lit;
+            double shown;
             const char* picture;
-        } contents[] = {{"sun.max.fill", 0.5f, 8, "indicator-brightness.png"},
-                        {"speaker.wave.2.fill", 1.0f / 3.0f, 5, nullptr},
-                        {"sun.max.fill", 8.5f / 16, 9, nullptr}, // halves go up
+        } contents[] = {{"sun.max.fill", 0.5f, 66, "indicator-brightness.png"},
+                        {"speaker.wave.2.fill", 1.0f / 3.0f, 44, nullptr},
                         {"speaker.slash.fill", 0, 0, "indicator-mute.png"},
-                        {"speaker.slash.fill", 1, 16, nullptr}};
+                        {"sun.max.fill", 1.2f, 132, nullptr}}; // past the end: full
         for (const auto& c : contents) {
             made->show(IndicatorContent{c.symbol, c.level, std::nullopt});
             QVERIFY(window->isVisible());
             QCOMPARE(window->property("symbol").toString(), QString::fromLatin1(c.symbol));
-            QCOMPARE(window->property("litSegments").toInt(), c.lit);
+            QCOMPARE(window->property("shownFill").toDouble(), c.shown);
             QVERIFY(QGuiApplication::focusWindow() != window);
             if (c.picture) savePicture(window, c.picture);
         }

@@ -152,6 +152,54 @@ TEST_F(SettingsWindowTest, IsOneFixedWindowThatKeepsItsTabAcrossShows) {
     EXPECT_TRUE(item("displayList")->isVisible());
 }
 
+// Without a pointer: Tab walks the tab strip and then the form, Space chooses a tab, and a
+// switch that is on still shows the ring around it.
+TEST_F(SettingsWindowTest, TheKeyboardReachesTheTabsAndEveryControlWithAVisibleRing) {
+    open({display(2, "DELL U2720Q")});
+    const auto focused = [&] {
+        QQuickItem* item = window->activeFocusItem();
+        return item ? item->objectName() : QString();
+    };
+    QStringList order;
+    for (int i = 0; i < 6; ++i) {
+        QTest::keyClick(window, Qt::Key_Tab);
+        processEvents();
+        order << focused();
+    }
+    EXPECT_EQ(order, QStringList({"generalTab", "displaysTab", "startupPicker",
+                                  "launchAtLoginToggle", "checkForUpdatesButton",
+                                  "showOSDToggle"}));
+    // The overlay switch is on: its ring lies outside the accent track.
+    EXPECT_TRUE(item("showOSDToggle")->property("checked").toBool());
+    QQuickItem* ring = find(item("showOSDToggle"), "focusRing");
+    ASSERT_NE(ring, nullptr);
+    EXPECT_TRUE(ring->isVisible());
+
+    QTest::keyClick(window, Qt::Key_Tab, Qt::ShiftModifier);
+    for (int i = 0; i < 3; ++i) QTest::keyClick(window, Qt::Key_Backtab);
+    processEvents();
+    EXPECT_EQ(focused(), "displaysTab");
+    QTest::keyClick(window, Qt::Key_Space);
+    processEvents();
+    EXPECT_EQ(controller->currentTab(), 1);
+}
+
+// Cards that do not fit show a scroll bar at once; a long stored name shows its start.
+TEST_F(SettingsWindowTest, MoreCardsThanFitShowAScrollBarAndLongNamesTheirStart) {
+    const auto first = display(2, "DELL U2720Q");
+    store->set("display." + first.preferenceKey() + ".friendlyName",
+               std::string("The long monitor on the left of the desk, by the window"));
+    open({first, display(3, "LG HDR 4K"), display(4, "BenQ PD2700U")});
+    click(item("displaysTab"));
+    settle();
+    QQuickItem* bar = item("scrollBar");
+    ASSERT_NE(bar, nullptr);
+    EXPECT_EQ(bar->property("policy").toInt(), 2); // ScrollBar.AlwaysOn
+    QQuickItem* field = item("friendlyNameField");
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->property("cursorPosition").toInt(), 0);
+}
+
 TEST_F(SettingsWindowTest, PickerShowsTheStoredStartupActionAndStoresAChoiceAtOnce) {
     store->set(Preferences::kStartupAction, std::int64_t{7}); // out of range: the last case
     open();
@@ -230,7 +278,8 @@ TEST_F(SettingsWindowTest, UpdatesAreHonestAboutComingFromThePackage) {
     ASSERT_NE(dialog, nullptr);
     EXPECT_TRUE(dialog->isVisible());
     EXPECT_TRUE(dialog->informativeText().contains("3.0"));
-    EXPECT_TRUE(dialog->informativeText().contains("abc1234"));
+    // The build and its number stay on one line however the dialog wraps.
+    EXPECT_TRUE(dialog->informativeText().contains(QStringLiteral("(build\u00a0abc1234)")));
     EXPECT_TRUE(dialog->informativeText().contains("package"));
     click(item("checkForUpdatesButton")); // a second ask brings back the same dialog
     EXPECT_EQ(updater->dialog(), dialog);

@@ -25,7 +25,13 @@ Column {
     property bool volumeSupported: true
     property bool muteSupported: true
     property bool inputSupported: true
+    // False for a monitor that never answered over DDC/CI: its values would be made up, so
+    // its controls are shown disabled, with a line saying why.
+    property bool answered: true
+    // A write the monitor did not take, said for a few seconds.
+    property string notice
 
+    readonly property string shownTitle: title.length > 0 ? title : qsTr("Display %1").arg(displayId)
     readonly property string volumeSymbol: isMuted ? "speaker.slash.fill" : "speaker.wave.2.fill"
 
     width: 360
@@ -53,7 +59,7 @@ Column {
                 objectName: "title"
                 Layout.fillWidth: true
                 // The model names every display; an empty name still gets a title.
-                text: section.title.length > 0 ? section.title : qsTr("Display %1").arg(section.displayId)
+                text: section.shownTitle
                 elide: Text.ElideRight
                 maximumLineCount: 1
                 color: Theme.primary
@@ -75,12 +81,40 @@ Column {
         tint: Theme.yellow
         value: section.brightness
         maxValue: section.brightnessMax
+        interactive: section.answered
+        accessibleName: qsTr("Brightness, %1").arg(section.shownTitle)
         onChanged: newValue => section.popoverModel.changeBrightness(section.displayId, newValue)
     }
 
     Text {
+        objectName: "silentNote"
+        visible: !section.answered
+        x: 16
+        width: section.width - 32
+        text: qsTr("This monitor did not answer over DDC/CI. Turn DDC/CI on in its own menu, then open this again.")
+        wrapMode: Text.WordWrap
+        color: Theme.tertiary
+        font.family: Theme.fontFamily
+        font.pixelSize: 11
+    }
+
+    Text {
+        objectName: "failureNote"
+        visible: section.notice.length > 0
+        x: 16
+        width: section.width - 32
+        text: section.notice
+        wrapMode: Text.WordWrap
+        color: Theme.redText
+        font.family: Theme.fontFamily
+        font.pixelSize: 11
+        Accessible.role: Accessible.AlertMessage
+        Accessible.name: text
+    }
+
+    Text {
         objectName: "dimmingNote"
-        visible: !section.dimmingAvailable
+        visible: !section.dimmingAvailable && section.answered
         x: 16
         width: section.width - 32
         text: qsTr("This desktop lets no program dim below the monitor's own lowest brightness.")
@@ -104,6 +138,8 @@ Column {
             tint: section.isMuted ? Theme.red : Theme.green
             value: section.volume
             maxValue: section.volumeMax
+            interactive: section.answered
+            accessibleName: qsTr("Volume, %1").arg(section.shownTitle)
             // Monitors take whole 16-bit values.
             onChanged: newValue => section.popoverModel.changeVolume(
                            section.displayId, Math.min(65535, Math.max(0, Math.trunc(newValue))))
@@ -127,12 +163,32 @@ Column {
                 name: section.volumeSymbol
                 color: section.isMuted ? Theme.red : Theme.secondary
             }
+            enabled: section.answered
+            opacity: enabled ? 1 : 0.45
+            activeFocusOnTab: enabled
+            Keys.onPressed: event => {
+                if (event.key === Qt.Key_Space || event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+                    section.popoverModel.toggleMute(section.displayId)
+                    event.accepted = true
+                }
+            }
+            Accessible.role: Accessible.CheckBox
+            Accessible.name: qsTr("Mute, %1").arg(section.shownTitle)
+            Accessible.checkable: true
+            Accessible.checked: section.isMuted
+            Accessible.focusable: true
+            Accessible.onPressAction: section.popoverModel.toggleMute(section.displayId)
+            Accessible.onToggleAction: section.popoverModel.toggleMute(section.displayId)
+
+            FocusRing { controlRadius: 12 }
             TapHandler { onTapped: section.popoverModel.toggleMute(section.displayId) }
         }
     }
 
     Item {
         visible: section.inputSupported
+        enabled: section.answered
+        opacity: enabled ? 1 : 0.45
         width: section.width
         height: inputs.height + 6
 

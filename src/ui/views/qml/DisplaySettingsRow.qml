@@ -40,15 +40,15 @@ Column {
             elide: Text.ElideRight
             color: Theme.primary
             font.family: Theme.fontFamily
-            font.pixelSize: 13
+            font.pixelSize: Theme.bodySize
             font.weight: Font.DemiBold
         }
         Text {
             objectName: "status"
             text: card.statusText
-            color: card.row.ddcStatus === "verified" ? Theme.green : Theme.orange
+            color: card.row.ddcStatus === "verified" ? Theme.greenText : Theme.orangeText
             font.family: Theme.fontFamily
-            font.pixelSize: 11
+            font.pixelSize: Theme.captionSize
         }
     }
 
@@ -58,13 +58,13 @@ Column {
         SettingsRow {
             first: true
             label: qsTr("Friendly name")
-            TextField {
+            SettingsField {
                 id: nameField
                 objectName: "friendlyNameField"
                 implicitWidth: 200
                 placeholderText: qsTr("Custom name")
                 text: card.row.friendlyName
-                selectByMouse: true
+                Accessible.name: qsTr("Friendly name, %1").arg(card.row.title)
                 onTextEdited: card.settings.setFriendlyName(card.row.preferenceKey, text)
             }
         }
@@ -72,6 +72,7 @@ Column {
             label: qsTr("Use longer DDC delay")
             SettingsToggle {
                 objectName: "longerDelayToggle"
+                Accessible.name: qsTr("Use longer DDC delay, %1").arg(card.row.title)
                 on: card.longerDelay
                 onFlipped: wanted => {
                     card.settings.setLongerDelay(card.row.preferenceKey, wanted)
@@ -83,6 +84,7 @@ Column {
             label: qsTr("Force software brightness")
             SettingsToggle {
                 objectName: "forceSoftwareToggle"
+                Accessible.name: qsTr("Force software brightness, %1").arg(card.row.title)
                 on: card.forceSoftware
                 onFlipped: wanted => {
                     card.settings.setForceSoftwareBrightness(card.row.preferenceKey, wanted)
@@ -100,6 +102,6 @@ Column {
         elide: Text.ElideMiddle
         color: Theme.tertiary
         font.family: Theme.fontFamily
-        font.pixelSize: 10
+        font.pixelSize: Theme.smallSize
     }
 }

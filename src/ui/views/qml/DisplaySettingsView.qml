@@ -17,10 +17,16 @@ Item {
         spacing: 10
         boundsBehavior: Flickable.StopAtBounds
         model: view.settings.displays
-        ScrollBar.vertical: ScrollBar {}
+        // Always shown while the cards do not fit, so a cut card reads as "more below".
+        ScrollBar.vertical: ScrollBar {
+            objectName: "scrollBar"
+            policy: list.contentHeight > list.height ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+        }
+        activeFocusOnTab: false
         delegate: DisplaySettingsRow {
             required property var modelData
-            width: list.width
+            // Room for the scroll bar beside the cards while it shows.
+            width: list.width - (list.contentHeight > list.height ? 14 : 0)
             settings: view.settings
             row: modelData
         }
@@ -43,7 +49,7 @@ Item {
             text: qsTr("No external displays connected")
             color: Theme.secondary
             font.family: Theme.fontFamily
-            font.pixelSize: 13
+            font.pixelSize: Theme.bodySize
         }
     }
 }

@@ -24,8 +24,8 @@ Column {
     Text {
         anchors.horizontalCenter: parent.horizontalCenter
         text: qsTr("Connect an external monitor")
-        color: Theme.secondary
-        opacity: 0.7
+        // Paler than the line above, but still 4.5:1 on the window.
+        color: Theme.tertiary
         font.family: Theme.fontFamily
         font.pixelSize: 11
     }

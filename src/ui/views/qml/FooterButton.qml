@@ -11,6 +11,18 @@ Item {
 
     signal action()
 
+    activeFocusOnTab: true
+    Keys.onPressed: event => {
+        if (event.key === Qt.Key_Space || event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+            button.action()
+            event.accepted = true
+        }
+    }
+    Accessible.role: Accessible.Button
+    Accessible.name: title
+    Accessible.focusable: true
+    Accessible.onPressAction: button.action()
+
     property color foreground: isHovering ? Theme.primary : Theme.secondary
     Behavior on foreground { ColorAnimation { duration: 150; easing.type: Easing.InOutQuad } }
 
@@ -46,6 +58,8 @@ Item {
             font.pixelSize: 12
         }
     }
+
+    FocusRing { controlRadius: 5 }
 
     HoverHandler { id: hover }
     TapHandler { onTapped: button.action() }

@@ -25,9 +25,10 @@ Flickable {
             SettingsRow {
                 first: true
                 label: qsTr("On launch:")
-                ComboBox {
+                SettingsPicker {
                     objectName: "startupPicker"
                     implicitWidth: 190
+                    Accessible.name: qsTr("On launch")
                     model: [qsTr("Do nothing"), qsTr("Restore last values"), qsTr("Read from displays")]
                     currentIndex: view.settings.startupAction
                     onActivated: index => view.settings.setStartupAction(index)
@@ -39,6 +40,7 @@ Flickable {
                 active: view.settings.launchAtLoginAvailable
                 SettingsToggle {
                     objectName: "launchAtLoginToggle"
+                    Accessible.name: qsTr("Launch at login")
                     enabled: view.settings.launchAtLoginAvailable
                     on: view.settings.launchAtLogin
                     onFlipped: wanted => view.settings.setLaunchAtLogin(wanted)
@@ -57,6 +59,7 @@ Flickable {
                 active: view.settings.automaticUpdatesAvailable
                 SettingsToggle {
                     objectName: "automaticUpdatesToggle"
+                    Accessible.name: qsTr("Automatically check for updates")
                     enabled: view.settings.automaticUpdatesAvailable
                     on: view.settings.automaticUpdates
                     onFlipped: wanted => view.settings.setAutomaticUpdates(wanted)
@@ -64,7 +67,7 @@ Flickable {
             }
             SettingsRow {
                 label: ""
-                Button {
+                SettingsButton {
                     objectName: "checkForUpdatesButton"
                     text: qsTr("Check for Updates\u2026")
                     onClicked: view.settings.checkForUpdates()
@@ -81,6 +84,7 @@ Flickable {
                 label: qsTr("Show OSD overlay on value change")
                 SettingsToggle {
                     objectName: "showOSDToggle"
+                    Accessible.name: qsTr("Show OSD overlay on value change")
                     on: view.settings.showOSD
                     onFlipped: wanted => view.settings.setShowOSD(wanted)
                 }

@@ -13,6 +13,21 @@ Item {
 
     signal action()
 
+    // Tab reaches every tile; Space or Return chooses it, as a click does.
+    activeFocusOnTab: true
+    Keys.onPressed: event => {
+        if (event.key === Qt.Key_Space || event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+            button.action()
+            event.accepted = true
+        }
+    }
+    Accessible.role: Accessible.RadioButton
+    Accessible.name: label
+    Accessible.checkable: true
+    Accessible.checked: isActive
+    Accessible.focusable: true
+    Accessible.onPressAction: button.action()
+
     readonly property color foreground: isActive || isHovering ? "white" : Theme.secondary
 
     implicitWidth: Math.max(content.implicitWidth + 8, 48)
@@ -59,6 +74,8 @@ Item {
             font.weight: Font.DemiBold
         }
     }
+
+    FocusRing { controlRadius: 7 }
 
     HoverHandler { id: hover }
     TapHandler { onTapped: button.action() }

@@ -1,8 +1,8 @@
 import QtQuick
 import QtQuick.Window
 
-// The level indicator drawn by the program itself when the desktop has none: a dark
-// rounded panel with the symbol and sixteen segments lit up to the level.
+// The level indicator drawn by the program itself when the desktop has none: a dark,
+// translucent rounded panel with the symbol and a track filled continuously to the level.
 Window {
     id: indicator
 
@@ -11,10 +11,9 @@ Window {
     // Width of the fill on the 132-point track.
     property real fillWidth: 0
 
-    readonly property int segmentCount: 16
     readonly property real trackWidth: 132
-    readonly property int litSegments: Math.max(0, Math.min(segmentCount,
-                                           Theme.roundAway(fillWidth / trackWidth * segmentCount)))
+    // The fill as drawn: the level continuously, within the track.
+    readonly property real shownFill: Math.max(0, Math.min(trackWidth, fillWidth))
 
     width: 200
     height: 70
@@ -32,6 +31,9 @@ Window {
         anchors.fill: parent
         radius: 14
         color: Qt.rgba(0, 0, 0, 0.85)
+        // A hairline keeps the edge visible on a dark desktop.
+        border.width: 1
+        border.color: Qt.rgba(1, 1, 1, 0.14)
 
         SymbolImage {
             objectName: "symbol"
@@ -42,27 +44,22 @@ Window {
             color: "white"
         }
 
-        Item {
+        Rectangle {
             objectName: "track"
             x: 52
             y: 31
             width: indicator.trackWidth
             height: 8
+            radius: 4
+            color: Qt.rgba(1, 1, 1, 0.2)
 
-            Repeater {
-                model: indicator.segmentCount
-
-                Rectangle {
-                    required property int index
-                    readonly property real gap: 2
-                    readonly property real segmentWidth:
-                        (indicator.trackWidth - gap * (indicator.segmentCount - 1)) / indicator.segmentCount
-                    x: index * (segmentWidth + gap)
-                    width: segmentWidth
-                    height: 8
-                    radius: 2
-                    color: index < indicator.litSegments ? "white" : Qt.rgba(1, 1, 1, 0.2)
-                }
+            Rectangle {
+                objectName: "fill"
+                width: indicator.shownFill
+                height: 8
+                radius: 4
+                color: "white"
+                visible: width > 0
             }
         }
     }

@@ -15,6 +15,10 @@ Item {
     property real trackHeight: 10
     property real thumbSize: 18
     property bool isDragging: false
+    // What a screen reader calls it ("Brightness, DELL U2723QE"); the percentage follows.
+    property string accessibleName: icon
+    // A control the monitor cannot take right now: drawn faded, deaf to pointer and keys.
+    property bool interactive: true
 
     // Every pointer change of a drag, also when the value did not change; never at its end.
     signal changed(real newValue)
@@ -24,7 +28,7 @@ Item {
     readonly property real shownValue: isDragging ? dragValue : value
     readonly property int percentage: maxValue > 0 ? Theme.roundAway(shownValue * 100 / maxValue) : 0
     readonly property real trackWidth: track.width
-    readonly property real fillWidth: track.width > 0 && maxValue > 0 ? track.width * shownValue / maxValue : 0
+    readonly property real fillWidth: interactive && track.width > 0 && maxValue > 0 ? track.width * shownValue / maxValue : 0
 
     readonly property real horizontalPadding: 16
     readonly property real spacing: 10
@@ -39,6 +43,39 @@ Item {
         if (x >= w) return maxValue
         return Theme.roundAway(maxValue * x / w)
     }
+
+    // A key moves the value by `step` units from what is shown, within 0 ... maxValue. The
+    // model stores each value at once and writes after a quiet time, so a burst of keys
+    // becomes one write, as a drag does.
+    function stepBy(step) {
+        if (!(maxValue > 0)) return
+        const next = Math.max(0, Math.min(maxValue, Theme.roundAway(shownValue + step)))
+        changed(next)
+    }
+    readonly property real keyStep: Math.max(1, Theme.roundAway(maxValue / 100))
+    readonly property real pageStep: Math.max(1, Theme.roundAway(maxValue / 10))
+
+    activeFocusOnTab: interactive
+    opacity: interactive ? 1 : 0.45
+    Keys.onPressed: event => {
+        if (!interactive) return
+        switch (event.key) {
+        case Qt.Key_Right: case Qt.Key_Up: stepBy(keyStep); break
+        case Qt.Key_Left: case Qt.Key_Down: stepBy(-keyStep); break
+        case Qt.Key_PageUp: stepBy(pageStep); break
+        case Qt.Key_PageDown: stepBy(-pageStep); break
+        case Qt.Key_Home: stepBy(-maxValue - shownValue); break
+        case Qt.Key_End: stepBy(maxValue); break
+        default: return
+        }
+        event.accepted = true
+    }
+
+    Accessible.role: Accessible.Slider
+    Accessible.name: accessibleName + (interactive ? ", " + percentage + " %" : "")
+    Accessible.focusable: true
+    Accessible.onIncreaseAction: stepBy(keyStep)
+    Accessible.onDecreaseAction: stepBy(-keyStep)
 
     function dragTo(x) {
         isDragging = true
@@ -63,6 +100,11 @@ Item {
         width: Math.max(0, slider.width - x - slider.spacing - readout.width - slider.horizontalPadding)
         height: Math.max(slider.trackHeight, slider.thumbSize) + 4
         anchors.verticalCenter: parent.verticalCenter
+
+        FocusRing {
+            shown: slider.activeFocus
+            controlRadius: height / 2
+        }
 
         Rectangle {
             id: background
@@ -99,6 +141,8 @@ Item {
         Item {
             id: thumb
             objectName: "thumb"
+            // No value known, no position to show.
+            visible: slider.interactive
             width: slider.thumbSize
             height: slider.thumbSize
             x: Math.max(0, Math.min(track.width - width, slider.fillWidth - width / 2))
@@ -129,6 +173,7 @@ Item {
 
         MouseArea {
             anchors.fill: parent
+            enabled: slider.interactive
             preventStealing: true
             onPressed: mouse => slider.dragTo(mouse.x)
             onPositionChanged: mouse => slider.dragTo(mouse.x)
@@ -144,7 +189,8 @@ Item {
         width: 36
         anchors.verticalCenter: parent.verticalCenter
         horizontalAlignment: Text.AlignRight
-        text: slider.percentage + "%"
+        // A monitor that never answered has no value to show.
+        text: slider.interactive ? slider.percentage + "%" : "\u2013"
         color: Theme.secondary
         font.family: Theme.monospaceFamily
         font.pixelSize: 11

@@ -46,6 +46,8 @@ Rectangle {
                 required property bool volumeSupported
                 required property bool muteSupported
                 required property bool inputSupported
+                required property bool answered
+                required property string notice
 
                 width: root.width
 
@@ -66,6 +68,8 @@ Rectangle {
                     volumeSupported: entry.volumeSupported
                     muteSupported: entry.muteSupported
                     inputSupported: entry.inputSupported
+                    answered: entry.answered
+                    notice: entry.notice
                 }
                 Divider {
                     objectName: "sectionDivider"
@@ -113,5 +117,16 @@ Rectangle {
                 }
             }
         }
+    }
+
+    // A hairline edge, so the popover stands apart from a window or desktop of the same
+    // colour beneath it.
+    Rectangle {
+        objectName: "edge"
+        anchors.fill: parent
+        z: 1
+        color: "transparent"
+        border.width: 1
+        border.color: Theme.controlBorder
     }
 }

@@ -16,7 +16,7 @@ Column {
         text: group.title
         color: Theme.secondary
         font.family: Theme.fontFamily
-        font.pixelSize: 11
+        font.pixelSize: Theme.captionSize
         font.weight: Font.DemiBold
     }
     Rectangle {

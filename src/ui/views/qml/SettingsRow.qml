@@ -38,7 +38,7 @@ Item {
                 elide: Text.ElideRight
                 color: row.active ? Theme.primary : Theme.secondary
                 font.family: Theme.fontFamily
-                font.pixelSize: 13
+                font.pixelSize: Theme.bodySize
             }
             Text {
                 objectName: "note"
@@ -48,7 +48,7 @@ Item {
                 elide: Text.ElideRight
                 color: Theme.secondary
                 font.family: Theme.fontFamily
-                font.pixelSize: 11
+                font.pixelSize: Theme.captionSize
             }
         }
         Item {

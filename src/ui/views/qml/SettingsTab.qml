@@ -10,6 +10,21 @@ Rectangle {
     property bool selected: false
     signal chosen()
 
+    // In the Tab order like every other control; Space or Return chooses it.
+    activeFocusOnTab: true
+    Keys.onPressed: event => {
+        if (event.key === Qt.Key_Space || event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+            tab.chosen()
+            event.accepted = true
+        }
+    }
+    Accessible.role: Accessible.PageTab
+    Accessible.name: label
+    Accessible.selectable: true
+    Accessible.selected: selected
+    Accessible.focusable: true
+    Accessible.onPressAction: tab.chosen()
+
     implicitWidth: Math.max(72, labelText.implicitWidth + 24)
     implicitHeight: 46
     radius: 6
@@ -30,10 +45,12 @@ Rectangle {
             text: tab.label
             color: tab.selected ? Theme.primary : Theme.secondary
             font.family: Theme.fontFamily
-            font.pixelSize: 11
+            font.pixelSize: Theme.captionSize
             font.weight: tab.selected ? Font.DemiBold : Font.Normal
         }
     }
+    FocusRing { controlRadius: 6 }
+
     MouseArea {
         id: mouse
         anchors.fill: parent

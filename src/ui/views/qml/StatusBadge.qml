@@ -11,6 +11,7 @@ Rectangle {
                                  : status === "unverified" ? qsTr("DDC (unverified)")
                                  : status === "softwareOnly" ? qsTr("Software") : ""
     readonly property color badgeColor: status === "verified" ? Theme.green : Theme.orange
+    readonly property color textColor: status === "verified" ? Theme.greenText : Theme.orangeText
 
     visible: text.length > 0
     implicitWidth: label.implicitWidth + 12
@@ -18,12 +19,15 @@ Rectangle {
     radius: height / 2
     color: Theme.withAlpha(badgeColor, 0.15)
 
+    Accessible.role: Accessible.StaticText
+    Accessible.name: text
+
     Text {
         id: label
         objectName: "badgeText"
         anchors.centerIn: parent
         text: badge.text
-        color: badge.badgeColor
+        color: badge.textColor
         font.family: Theme.fontFamily
         font.pixelSize: 9
         font.weight: Font.Medium

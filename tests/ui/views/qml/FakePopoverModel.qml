@@ -25,7 +25,7 @@ QtObject {
             ddcStatus: "verified", brightness: 50, brightnessMax: 100,
             volume: 50, volumeMax: 100, isMuted: false, activeInput: 0,
             dimmingAvailable: true, volumeSupported: true, muteSupported: true,
-            inputSupported: true
+            inputSupported: true, answered: true, notice: ""
         }
         for (const key in overrides) row[key] = overrides[key]
         displays.append(row)

@@ -75,9 +75,9 @@ TestCase {
 
     function test_badgeByStatus_data() {
         return [
-            { tag: "verified", status: "verified", text: "DDC", color: Theme.green },
-            { tag: "unverified", status: "unverified", text: "DDC (unverified)", color: Theme.orange },
-            { tag: "softwareOnly", status: "softwareOnly", text: "Software", color: Theme.orange }
+            { tag: "verified", status: "verified", text: "DDC", color: Theme.green, textColor: Theme.greenText },
+            { tag: "unverified", status: "unverified", text: "DDC (unverified)", color: Theme.orange, textColor: Theme.orangeText },
+            { tag: "softwareOnly", status: "softwareOnly", text: "Software", color: Theme.orange, textColor: Theme.orangeText }
         ]
     }
     function test_badgeByStatus(data) {
@@ -85,8 +85,11 @@ TestCase {
         const badge = findChild(popover, "badge")
         const text = findChild(badge, "badgeText")
         compare(text.text, data.text)
-        verify(sameColour(text.color, data.color))
+        verify(sameColour(text.color, data.textColor))
         verify(sameColour(badge.color, Theme.withAlpha(data.color, 0.15)))
+        // 9-point text must still read: 4.5:1 on the capsule as drawn over the window.
+        const ratio = Theme.contrast(text.color, Qt.tint(Theme.window, badge.color))
+        verify(ratio >= 4.5, "badge contrast " + ratio.toFixed(2))
         // The status changes the badge only: every control is there.
         verify(findChild(popover, "brightnessSlider").visible)
         verify(findChild(popover, "volumeSlider").visible)
@@ -113,6 +116,45 @@ TestCase {
             verify(findChild(popover, "brightnessSlider").visible)
             compare(popover.implicitHeight < full.implicitHeight, c.shorter, JSON.stringify(c.lacks))
         }
+    }
+
+    // Small secondary and tertiary text (notes, identifiers, read-outs) reads at 4.5:1.
+    function test_smallTextContrast_data() {
+        return [
+            { tag: "secondary", color: Theme.secondary },
+            { tag: "tertiary", color: Theme.tertiary },
+        ]
+    }
+    function test_smallTextContrast(data) {
+        const ratio = Theme.contrast(data.color, Theme.window)
+        verify(ratio >= 4.5, data.tag + " " + ratio.toFixed(2))
+    }
+
+    // A monitor that never answered shows no made-up values and takes no input; a write
+    // that failed is said under the sliders.
+    function test_aSilentMonitorIsDisabledAndAFailedWriteIsSaid() {
+        const popover = makePopover(1, { answered: false, dimmingAvailable: false })
+        popover.model.addDisplay({})
+        waitForRendering(popover) // the new section is laid out below the first
+        const first = allNamed(popover, "section")[0]
+        verify(findChild(first, "silentNote").visible)
+        verify(!findChild(first, "dimmingNote").visible) // one reason at a time
+        const slider = findChild(first, "brightnessSlider")
+        compare(findChild(slider, "readout").text, "\u2013")
+        mouseClick(findChild(slider, "track"), 10, 5)
+        mouseClick(findChild(first, "muteButton"))
+        mouseClick(allNamed(first, "tile")[1].parent)
+        compare(popover.model.calls.map(c => c.name), [])
+        // Tab passes over it to the next display's first slider.
+        popover.forceActiveFocus()
+        keyClick(Qt.Key_Tab)
+        compare(popover.Window.activeFocusItem, findChild(allNamed(popover, "section")[1], "brightnessSlider"))
+
+        const second = allNamed(popover, "section")[1]
+        verify(!findChild(second, "failureNote").visible)
+        popover.model.displays.setProperty(1, "notice", "The monitor did not take the new volume; it is back where it was.")
+        verify(findChild(second, "failureNote").visible)
+        verify(Theme.contrast(findChild(second, "failureNote").color, Theme.window) >= 4.5)
     }
 
     function test_aDisplayThatCannotBeDimmedSaysSoUnderItsSlider() {
@@ -247,5 +289,71 @@ TestCase {
                 if (pixel.r > 0.9 && pixel.g < 0.4 && pixel.b < 0.4) ++red
             }
         verify(red > 5, "red pixels: " + red)
+    }
+
+    // The item that has the keyboard focus after `count` presses of Tab (Shift+Tab when
+    // `back`), named by objectName or, for an input tile, by its label.
+    function focusAfterTabs(popover, count, back) {
+        for (let i = 0; i < count; ++i)
+            keyClick(Qt.Key_Tab, back ? Qt.ShiftModifier : Qt.NoModifier)
+        const item = popover.Window.activeFocusItem
+        if (!item) return ""
+        const label = findChild(item, "label")
+        return label ? label.text : item.objectName
+    }
+
+    // Every control in visual order with Tab, backwards with Shift+Tab, each with a ring.
+    function test_tabReachesEveryControlInVisualOrder() {
+        const popover = makePopover(2)
+        popover.forceActiveFocus()
+        const order = ["brightnessSlider", "volumeSlider", "muteButton",
+                       "HDMI 1", "HDMI 2", "DP 1", "DP 2", "USB-C"]
+        const expected = order.concat(order, ["aboutButton", "settingsButton", "quitButton"])
+        const seen = []
+        for (let i = 0; i < expected.length; ++i) {
+            seen.push(focusAfterTabs(popover, 1))
+            const ring = findChild(popover.Window.activeFocusItem, "focusRing")
+            verify(ring && ring.visible, seen[i] + " shows no focus ring")
+        }
+        compare(seen, expected)
+        compare(focusAfterTabs(popover, 1, true), "settingsButton")
+        compare(focusAfterTabs(popover, 1, true), "aboutButton")
+    }
+
+    // Arrows, Page Up/Down, Home and End move the focused slider within its range; Space
+    // and Return press the mute button and an input tile.
+    function test_keysMoveSlidersAndPressButtons() {
+        const popover = makePopover(1, { brightness: 50, volume: 98, volumeMax: 100 })
+        popover.forceActiveFocus()
+        const keys = [
+            { key: Qt.Key_Right, call: "changeBrightness", value: 51 },
+            { key: Qt.Key_Up, call: "changeBrightness", value: 52 },
+            { key: Qt.Key_Left, call: "changeBrightness", value: 51 },
+            { key: Qt.Key_PageDown, call: "changeBrightness", value: 41 },
+            { key: Qt.Key_PageUp, call: "changeBrightness", value: 51 },
+            { key: Qt.Key_Home, call: "changeBrightness", value: 0 },
+            { key: Qt.Key_End, call: "changeBrightness", value: 100 },
+            { tab: true, key: Qt.Key_PageUp, call: "changeVolume", value: 100 },
+            { key: Qt.Key_Right, call: "changeVolume", value: 100 },
+        ]
+        focusAfterTabs(popover, 1)
+        for (const k of keys) {
+            if (k.tab) focusAfterTabs(popover, 1)
+            popover.model.calls = []
+            keyClick(k.key)
+            compare(popover.model.callsNamed(k.call).map(c => c.args), [[1, k.value]], "key " + k.key)
+        }
+        const slider = findChild(popover, "brightnessSlider")
+        compare(slider.Accessible.name, "Brightness, Display 1, 100 %")
+
+        compare(focusAfterTabs(popover, 1), "muteButton")
+        keyClick(Qt.Key_Space)
+        compare(popover.model.callsNamed("toggleMute").length, 1)
+        compare(focusAfterTabs(popover, 2), "HDMI 2")
+        keyClick(Qt.Key_Return)
+        compare(popover.model.callsNamed("selectInput")[0].args, [1, 0x12])
+        // The active tile keeps its ring: it lies outside the accent fill.
+        verify(findChild(popover.Window.activeFocusItem, "focusRing").visible)
+        compare(activeLabels(popover), ["HDMI 2"])
     }
 }
