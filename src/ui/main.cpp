@@ -20,6 +20,7 @@
 #include "ui/SettingsWindow.h"
 #include "ui/SingleInstance.h"
 #include "ui/Updater.h"
+#include "ui/ViewLoad.h"
 #include "ui/WakeFollower.h"
 #include "ui/views/QtLevelIndicators.h"
 #include "ui/views/Views.h"
@@ -43,6 +44,8 @@
 namespace {
 
 constexpr int kUsage = 2;
+// A view cannot be loaded (a QML module is missing): nothing could be shown.
+constexpr int kViewsUnavailable = 4;
 
 int signalPipe[2] = {-1, -1};
 
@@ -171,6 +174,10 @@ int main(int argc, char** argv) {
     pw::ui::setUpIcons();
     QQmlEngine engine;
     pw::ui::installViews(engine);
+    if (const QString error = pw::ui::viewsLoadError(engine); !error.isEmpty()) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
+        return kViewsUnavailable;
+    }
     // Our own indicator window, before anything asks the OSD manager for one.
     machine->platform().levelIndicators = std::make_shared<pw::ui::QtLevelIndicators>(engine);
     pw::platform::install(machine->platform());
