@@ -20,8 +20,8 @@ packages=(
   libx11-dev libxrandr-dev libxtst-dev
   libwayland-dev libwayland-bin
   # the package and its install test: a clean Debian root, Debian's checker, the desktop's
-  # validators, the picture comparison (docs/packaging.md)
-  mmdebstrap lintian desktop-file-utils appstream python3
+  # validators, the picture comparison, zsh for its completion's test (docs/packaging.md)
+  mmdebstrap lintian desktop-file-utils appstream python3 zsh
 )
 
 missing=()
