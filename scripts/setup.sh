@@ -19,6 +19,9 @@ packages=(
   # the Linux desktop: gamma ramps, key grabs and screens through X; XTest drives its tests
   libx11-dev libxrandr-dev libxtst-dev
   libwayland-dev libwayland-bin
+  # the package and its install test: a clean Debian root, Debian's checker, the desktop's
+  # validators, the picture comparison, zsh for its completion's test (docs/packaging.md)
+  mmdebstrap lintian desktop-file-utils appstream python3 zsh
 )
 
 missing=()

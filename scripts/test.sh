@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Sets up a Debian 12 machine for Panelwright (installs the packages it lacks),
 # then configures, builds and runs the whole test suite (docs/testing.md says how and why).
-#   bash scripts/test.sh            # debug, asan (with the seeded fuzz runs) and tsan
-#   bash scripts/test.sh debug      # any presets from CMakePresets.json
+#   bash scripts/test.sh            # debug, asan (with the seeded fuzz runs), tsan, and as root
+#                                   # the package's install test (scripts/install-test.sh)
+#   bash scripts/test.sh debug      # any presets from CMakePresets.json, or "package"
 # A failing stage does not stop the later ones; the closing line counts every stage and the
 # exit status is non-zero when anything failed.
 set -uo pipefail
@@ -22,7 +23,11 @@ if command -v ccache >/dev/null; then
 fi
 
 presets=("$@")
-[ ${#presets[@]} -eq 0 ] && presets=(debug asan tsan)
+if [ ${#presets[@]} -eq 0 ]; then
+  presets=(debug asan tsan)
+  # The install test makes a chroot, which takes root (CI runs as root).
+  if [ "$(id -u)" -eq 0 ]; then presets+=(package); else echo "== package: skipped (not root)"; fi
+fi
 jobs=$(nproc 2>/dev/null || echo 2)
 passed=0
 failed=0
@@ -98,6 +103,12 @@ cpu_read() {
 
 for preset in "${presets[@]}"; do
   start=${SECONDS}
+  if [ "${preset}" = package ]; then
+    if bash scripts/install-test.sh; then passed=$((passed + 1)); state=passed
+    else failed=$((failed + 1)); state=FAILED; fi
+    summary+=("package: ${state}; $((SECONDS - start)) s (docs/packaging.md)")
+    continue
+  fi
   cpu_mark; cpu_start=$(cpu_read)
   before=${failed}
   echo "== ${preset}: configure"

@@ -22,7 +22,9 @@ FixedWindow::FixedWindow(QQmlEngine& engine, const QString& type, const QVariant
     QQmlComponent component(&engine);
     component.setData(QStringLiteral("import Panelwright.Views\n%1 {}\n").arg(type).toUtf8(),
                       QUrl(QStringLiteral("qrc:/panelwright/shell/%1.qml").arg(type)));
-    QObject* root = component.createWithInitialProperties(properties);
+    // Made only from a ready component: Qt 6.4 crashes making one that failed to load.
+    QObject* root = component.isReady() ? component.createWithInitialProperties(properties)
+                                        : nullptr;
     content_ = qobject_cast<QQuickItem*>(root);
     if (!content_) {
         std::fprintf(stderr, "panelwright: the view %s could not be loaded: %s\n",

@@ -28,8 +28,11 @@ PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObje
 
     QQmlComponent component(&engine);
     component.setData(source, QUrl(QStringLiteral("qrc:/panelwright/shell/Popover.qml")));
-    QObject* root = component.createWithInitialProperties(
-        {{QStringLiteral("model"), QVariant::fromValue(model)}});
+    // Made only from a ready component: Qt 6.4 crashes making one that failed to load.
+    QObject* root = component.isReady()
+                        ? component.createWithInitialProperties(
+                              {{QStringLiteral("model"), QVariant::fromValue(model)}})
+                        : nullptr;
     content_ = qobject_cast<QQuickItem*>(root);
     if (!content_) {
         std::fprintf(stderr, "panelwright: the popover's view could not be loaded: %s\n",

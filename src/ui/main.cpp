@@ -20,6 +20,7 @@
 #include "ui/SettingsWindow.h"
 #include "ui/SingleInstance.h"
 #include "ui/Updater.h"
+#include "ui/ViewLoad.h"
 #include "ui/WakeFollower.h"
 #include "ui/views/QtLevelIndicators.h"
 #include "ui/views/Views.h"
@@ -43,6 +44,8 @@
 namespace {
 
 constexpr int kUsage = 2;
+// A view cannot be loaded (a QML module is missing): nothing could be shown.
+constexpr int kViewsUnavailable = 4;
 
 int signalPipe[2] = {-1, -1};
 
@@ -149,6 +152,10 @@ int main(int argc, char** argv) {
     pw::ui::setUpIcons();
     QQmlEngine engine;
     pw::ui::installViews(engine);
+    if (const QString error = pw::ui::viewsLoadError(engine); !error.isEmpty()) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
+        return kViewsUnavailable;
+    }
     // Our own indicator window (made on first show), for the machine to use where the
     // system shows no indicator of its own.
     const auto indicatorWindow = std::make_shared<pw::ui::QtIndicatorWindow>(engine);

@@ -1,0 +1,33 @@
+cmake_minimum_required(VERSION 3.25)
+# cmake -DQML_DIR=<Qt's qml folder> -DVIEWS=<folder of the views' .qml files> -P check-qml-packages.cmake
+# Fails when a module the views load has no package in qml-packages.txt, or (where dpkg
+# knows the module's qmldir) when the package named is not the one that carries it.
+include(${CMAKE_CURRENT_LIST_DIR}/QmlDepends.cmake)
+file(GLOB views ${VIEWS}/*.qml)
+pw_qml_debian_packages(packages unmapped QML_DIR ${QML_DIR} FILES ${views})
+set(failures 0)
+foreach(module IN LISTS unmapped)
+  message(SEND_ERROR "the views load the QML module ${module}, which has no package in "
+                     "packaging/linux/qml-packages.txt: add its row (dpkg -S <its qmldir> names it)")
+  math(EXPR failures "${failures} + 1")
+endforeach()
+find_program(DPKG dpkg)
+pw_qml_package_table(modules table_packages)
+foreach(module package IN ZIP_LISTS modules table_packages)
+  string(REPLACE "." "/" subdir ${module})
+  if(NOT DPKG OR package STREQUAL "-" OR NOT EXISTS ${QML_DIR}/${subdir}/qmldir)
+    continue()
+  endif()
+  execute_process(COMMAND ${DPKG} -S ${QML_DIR}/${subdir}/qmldir
+                  OUTPUT_VARIABLE owner ERROR_QUIET RESULT_VARIABLE result)
+  string(REGEX REPLACE ":.*" "" owner "${owner}")
+  if(result EQUAL 0 AND NOT owner STREQUAL package)
+    message(SEND_ERROR "qml-packages.txt says ${module} is in ${package}, dpkg says ${owner}")
+    math(EXPR failures "${failures} + 1")
+  endif()
+endforeach()
+list(JOIN packages ", " line)
+message(STATUS "QML packages: ${line}")
+if(failures GREATER 0)
+  message(FATAL_ERROR "${failures} QML module(s) without their package")
+endif()
