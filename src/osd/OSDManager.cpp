@@ -142,15 +142,15 @@ void OSDManager::presentCustomOSD(const std::string& symbol, float level,
 }
 
 std::optional<platform::Point> OSDManager::indicatorOrigin(platform::DisplayID display) const {
-    if (!platform_.displays) return std::nullopt;
+    if (!platform_.screens) return std::nullopt;
     std::optional<platform::Screen> screen;
-    for (auto& candidate : platform_.displays->screens()) {
+    for (auto& candidate : platform_.screens->screens()) {
         if (candidate.number == display) {
             screen = std::move(candidate);
             break;
         }
     }
-    if (!screen) screen = platform_.displays->mainScreen();
+    if (!screen) screen = platform_.screens->mainScreen();
     if (!screen) return std::nullopt;
     const platform::Rect visible = screen->visibleFrame();
     return platform::Point{visible.midX() - kHalfWindowWidth, visible.y + kBottomInset};

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 
 namespace pw::platform {
 

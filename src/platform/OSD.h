@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 
 namespace pw::platform {
 

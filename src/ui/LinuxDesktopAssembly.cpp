@@ -1,6 +1,5 @@
 #include "ui/DesktopAssembly.h"
 
-#include "platform/DrmDisplayServices.h"
 #include "platform/linux/desktop/GammaChoice.h"
 #include "platform/linux/desktop/KeysChoice.h"
 #include "platform/linux/desktop/PlasmaOSD.h"
@@ -39,18 +38,14 @@ DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
             if (c.id == id) return c.name;
         return std::nullopt;
     };
+    source.builtIn = [drm](platform::DisplayID id) {
+        if (!drm) return false;
+        for (const auto& c : drm->connectors())
+            if (c.id == id) return c.builtin();
+        return false;
+    };
     return source;
 }
-
-class XScreens final : public platform::DrmDisplayServices::Screens {
-public:
-    explicit XScreens(std::shared_ptr<linuxdesktop::XRandrScreens> x) : x_(std::move(x)) {}
-    std::vector<platform::Screen> screens() override { return x_->screens(); }
-    platform::Point pointerLocation() override { return x_->pointerLocation(); }
-
-private:
-    std::shared_ptr<linuxdesktop::XRandrScreens> x_;
-};
 
 } // namespace
 
@@ -65,8 +60,7 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
         log.info("Display", "No X display: screens and pointer unknown, keys act on the first monitor");
     } else if (auto screens = linuxdesktop::XRandrScreens::create(session.xDisplay, source, log)) {
         log.info("Display", "Screens and pointer from the X server (XRandR)");
-        p.displays = std::make_shared<platform::DrmDisplayServices>(
-            p.drm, std::make_shared<XScreens>(std::move(screens)));
+        p.screens = std::move(screens);
     }
 
     p.gamma = linuxdesktop::chooseGamma(
