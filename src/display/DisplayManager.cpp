@@ -203,7 +203,9 @@ std::vector<ExternalDisplay> DisplayManager::buildList(std::optional<platform::D
         display.ddcSupported = true;
         display.forceSoftwareBrightness = false;
         if (auto* store = platform_.defaults.get()) {
-            adoptOptions(*store, display.preferenceKey(), active);
+            // Asked for one display, the machine lists that one alone: the others are
+            // connected all the same, so whose options are whose is left to a whole pass.
+            if (!only) adoptOptions(*store, display.preferenceKey(), active);
             // Read at every enumeration, so the settings' toggle needs no restart; the
             // wrapper carries it to every transfer, whoever sends it.
             display.longerDelay = Preferences::longerDelay(*store, display.preferenceKey());
