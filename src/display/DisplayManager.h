@@ -114,7 +114,7 @@ public:
     const std::shared_ptr<DDCManager>& ddcManager() const { return ddcManager_; }
 
 private:
-    // The enumeration proper: lists, names and probes on the calling thread.
+    // The enumeration proper (display/Enumeration.h), on the calling thread.
     std::vector<ExternalDisplay> buildList(std::optional<platform::DisplayID> only = {});
     void publish(std::vector<ExternalDisplay> displays, platform::Clock::TimePoint started);
     platform::Clock::TimePoint now() const;
