@@ -68,8 +68,12 @@ bool Edid::complete() const {
 }
 
 bool Edid::sameBaseBlock(const Edid& other) const {
-    return complete() && other.complete() &&
-           std::equal(bytes.begin(), bytes.begin() + kBlock, other.bytes.begin());
+    return platform::sameBaseBlock(bytes, other.bytes);
+}
+
+bool sameBaseBlock(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
+    return a.size() >= kBlock && b.size() >= kBlock &&
+           std::equal(a.begin(), a.begin() + kBlock, b.begin());
 }
 
 std::optional<std::string> displayNameFrom(std::string_view raw) {

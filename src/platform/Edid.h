@@ -35,6 +35,10 @@ struct Edid {
     bool sameBaseBlock(const Edid& other) const;
 };
 
+// Two EDIDs with the same whole base block: the same monitor, however its extension
+// blocks differ.
+bool sameBaseBlock(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b);
+
 // A name fit to show and to build settings keys from: control characters (C0, DEL, and
 // C1 in UTF-8) removed, surrounding white space trimmed; nothing when nothing is left.
 std::optional<std::string> displayNameFrom(std::string_view raw);

@@ -67,11 +67,6 @@ std::string noLongerTheDisplays(platform::DrmSysfs& drm, int bus, const ChannelO
            "listed again";
 }
 
-bool sameBaseBlock(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
-    constexpr std::size_t block = I2CDevTransport::kEdidLength;
-    return a.size() >= block && b.size() >= block && std::equal(a.begin(), a.begin() + block, b.begin());
-}
-
 std::string adapterText(int number, const platform::I2CAdapterInfo* info) {
     return "i2c-" + std::to_string(number) + (info ? " (" + info->name + ")" : std::string());
 }
@@ -204,7 +199,7 @@ private:
                 cached = edids_.emplace(number, std::move(edid)).first;
                 problems_.emplace(number, problem);
             }
-            if (cached->second && sameBaseBlock(*cached->second, connector.edid)) {
+            if (cached->second && platform::sameBaseBlock(*cached->second, connector.edid)) {
                 log(who + ": DDC on " + adapterText(number, &adapter) + ", paired by EDID");
                 return number;
             }
