@@ -1,14 +1,8 @@
 #include "platform/macos/RegistryText.h"
 
-#include "support/Hex.h"
-
 #include <cstring>
 
 namespace pw {
-
-std::string lowercaseHex(const platform::PropertyBytes& bytes) {
-    return hexBytes(bytes, "", HexCase::lower);
-}
 
 std::string registryPath(platform::Registry& registry, platform::IOObject entry) {
     char path[512] = {};

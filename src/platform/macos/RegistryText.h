@@ -6,9 +6,6 @@
 
 namespace pw {
 
-// A byte block (an EDID) as lowercase hex, two digits per byte, no separators.
-std::string lowercaseHex(const platform::PropertyBytes& bytes);
-
 // An entry's path in the IOService plane, up to the first zero byte; "" when unreadable.
 std::string registryPath(platform::Registry& registry, platform::IOObject entry);
 
