@@ -1,6 +1,7 @@
 #include "cli/RealMachine.h"
 
 #include "ddc/DDCMessages.h"
+#include "platform/drm/LinuxMonitors.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/posix/StderrSystemLog.h"
 
@@ -127,8 +128,11 @@ platform::Platform makeRealMachine(const RealMachineOptions& options) {
     auto p = platform::makeLinuxPlatform(machine);
     if (std::dynamic_pointer_cast<platform::StderrSystemLog>(p.systemLog))
         p.systemLog = std::make_shared<SilentSystemLog>();
-    if (options.trace && p.i2cDevices)
+    if (options.trace && p.i2cDevices) {
         p.i2cDevices = std::make_shared<TracingDevices>(p.i2cDevices, options.trace);
+        p.monitors = std::make_shared<LinuxMonitors>(
+            LinuxMonitors::Parts{p.drm, p.i2cDevices, p.hotPlug, p.clock});
+    }
     return p;
 }
 

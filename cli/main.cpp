@@ -10,8 +10,8 @@
 #include "ddc/DDCManager.h"
 #include "ddc/DDCMessages.h"
 #include "display/DisplayManager.h"
-#include "display/LinuxDiscovery.h"
-#include "transport/I2CDevTransport.h"
+#include "platform/drm/LinuxMonitors.h"
+#include "platform/drm/I2CDevTransport.h"
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/LinuxPlatform.h"
@@ -94,7 +94,7 @@ json readingJSON(const std::optional<DDCReadResult>& value) {
 // --- Subcommands on a machine -------------------------------------------------------
 
 int detect(const std::vector<ExternalDisplay>& displays, const Options& options,
-           const std::vector<UnreachableMonitor>& unreachable = {}) {
+           const std::vector<platform::UnreachableMonitor>& unreachable = {}) {
     if (options.json) {
         json out = json::array();
         for (const auto& d : displays)
@@ -269,16 +269,12 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
 
     // No display at all, or none whose channel can even be opened: say why, exit 3.
     // Connected monitors without a channel, each with the reason.
-    std::vector<UnreachableMonitor> missing;
-    if (linuxMachine && !options.displayID) {
-        std::vector<platform::DisplayID> listed;
-        for (const auto& d : list)
-            listed.push_back(d.id);
-        missing = unreachableMonitors(machine, listed);
-    }
+    std::vector<platform::UnreachableMonitor> missing;
+    if (linuxMachine && !options.displayID && machine.monitors)
+        missing = machine.monitors->unreachable();
     if (linuxMachine && !options.displayID) {
         std::string why;
-        if (list.empty()) why = whyNoExternalDisplay(machine);
+        if (list.empty() && machine.monitors) why = machine.monitors->whyNoneFound();
         if (list.empty() && why.empty() && !missing.empty())
             why = missing.front().connector + ": " + missing.front().reason;
         bool allUnreachable = !list.empty();

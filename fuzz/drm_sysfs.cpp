@@ -3,7 +3,7 @@
 // connector and an adapter in a scratch sysfs tree that the real sysfs reader lists.
 // Nothing may crash; an identity that comes back must come from a block whose checksum
 // holds, and a name must be printable ASCII of at most 13 characters.
-#include "platform/EdidFacts.h"
+#include "platform/Edid.h"
 #include "platform/linux/LinuxDrmSysfs.h"
 
 #include <cstdint>
@@ -43,14 +43,14 @@ const fs::path& scratch() {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (const auto facts = pw::platform::readEdidFacts({data, size})) {
+    if (const auto edid = pw::platform::Edid::parse({data, size}); edid.valid) {
         std::uint8_t sum = 0;
         for (std::size_t i = 0; i < 128; ++i)
             sum = static_cast<std::uint8_t>(sum + data[i]);
         if (sum != 0) std::abort();
-        if (facts->name) {
-            if (facts->name->empty() || facts->name->size() > 13) std::abort();
-            for (const char c : *facts->name)
+        if (edid.name) {
+            if (edid.name->empty() || edid.name->size() > 13) std::abort();
+            for (const char c : *edid.name)
                 if (c < 0x20 || c > 0x7E) std::abort();
         }
     }

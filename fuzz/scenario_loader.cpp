@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to the scenario loader. Whatever comes in, the loader must give
 // either a whole scenario or an error that names the input; a scenario it accepts must
 // build a machine whose displays, registry and EDIDs hold together.
+#include "platform/sim/SimDisplayServices.h"
 #include "platform/sim/SimMachine.h"
 
 #include <cstddef>
@@ -9,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -16,8 +18,10 @@ namespace {
 // with the EDID the machine built (or the one the scenario gave).
 void checkLinuxMachine(const pw::sim::SimMachine& machine, const pw::sim::Scenario& scenario) {
     const auto platform = machine.platform();
-    if (platform.registry) std::abort();
-    const auto ids = platform.displays->activeDisplayList(1024);
+    if (machine.macMonitors()) std::abort();
+    std::vector<pw::platform::DisplayID> ids;
+    for (const auto& connector : platform.drm->connectors())
+        if (connector.connected()) ids.push_back(connector.id);
     std::size_t connected = 0;
     for (const auto& display : scenario.displays)
         if (display.connector.status == "connected") ++connected;
@@ -43,10 +47,10 @@ void checkMachine(const pw::sim::Scenario& scenario) {
         checkLinuxMachine(machine, scenario);
         return;
     }
-    const auto ids = platform.displays->activeDisplayList(1024);
+    const auto ids = machine.displayServices().activeDisplayList(1024);
     if (ids.size() != scenario.displays.size()) std::abort();
     if (std::set(ids.begin(), ids.end()).size() != ids.size()) std::abort();
-    if (platform.displays->screens().size() != ids.size()) std::abort();
+    if (platform.screens->screens().size() != ids.size()) std::abort();
 
     // A framebuffer whose EDID the machine built itself always carries a valid one.
     for (const auto& display : scenario.displays) {
@@ -55,7 +59,7 @@ void checkMachine(const pw::sim::Scenario& scenario) {
             overridden = overridden || key == "IODisplayEDID";
         if (overridden) continue;
         const auto edid =
-            platform.registry->property(machine.framebufferEntry(display.id), "IODisplayEDID");
+            machine.registry().property(machine.framebufferEntry(display.id), "IODisplayEDID");
         if (!edid || !edid->bytes() || edid->bytes()->size() != 128) std::abort();
         unsigned sum = 0;
         for (const auto b : *edid->bytes())
@@ -64,7 +68,7 @@ void checkMachine(const pw::sim::Scenario& scenario) {
     }
 
     // Walking every connection up to the root and releasing everything leaves no debt.
-    auto& registry = *platform.registry;
+    auto& registry = machine.registry();
     pw::platform::IOObject iterator = 0;
     registry.getMatchingServices("DCPAVServiceProxy", iterator);
     while (auto entry = registry.iteratorNext(iterator)) {

@@ -4,7 +4,7 @@
 #include "platform/Clock.h"
 #include "platform/MainQueue.h"
 #include "support/SerialQueue.h"
-#include "transport/I2CTransport.h"
+#include "platform/I2CTransport.h"
 
 #include <atomic>
 #include <cstdint>

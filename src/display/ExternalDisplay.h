@@ -2,7 +2,7 @@
 
 #include "ddc/VCP.h"
 #include "platform/UserDefaults.h"
-#include "transport/I2CTransport.h"
+#include "platform/I2CTransport.h"
 
 #include <cstdint>
 #include <memory>
@@ -62,20 +62,5 @@ std::string displayTitle(const ExternalDisplay& display);
 
 // The displays that get DDC controls, in list order.
 std::vector<ExternalDisplay> ddcCapableDisplays(const std::vector<ExternalDisplay>& displays);
-
-// A discovered I2C channel and what is known about the monitor behind it; pairing a
-// channel with a display is decided from these facts alone.
-struct DisplayTransportMatch {
-    std::shared_ptr<I2CTransport> transport;
-    // The monitor's EDID as lowercase hex (two digits per byte), empty when unknown.
-    std::string edidUUID;
-    // Identity of the monitor behind the channel, 0 when unknown.
-    std::uint32_t vendorID = 0;
-    std::uint32_t productID = 0;
-    std::uint32_t serialNumber = 0;
-    // 1-based position of the channel's service in discovery order (skipped ones count).
-    std::int64_t serviceLocation = 0;
-    std::string ioDisplayLocation; // registry path of the service, empty when unreadable
-};
 
 } // namespace pw

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Clock.h"
-#include "transport/I2CTransport.h"
+#include "platform/I2CTransport.h"
 
 #include <chrono>
 #include <memory>

@@ -106,7 +106,7 @@ std::optional<ExternalDisplay> KeyboardManager::targetDisplay() {
     if (candidates.empty()) return std::nullopt;
     if (candidates.size() == 1) return candidates.front();
 
-    if (auto* screens = platform_.displays.get()) {
+    if (auto* screens = platform_.screens.get()) {
         const auto pointer = screens->pointerLocation();
         for (const auto& screen : screens->screens()) {
             if (!screen.frame.contains(pointer)) continue;

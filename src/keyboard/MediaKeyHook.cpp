@@ -420,11 +420,11 @@ void MediaKeyHook::reportTapError(EventTapError error) {
 }
 
 bool MediaKeyHook::pointerOnBuiltInScreen() const {
-    if (!platform_.displays) return false;
-    const auto pointer = platform_.displays->pointerLocation();
-    for (const auto& screen : platform_.displays->screens()) {
+    if (!platform_.screens) return false;
+    const auto pointer = platform_.screens->pointerLocation();
+    for (const auto& screen : platform_.screens->screens()) {
         if (!mouseInRect(pointer, screen.frame)) continue;
-        return screen.number && platform_.displays->isBuiltin(*screen.number);
+        return screen.number && screen.builtIn;
     }
     return false;
 }

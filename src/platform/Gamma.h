@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 
 namespace pw::platform {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 
 namespace pw::platform {
 

@@ -2,12 +2,9 @@
 
 #include <memory>
 
-#include "platform/AVService.h"
 #include "platform/Clock.h"
-#include "platform/DisplayServices.h"
 #include "platform/DrmSysfs.h"
 #include "platform/EventTap.h"
-#include "platform/FramebufferI2C.h"
 #include "platform/Gamma.h"
 #include "platform/Workspace.h"
 #include "platform/HostInfo.h"
@@ -16,16 +13,16 @@
 #include "platform/LevelIndicator.h"
 #include "platform/LoginItems.h"
 #include "platform/MainQueue.h"
-#include "platform/Registry.h"
+#include "platform/Monitors.h"
+#include "platform/Screens.h"
 #include "platform/SystemLog.h"
 #include "platform/UserDefaults.h"
 
 namespace pw::platform {
 
-// Which kind of machine the program runs on: decides transport discovery, the source
-// of hot-plug reports and the banner. Fixed by the CPU on a Mac, by the operating
-// system on Linux (DRM connectors and i2c-dev), by the scenario on the simulated machine.
-// `unset` is a machine that did not say: it takes no machine's path and finds no monitor.
+// Which kind of machine the program runs on, for its banner and the command line's
+// advice. Fixed by the CPU on a Mac, by the operating system on Linux, by the scenario on
+// the simulated machine. The display manager never asks: the machine's `monitors` differ.
 enum class Flavor { unset, appleSilicon, intel, linux };
 
 // Every operating-system facility the program uses, as installed at start-up.
@@ -36,12 +33,11 @@ struct Platform {
     std::shared_ptr<MainQueue> mainQueue;
     std::shared_ptr<SystemLogSink> systemLog;
     std::shared_ptr<HostInfo> host;
-    std::shared_ptr<Registry> registry;
-    std::shared_ptr<AVServiceFactory> avServices;
-    std::shared_ptr<DisplayServices> displays;
+    // The connected monitors with their channels, and hot-plug reports; the window
+    // system's screens and the pointer.
+    std::shared_ptr<Monitors> monitors;
+    std::shared_ptr<Screens> screens;
     std::shared_ptr<UserDefaults> defaults;
-    // Intel only: framebuffer I2C buses and the window server's framebuffer lookup.
-    std::shared_ptr<FramebufferI2C> framebufferI2C;
     std::shared_ptr<GammaTables> gamma;
     std::shared_ptr<EventTaps> eventTaps;
     std::shared_ptr<Workspace> workspace;

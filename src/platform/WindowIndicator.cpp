@@ -29,7 +29,7 @@ float barLevel(float level) {
 } // namespace
 
 std::shared_ptr<WindowIndicator> WindowIndicator::create(std::shared_ptr<MainQueue> mainQueue,
-                                                         std::shared_ptr<DisplayServices> screens,
+                                                         std::shared_ptr<Screens> screens,
                                                          std::shared_ptr<IndicatorWindow> window) {
     if (!mainQueue || !window) return nullptr;
     return std::shared_ptr<WindowIndicator>(
@@ -37,7 +37,7 @@ std::shared_ptr<WindowIndicator> WindowIndicator::create(std::shared_ptr<MainQue
 }
 
 WindowIndicator::WindowIndicator(std::shared_ptr<MainQueue> mainQueue,
-                                 std::shared_ptr<DisplayServices> screens,
+                                 std::shared_ptr<Screens> screens,
                                  std::shared_ptr<IndicatorWindow> window)
     : mainQueue_(std::move(mainQueue)), screens_(std::move(screens)), window_(std::move(window)) {}
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string_view>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 #include "platform/LevelIndicator.h"
 #include "platform/MainQueue.h"
 
@@ -26,7 +26,7 @@ public:
 
     // `screens` may be null (the window then stays where it was).
     static std::shared_ptr<WindowIndicator> create(std::shared_ptr<MainQueue> mainQueue,
-                                                   std::shared_ptr<DisplayServices> screens,
+                                                   std::shared_ptr<Screens> screens,
                                                    std::shared_ptr<IndicatorWindow> window);
 
     void show(IndicatorKind kind, float level, DisplayID display) override;
@@ -35,12 +35,12 @@ public:
     std::optional<Point> origin(DisplayID display) const;
 
 private:
-    WindowIndicator(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<DisplayServices> screens,
+    WindowIndicator(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<Screens> screens,
                     std::shared_ptr<IndicatorWindow> window);
     void present(IndicatorKind kind, float level, DisplayID display);
 
     std::shared_ptr<MainQueue> mainQueue_;
-    std::shared_ptr<DisplayServices> screens_;
+    std::shared_ptr<Screens> screens_;
     std::shared_ptr<IndicatorWindow> window_;
     std::uint64_t pendingHide_ = 0; // generation of the pending hide; 0 = none (main queue only)
     std::uint64_t generations_ = 0; // main queue only

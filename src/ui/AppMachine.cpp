@@ -39,7 +39,7 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
     app->platform_.defaults = std::make_shared<platform::JsonUserDefaults>();
     // The person's desktop shows the simulated machine's levels in our own window.
     app->platform_.indicator =
-        platform::WindowIndicator::create(mainQueue, app->platform_.displays, indicatorWindow);
+        platform::WindowIndicator::create(mainQueue, app->platform_.screens, indicatorWindow);
     // Launch at login is remembered like the monitors' values: an autostart entry in the
     // simulated machine's own folder, never in the person's real one.
     app->platform_.loginItems = std::make_shared<platform::XdgAutostart>(
@@ -66,7 +66,7 @@ std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue
     p.systemLog = real.systemLog;
     p.defaults = real.defaults;
     p.loginItems = real.loginItems;
-    p.indicator = platform::WindowIndicator::create(mainQueue, p.displays, indicatorWindow);
+    p.indicator = platform::WindowIndicator::create(mainQueue, p.screens, indicatorWindow);
     app->platform_ = std::move(p);
     app->unreachableNote_ =
         "panelwright: no monitor can be reached on this machine yet; to try the program "

@@ -1,6 +1,5 @@
 #include "ui/DesktopAssembly.h"
 
-#include "platform/DrmDisplayServices.h"
 #include "platform/WindowIndicator.h"
 #include "platform/linux/desktop/GammaChoice.h"
 #include "platform/linux/desktop/KeysChoice.h"
@@ -40,18 +39,14 @@ DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
             if (c.id == id) return c.name;
         return std::nullopt;
     };
+    source.builtIn = [drm](platform::DisplayID id) {
+        if (!drm) return false;
+        for (const auto& c : drm->connectors())
+            if (c.id == id) return c.builtin();
+        return false;
+    };
     return source;
 }
-
-class XScreens final : public platform::DrmDisplayServices::Screens {
-public:
-    explicit XScreens(std::shared_ptr<linuxdesktop::XRandrScreens> x) : x_(std::move(x)) {}
-    std::vector<platform::Screen> screens() override { return x_->screens(); }
-    platform::Point pointerLocation() override { return x_->pointerLocation(); }
-
-private:
-    std::shared_ptr<linuxdesktop::XRandrScreens> x_;
-};
 
 } // namespace
 
@@ -67,8 +62,7 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
         log.info("Display", "No X display: screens and pointer unknown, keys act on the first monitor");
     } else if (auto screens = linuxdesktop::XRandrScreens::create(session.xDisplay, source, log)) {
         log.info("Display", "Screens and pointer from the X server (XRandR)");
-        p.displays = std::make_shared<platform::DrmDisplayServices>(
-            p.drm, std::make_shared<XScreens>(std::move(screens)));
+        p.screens = std::move(screens);
     }
 
     p.gamma = linuxdesktop::chooseGamma(
@@ -82,7 +76,7 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
     // Plasma's indicator where it answers, else our own window.
     p.indicator = linuxdesktop::PlasmaIndicator::create(std::nullopt, log);
     if (!p.indicator)
-        p.indicator = platform::WindowIndicator::create(p.mainQueue, p.displays, indicatorWindow);
+        p.indicator = platform::WindowIndicator::create(p.mainQueue, p.screens, indicatorWindow);
 
     return std::make_shared<linuxdesktop::LogindPowerEvents>(log);
 }

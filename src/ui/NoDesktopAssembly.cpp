@@ -8,7 +8,7 @@ namespace pw::ui {
 
 std::shared_ptr<platform::PowerEvents>
 assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
-    p.indicator = platform::WindowIndicator::create(p.mainQueue, p.displays, indicatorWindow);
+    p.indicator = platform::WindowIndicator::create(p.mainQueue, p.screens, indicatorWindow);
     if (p.systemLog)
         p.systemLog->write("com.panelwright.app", "App", platform::LogLevel::info,
                            "Desktop features unavailable: built without the desktop "

@@ -3,7 +3,7 @@
 #include "ddc/VCP.h"
 #include "display/ExternalDisplay.h"
 #include "platform/MainQueue.h"
-#include "transport/I2CTransport.h"
+#include "platform/I2CTransport.h"
 
 #include <chrono>
 #include <cstdint>

@@ -5,7 +5,7 @@
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/VirtualClock.h"
-#include "transport/I2CTransport.h"
+#include "platform/I2CTransport.h"
 
 #include <deque>
 #include <memory>

@@ -6,7 +6,7 @@
 #include "platform/sim/BusLog.h"
 #include "platform/sim/SimAVService.h"
 #include "platform/sim/VirtualMonitor.h"
-#include "transport/AppleSiliconTransport.h"
+#include "platform/macos/AppleSiliconTransport.h"
 
 #include <future>
 #include <gtest/gtest.h>

@@ -84,6 +84,13 @@ TEST_F(DisplayOptions, ASecondMonitorOfTheModelDoesNotTakeTheOptionsOfTheConnect
                                                                                5678, 2)}));
     prefs::setFriendlyName(store(), "Left", "Twin+1234+5678@2");
 
+    // Asked for the second alone (the command line's --display), the first is still
+    // connected, so its options stay where they are.
+    manager->enumerateDisplays(3);
+    mainQueue().runPending();
+    ASSERT_EQ(manager->displays().size(), 1u);
+    EXPECT_EQ(prefs::friendlyName(store(), "Twin+1234+5678@2"), "Left");
+
     const auto list = enumerate();
     ASSERT_EQ(list.size(), 2u);
     EXPECT_EQ(displayTitle(list[0], store()), "Left");

@@ -209,7 +209,7 @@ TEST_F(HotPlug, AManagerLetGoDuringBusWorkEndsOnTheMainThread) {
 
         std::mutex mutex;
         std::condition_variable changed;
-        bool reading = false, letGo = false;
+        bool reading = false, letGo = false, resetting = false;
         machine->bus().setObserver([&](const sim::BusTransfer&) {
             std::unique_lock lock(mutex);
             if (reading) return;
@@ -223,12 +223,21 @@ TEST_F(HotPlug, AManagerLetGoDuringBusWorkEndsOnTheMainThread) {
             std::unique_lock lock(mutex);
             ASSERT_TRUE(changed.wait_for(lock, 20s, [&] { return reading; }));
         }
-        owned.reset(); // while the worker is on the bus
+        // The bus is let go once the owner has begun letting go of the manager, which then
+        // waits for its worker.
+        std::thread releaser([&] {
+            std::unique_lock lock(mutex);
+            changed.wait(lock, [&] { return resetting; });
+            letGo = true;
+            changed.notify_all();
+        });
         {
             std::lock_guard lock(mutex);
-            letGo = true;
+            resetting = true;
         }
         changed.notify_all();
+        owned.reset(); // while the worker is on the bus
+        releaser.join();
         while (ended.wait_for(0s) != std::future_status::ready && mainQueue().waitAndRun(1s) > 0) {
         }
         mainQueue().runUntilIdle();
@@ -268,11 +277,45 @@ TEST_F(Refresh, StoresWhatCameBackAndRaisesTheStatusOnlyForControlValues) {
     EXPECT_EQ(list[2].brightness, (DDCReadResult{75, 100}));
     EXPECT_EQ(list[3].brightness, (DDCReadResult{30, 100})); // kept from the probe
     EXPECT_EQ(list[3].ddcStatus, DDCStatus::verified);
-    EXPECT_EQ(changes, (3 + 1) + 2 + (5 + 1)); // one per stored value and status raised
+    EXPECT_EQ(changes, 1); // the refreshed list is published once, whole
 
     manager->updateDisplay({5, list[3].transport->endpointKey() + 1}, DDCReadResult{1, 2}, {}, {},
                            {}, {}); // a channel the list does not hold
-    EXPECT_EQ(changes, 12);
+    EXPECT_EQ(changes, 1);
+}
+
+// One refresh of two displays, and one hot-plug pass, each tell the observers once.
+TEST_F(Refresh, OneRefreshAndOnePassEachSendOneChangeNotification) {
+    boot(scenarioOf({monitorDisplay(2, "A", 4268, 41000, 1, 20),
+                     monitorDisplay(3, "B", 7789, 5000, 2, 40)}));
+    enumerate();
+    forgetReadings();
+    std::vector<std::size_t> published;
+    manager->subscribe([&](const std::vector<ExternalDisplay>& list) {
+        published.push_back(list.size());
+    });
+    refresh();
+    EXPECT_EQ(published, (std::vector<std::size_t>{2}));
+    bool done = false;
+    manager->enumerateDisplaysInBackground([&] { done = true; });
+    while (!done)
+        mainQueue().waitAndRun();
+    EXPECT_EQ(published, (std::vector<std::size_t>{2, 2}));
+}
+
+// A test (or a program) that ends with a refresh and a pass in flight leaves nothing
+// behind: the workers are joined and nothing on the main queue keeps the manager alive
+// (asan's leak check fails otherwise).
+TEST_F(Refresh, EndingWithWorkInFlightLeavesNothingBehind) {
+    boot(scenarioOf({monitorDisplay(2, "A", 4268, 41000, 1, 20)}));
+    enumerate();
+    forgetReadings();
+    std::weak_ptr<DisplayManager> weak = manager;
+    manager->refreshDisplays();
+    manager->enumerateDisplaysInBackground();
+    manager.reset();
+    EXPECT_TRUE(weak.expired());
+    mainQueue().runUntilIdle();
 }
 
 // The refresh reads on its own queue while the main thread replaces the list: whatever

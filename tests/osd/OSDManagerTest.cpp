@@ -212,17 +212,8 @@ TEST(WindowIndicator, HidesOneAndAHalfSecondsAfterTheLastShow) {
 
 // Screens as a test arranges them: a main screen that is not the first, visible frames
 // smaller than the frames.
-class ArrangedScreens final : public platform::DisplayServices {
+class ArrangedScreens final : public platform::Screens {
 public:
-    std::vector<platform::DisplayID> activeDisplayList(std::uint32_t) override { return {}; }
-    bool isBuiltin(platform::DisplayID) override { return false; }
-    std::uint32_t vendorNumber(platform::DisplayID) override { return 0; }
-    std::uint32_t modelNumber(platform::DisplayID) override { return 0; }
-    std::uint32_t serialNumber(platform::DisplayID) override { return 0; }
-    std::optional<platform::ProductNameMap> productNames(platform::DisplayID) override {
-        return std::nullopt;
-    }
-    std::int32_t displayServicesGetBrightness(platform::DisplayID, float&) override { return 1; }
     std::vector<platform::Screen> screens() override { return list; }
     std::optional<platform::Screen> mainScreen() override { return list.at(1); }
     platform::Point pointerLocation() override { return {}; }
@@ -253,7 +244,7 @@ TEST(WindowIndicator, PlacesTheWindowOnTheDisplaysScreenElseTheMainScreen) {
     expectAt(origin(bed, bed.machine.platform(), 42), 960 - 100, 100);
 
     auto arranged = bed.machine.platform();
-    arranged.displays = std::make_shared<ArrangedScreens>();
+    arranged.screens = std::make_shared<ArrangedScreens>();
     expectAt(origin(bed, arranged, 7), 1920 + 600 - 100, 230 + 100);
     expectAt(origin(bed, arranged, 9), 960 - 100, 80 + 100);
     expectAt(origin(bed, arranged, 0), 960 - 100, 80 + 100); // a screen without a number

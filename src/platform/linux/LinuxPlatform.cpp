@@ -1,6 +1,6 @@
 #include "platform/linux/LinuxPlatform.h"
 
-#include "platform/DrmDisplayServices.h"
+#include "platform/drm/LinuxMonitors.h"
 #include "platform/linux/JournalSystemLog.h"
 #include "platform/linux/JsonUserDefaults.h"
 #include "platform/linux/LinuxDrmSysfs.h"
@@ -30,10 +30,11 @@ Platform makeLinuxPlatform(const LinuxMachineOptions& options) {
 
     auto drm = std::make_shared<LinuxDrmSysfs>(options.root);
     p.drm = drm;
-    // Screens and the pointer come from the desktop session once the application has one.
-    p.displays = std::make_shared<DrmDisplayServices>(drm);
     p.i2cDevices = std::make_shared<LinuxI2CDevices>(options.root, options.forceSlaveAddress);
     if (options.mainQueue) p.hotPlug = std::make_shared<UdevHotPlugMonitor>(options.mainQueue);
+    // Screens and the pointer come from the desktop session once the application has one.
+    p.monitors = std::make_shared<LinuxMonitors>(
+        LinuxMonitors::Parts{p.drm, p.i2cDevices, p.hotPlug, p.clock});
     p.loginItems = std::make_shared<XdgAutostart>(
         xdg::configHome(), XdgAutostart::appExecutable(),
         [log = p.systemLog](const std::string& message) {

@@ -10,9 +10,9 @@
 #include <variant>
 #include <vector>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 #include "platform/Platform.h"
-#include "platform/Registry.h"
+#include "platform/macos/Registry.h"
 #include "platform/sim/MonitorSpec.h"
 
 namespace pw::sim {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/AVService.h"
+#include "platform/macos/AVService.h"
 #include "platform/sim/BusLog.h"
 #include "platform/sim/BusWire.h"
 #include "platform/sim/VirtualMonitor.h"

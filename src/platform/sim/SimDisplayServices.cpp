@@ -86,7 +86,8 @@ std::vector<platform::Screen> SimDisplayServices::screens() {
     std::vector<platform::Screen> screens;
     for (const auto& d : displays_) {
         screens.push_back(
-            platform::Screen{d.id, d.screenName.value_or(d.name.value_or("")), d.frame, std::nullopt});
+            platform::Screen{d.id, d.screenName.value_or(d.name.value_or("")), d.frame, std::nullopt,
+                             d.builtin});
     }
     return screens;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
+#include "platform/macos/DisplayServices.h"
 #include "platform/sim/Scenario.h"
 
 #include <mutex>
@@ -11,7 +12,7 @@ namespace pw::sim {
 // The window system of the simulated machine: the active displays in the order the
 // system lists them, their identities, product names and screens. Thread-safe, since
 // the program asks from worker threads while displays are plugged in on the main one.
-class SimDisplayServices final : public platform::DisplayServices {
+class SimDisplayServices final : public platform::DisplayServices, public platform::Screens {
 public:
     // What displayServicesGetBrightness answers for a display the system cannot dim
     // itself (any non-zero code will do for the program).

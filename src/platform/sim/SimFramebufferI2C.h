@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/FramebufferI2C.h"
+#include "platform/macos/FramebufferI2C.h"
 #include "platform/sim/BusWire.h"
 #include "platform/sim/Scenario.h"
 

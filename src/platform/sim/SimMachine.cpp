@@ -1,8 +1,9 @@
 #include "platform/sim/SimMachine.h"
 
-#include "platform/DrmDisplayServices.h"
 #include "platform/WindowIndicator.h"
 #include "platform/macos/MacLevelIndicator.h"
+#include "platform/drm/LinuxMonitors.h"
+#include "platform/macos/MacMonitors.h"
 
 #include "platform/sim/Edid.h"
 #include "platform/sim/SimAVService.h"
@@ -156,7 +157,9 @@ struct SimMachine::State {
     std::shared_ptr<SimDrmSysfs> drm;
     std::shared_ptr<SimI2CDevices> i2c;
     std::shared_ptr<SimHotPlugMonitor> hotPlug;
-    std::shared_ptr<platform::DrmDisplayServices> drmDisplays;
+    // The monitors as the machine of the scenario's kind finds them: the Mac's discovery
+    // over the registry above, or the Linux one over the kernel side.
+    std::shared_ptr<platform::Monitors> monitors;
     int nextAdapter = 10;
     std::map<std::string, unsigned> connectorsOfType;
     std::map<DisplayID, std::string> connectorNames;
@@ -169,6 +172,7 @@ struct SimMachine::State {
     std::uint32_t nextExternal = 0;
 
     void build(const Scenario& scenario);
+    macos::MacParts macParts() const;
     DisplaySpec place(DisplaySpec display) const;
     Attachment attach(const DisplaySpec& display);
     void attachAppleSilicon(const DisplaySpec& display, Attachment& attachment);
@@ -198,7 +202,7 @@ void SimMachine::State::build(const Scenario& scenario) {
         drm = std::make_shared<SimDrmSysfs>();
         i2c = std::make_shared<SimI2CDevices>(bus);
         hotPlug = std::make_shared<SimHotPlugMonitor>(mainQueue);
-        drmDisplays = std::make_shared<platform::DrmDisplayServices>(drm);
+        monitors = std::make_shared<LinuxMonitors>(LinuxMonitors::Parts{drm, i2c, hotPlug, clock});
         drm->setPresent(scenario.linuxMachine.drm);
         i2c->setPresent(scenario.linuxMachine.i2cDev);
         // Adapters of no display: nothing answers on them.
@@ -207,6 +211,9 @@ void SimMachine::State::build(const Scenario& scenario) {
             i2c->attach(adapter.number, SimI2CBus{});
         }
     }
+
+    if (flavor == platform::Flavor::appleSilicon || flavor == platform::Flavor::intel)
+        monitors = std::make_shared<macos::MacMonitors>(macParts());
 
     if (flavor == platform::Flavor::appleSilicon) {
         const auto expert = registry->addEntry(registry->root(), "AppleARMPE", "AppleARMPE");
@@ -223,6 +230,20 @@ void SimMachine::State::build(const Scenario& scenario) {
         attached[placed.id] = attach(placed);
         displays->add(std::move(placed));
     }
+}
+
+macos::MacParts SimMachine::State::macParts() const {
+    macos::MacParts parts;
+    parts.kind = flavor == platform::Flavor::intel ? macos::MacParts::Kind::intel
+                                                   : macos::MacParts::Kind::appleSilicon;
+    parts.clock = clock;
+    parts.mainQueue = mainQueue;
+    parts.displays = displays;
+    parts.screens = displays;
+    parts.registry = registry;
+    parts.avServices = avServices;
+    parts.framebufferI2C = framebufferI2C;
+    return parts;
 }
 
 // Screens without a frame of their own are placed in a row, each to the right of the
@@ -409,11 +430,9 @@ platform::Platform SimMachine::platform() const {
     p.mainQueue = state_->mainQueue;
     p.systemLog = state_->systemLog;
     p.host = state_->host;
-    p.registry = state_->registry;
-    p.avServices = state_->avServices;
-    p.displays = state_->displays;
+    p.monitors = state_->monitors;
+    p.screens = state_->displays;
     p.defaults = state_->defaults;
-    p.framebufferI2C = state_->framebufferI2C;
     // Without gamma the tables still exist for tests to inspect; the platform offers none.
     p.gamma = state_->offersGamma ? state_->gamma : nullptr;
     p.eventTaps = state_->eventTaps;
@@ -430,10 +449,8 @@ platform::Platform SimMachine::platform() const {
                        platform::LogLevel::info, line);
         });
     if (state_->flavor == platform::Flavor::linux) {
-        // A Linux machine has no registry: displays and channels come from DRM and i2c-dev.
-        p.registry = nullptr;
-        p.avServices = nullptr;
-        p.displays = state_->drmDisplays;
+        // A Linux machine's screens come from its desktop session, which this one lacks.
+        p.screens = nullptr;
         p.drm = state_->drm;
         p.i2cDevices = state_->i2c;
         p.hotPlug = state_->hotPlug;
@@ -466,6 +483,15 @@ RegistryLedger SimMachine::ledger() const {
 }
 SimRegistry& SimMachine::registry() const {
     return *state_->registry;
+}
+platform::AVServiceFactory& SimMachine::avServices() const {
+    return *state_->avServices;
+}
+macos::MacParts SimMachine::macParts() const {
+    return state_->macParts();
+}
+macos::MacMonitors* SimMachine::macMonitors() const {
+    return dynamic_cast<macos::MacMonitors*>(state_->monitors.get());
 }
 SimDisplayServices& SimMachine::displayServices() const {
     return *state_->displays;

@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "platform/macos/AVService.h"
+#include "platform/macos/MacParts.h"
 #include "platform/sim/BusLog.h"
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
@@ -14,6 +16,10 @@
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/VirtualClock.h"
 #include "platform/sim/VirtualMonitor.h"
+
+namespace pw::macos {
+class MacMonitors;
+}
 
 namespace pw::sim {
 
@@ -104,6 +110,11 @@ public:
     std::vector<DisplaySpec> activeDisplays() const;
     // AV services made so far (each createWithService that returned one).
     std::size_t avServicesCreated() const;
+    // The Mac's AV-service factory, and the Mac's monitors (null on a Linux machine).
+    platform::AVServiceFactory& avServices() const;
+    macos::MacMonitors* macMonitors() const;
+    // What a Mac machine's monitors are built from (tests build variants of it).
+    macos::MacParts macParts() const;
 
 private:
     struct State;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/MainQueue.h"
-#include "platform/Registry.h"
+#include "platform/macos/Registry.h"
 
 #include <cstdint>
 #include <map>

@@ -7,15 +7,16 @@
 #include "app/DiagnosticLog.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
-#include "platform/EdidFacts.h"
+#include "platform/Edid.h"
 #include "platform/linux/LinuxDrmSysfs.h"
 #include "platform/linux/LinuxI2CDevices.h"
+#include "platform/drm/LinuxMonitors.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/VirtualClock.h"
-#include "transport/I2CDevTransport.h"
+#include "platform/drm/I2CDevTransport.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>
@@ -70,6 +71,8 @@ protected:
         Program(const std::filesystem::path& root, bool force) {
             machine = platform::makeLinuxPlatform({root, force, queue});
             machine.clock = clock;
+            machine.monitors = std::make_shared<LinuxMonitors>(
+                LinuxMonitors::Parts{machine.drm, machine.i2cDevices, machine.hotPlug, clock});
             machine.systemLog = std::make_shared<sim::MemorySystemLog>();
             installed = std::make_unique<ScopedPlatform>(machine);
             manager = std::make_shared<DisplayManager>(machine, ddc);

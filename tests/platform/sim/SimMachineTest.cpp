@@ -1,5 +1,6 @@
 #include "platform/sim/SimLinux.h"
 #include "platform/sim/SimMachine.h"
+#include "platform/sim/SimDisplayServices.h"
 
 #include "common/TestSupport.h"
 #include "platform/sim/Edid.h"
@@ -167,7 +168,7 @@ TEST(SimRegistryTree, ConnectionsHaveTheirOwnPathsUpToARootAndUnknownHandlesAreR
     noChannel.monitor.reset();
     SimMachine machine(scenarioOf({builtinSpec(), monitorSpec(2, "Left", 1),
                                    monitorSpec(3, "Right", 2), noChannel}));
-    auto& registry = *machine.platform().registry;
+    auto& registry = machine.registry();
     const auto proxies = matching(registry, "DCPAVServiceProxy");
     ASSERT_EQ(proxies.size(), 3u) << "a display without DDC/CI has no connection";
     EXPECT_EQ(matching(registry, "AppleCLCD2").size(), 4u);
@@ -243,7 +244,7 @@ std::int32_t setBrightness(platform::AVService& service, std::uint8_t value) {
 TEST(SimAVServices, EachCreationIsANewServiceOnItsOwnConnection) {
     SimMachine machine(
         scenarioOf({builtinSpec(), monitorSpec(2, "Left", 1), monitorSpec(3, "Right", 2)}));
-    auto& factory = *machine.platform().avServices;
+    auto& factory = machine.avServices();
     const auto first = factory.createWithService(machine.proxyEntry(2));
     const auto again = factory.createWithService(machine.proxyEntry(2));
     const auto right = factory.createWithService(machine.proxyEntry(3));
@@ -259,48 +260,22 @@ TEST(SimAVServices, EachCreationIsANewServiceOnItsOwnConnection) {
     EXPECT_EQ(factory.createWithService(0), nullptr);
 }
 
-TEST(SimDisplays, AnswerIdentityNamesBrightnessAndScreens) {
-    auto apple = monitorSpec(3, "Studio Display");
-    apple.appleDisplay = true;
-    apple.monitor.reset();
+// Screens without a frame of their own stand in a row; a given frame is kept; built-in
+// panels are marked (the keys over them stay with the system).
+TEST(SimDisplays, ScreensStandInARowAndKeepTheirOwnFrames) {
     auto anonymous = monitorSpec(4, "unused", 77);
     anonymous.name.reset();
-    anonymous.productNames.clear();
     anonymous.frame = {-800, 100, 800, 600};
-    auto odd = monitorSpec(5, "Odd");
-    odd.productNamesWrongType = true;
-    odd.screenName = "Screen Five";
-    SimMachine machine(
-        scenarioOf({builtinSpec(), monitorSpec(2, "Office", 12), apple, anonymous, odd}));
-    auto& displays = *machine.platform().displays;
-
-    EXPECT_EQ(displays.activeDisplayList(32), (std::vector<platform::DisplayID>{1, 2, 3, 4, 5}));
-    EXPECT_EQ(displays.activeDisplayList(2), (std::vector<platform::DisplayID>{1, 2}));
-    EXPECT_EQ(displays.vendorNumber(99), 0u);
-    EXPECT_EQ(displays.productNames(2)->names,
-              (std::vector<std::pair<std::string, std::string>>{{"en_US", "Office"}}));
-    EXPECT_FALSE(displays.productNames(4));
-    EXPECT_TRUE(displays.productNames(5)->wrongType && displays.productNames(5)->names.empty());
-
-    // Only the built-in panel and Apple displays answer the system's brightness call.
-    float level = -1;
-    std::vector<bool> answered;
-    for (platform::DisplayID id : {1u, 2u, 3u, 99u})
-        answered.push_back(displays.displayServicesGetBrightness(id, level) == 0);
-    EXPECT_EQ(answered, (std::vector<bool>{true, false, true, false}));
-
-    // Screens without a frame of their own stand in a row; a given frame is kept.
-    const auto screens = displays.screens();
-    ASSERT_EQ(screens.size(), 5u);
-    std::vector<std::string> names;
-    for (const auto& screen : screens) names.push_back(screen.localizedName);
-    EXPECT_EQ(names, (std::vector<std::string>{"Built-in Retina Display", "Office",
-                                               "Studio Display", "", "Screen Five"}));
+    SimMachine machine(scenarioOf({builtinSpec(), monitorSpec(2, "Office", 12), anonymous,
+                                   monitorSpec(5, "Odd")}));
+    const auto screens = machine.displayServices().screens();
+    ASSERT_EQ(screens.size(), 4u);
+    EXPECT_TRUE(screens[0].builtIn);
+    EXPECT_FALSE(screens[1].builtIn);
     EXPECT_EQ(screens[0].frame.x, 0.0);
     EXPECT_EQ(screens[1].frame.x, screens[0].frame.width);
-    EXPECT_EQ(screens[2].frame.x, screens[1].frame.x + screens[1].frame.width);
-    EXPECT_EQ(screens[3].frame.x, -800.0);
-    EXPECT_EQ(screens[4].frame.x, screens[2].frame.x + screens[2].frame.width);
+    EXPECT_EQ(screens[2].frame.x, -800.0);
+    EXPECT_EQ(screens[3].frame.x, screens[1].frame.x + screens[1].frame.width);
 }
 
 class SimHotPlug : public ::testing::Test {
@@ -322,10 +297,10 @@ protected:
                   kSuccess);
         return iterator;
     }
-    platform::Registry& registry() { return *machine.platform().registry; }
+    platform::Registry& registry() { return machine.registry(); }
 
     SimMachine machine;
-    platform::NotificationPort port = machine.platform().registry->createNotificationPort();
+    platform::NotificationPort port = machine.registry().createNotificationPort();
     std::vector<std::string> calls;
 };
 
@@ -343,7 +318,7 @@ TEST_F(SimHotPlug, PlugAndUnplugAreReportedOnTheMainQueue) {
     EXPECT_FALSE(machine.plug(studio)) << "already plugged in";
     const auto framebuffer = machine.framebufferEntry(3);
     EXPECT_TRUE(calls.empty()) << "delivered only when the main queue runs";
-    EXPECT_EQ(machine.platform().displays->screens().size(), 3u);
+    EXPECT_EQ(machine.displayServices().screens().size(), 3u);
     EXPECT_EQ(matching(registry(), "DCPAVServiceProxy").size(), 3u);
     machine.manualMainQueue()->runPending();
     EXPECT_EQ(calls,
@@ -351,12 +326,12 @@ TEST_F(SimHotPlug, PlugAndUnplugAreReportedOnTheMainQueue) {
 
     calls.clear();
     const auto monitor = machine.monitor(2);
-    const auto service = machine.platform().avServices->createWithService(machine.proxyEntry(2));
+    const auto service = machine.avServices().createWithService(machine.proxyEntry(2));
     ASSERT_TRUE(machine.unplug(2));
     EXPECT_FALSE(machine.unplug(2));
     EXPECT_FALSE(monitor->attached());
     EXPECT_NE(setBrightness(*service, 10), 0) << "the cable is out";
-    EXPECT_EQ(machine.platform().displays->activeDisplayList(8),
+    EXPECT_EQ(machine.displayServices().activeDisplayList(8),
               (std::vector<platform::DisplayID>{1, 3}));
     EXPECT_EQ(matching(registry(), "DCPAVServiceProxy").size(), 2u);
     machine.manualMainQueue()->runPending();
@@ -439,7 +414,7 @@ TEST(SimMachineTime, ReportsAfterTheMachineIsGoneAreDropped) {
     {
         SimMachine machine(scenarioOf({monitorSpec(1, "Only", 1)}), clock, queue);
         EXPECT_EQ(machine.virtualClock(), clock.get());
-        auto& registry = *machine.platform().registry;
+        auto& registry = machine.registry();
         const auto port = registry.createNotificationPort();
         registry.attachToMainRunLoop(port);
         IOObject iterator = 0;

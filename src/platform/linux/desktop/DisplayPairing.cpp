@@ -1,12 +1,12 @@
 #include "platform/linux/desktop/DisplayPairing.h"
 
+#include "platform/Edid.h"
+
 #include <algorithm>
 
 namespace pw::linuxdesktop {
 
 namespace {
-
-constexpr std::size_t kBaseBlock = 128;
 
 // "card0-DP-1" -> "DP-1": the kernel names connectors after their card, compositors do not.
 std::string withoutCard(const std::string& name) {
@@ -16,11 +16,6 @@ std::string withoutCard(const std::string& name) {
         ++i;
     if (i == 4 || i >= name.size() || name[i] != '-') return name;
     return name.substr(i + 1);
-}
-
-bool sameBaseBlock(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
-    return a.size() >= kBaseBlock && b.size() >= kBaseBlock &&
-           std::equal(a.begin(), a.begin() + kBaseBlock, b.begin());
 }
 
 } // namespace
@@ -70,7 +65,7 @@ std::vector<std::optional<platform::DisplayID>> pairOutputs(const std::vector<Ou
     for (std::size_t i = 0; i < outputs.size(); ++i)
         claim(i, [&](const Known& display) { return sameName(i, display); });
     for (std::size_t i = 0; i < outputs.size(); ++i)
-        claim(i, [&](const Known& display) { return sameBaseBlock(outputs[i].edid, display.edid); });
+        claim(i, [&](const Known& display) { return platform::sameBaseBlock(outputs[i].edid, display.edid); });
     const bool namedOtherwise = outputs.size() == 1 && known.size() == 1 &&
                                 outputs[0].connectorName && known[0].connectorName &&
                                 !sameName(0, known[0]);

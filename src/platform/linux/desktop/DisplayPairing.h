@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 
 namespace pw::linuxdesktop {
 
@@ -19,6 +19,8 @@ struct DisplaySource {
     std::function<std::optional<std::uint32_t>(platform::DisplayID)> connectorId; // may be empty
     // The kernel's connector name, "card0-DP-1" or "DP-1"; may be empty.
     std::function<std::optional<std::string>(platform::DisplayID)> connectorName;
+    // A built-in panel, which the system dims itself; may be empty.
+    std::function<bool(platform::DisplayID)> builtIn;
 };
 
 // What the window system says about one of its outputs.

@@ -94,6 +94,9 @@ XRandrScreens::arrange(const std::vector<RandrOutput>& outputs,
         for (std::size_t j = 0; j < outputs.size() && !screen.number; ++j)
             if (outputs[j].crtc == output.crtc) screen.number = displays[j];
         screen.localizedName = output.identity.name;
+        // Built-in panels are named by their kind of connector, as in the kernel.
+        for (const std::string_view panel : {"eDP", "LVDS", "DSI"})
+            if (output.identity.name.starts_with(panel)) screen.builtIn = true;
         screen.frame = flip(output.x, output.y, output.width, output.height);
         if (workArea) {
             const double left = std::max<double>(output.x, workArea->x);
@@ -131,7 +134,11 @@ std::vector<platform::Screen> XRandrScreens::screens() {
     std::vector<OutputIdentity> identities;
     for (const auto& output : outputs)
         identities.push_back(output.identity);
-    return arrange(outputs, pairOutputs(identities, source_), workArea());
+    auto screens = arrange(outputs, pairOutputs(identities, source_), workArea());
+    if (source_.builtIn)
+        for (auto& screen : screens)
+            if (screen.number && source_.builtIn(*screen.number)) screen.builtIn = true;
+    return screens;
 }
 
 std::optional<platform::Screen> XRandrScreens::mainScreen() {

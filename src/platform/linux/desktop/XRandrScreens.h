@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/DisplayServices.h"
+#include "platform/Screens.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/DisplayPairing.h"
 #include "platform/linux/desktop/RandrOutputs.h"
@@ -24,17 +24,17 @@ class XConnection;
 // pixel it is on, so it lies inside the frame of the screen it is on whether a caller
 // counts a frame's lower or upper edge as inside. The visible frame is the desktop's work area (_NET_WORKAREA of the current
 // desktop, set by the window manager) cut to the screen; without one it is the frame.
-class XRandrScreens {
+class XRandrScreens final : public platform::Screens {
 public:
     // Null, after one logged line, when no X server answers or it has no RandR 1.2.
     static std::shared_ptr<XRandrScreens> create(const std::optional<std::string>& displayName,
                                                  DisplaySource source, DesktopLog log);
-    ~XRandrScreens();
+    ~XRandrScreens() override;
 
     // The primary output's screen first, the others in the server's order.
-    std::vector<platform::Screen> screens();
-    std::optional<platform::Screen> mainScreen();
-    platform::Point pointerLocation();
+    std::vector<platform::Screen> screens() override;
+    std::optional<platform::Screen> mainScreen() override;
+    platform::Point pointerLocation() override;
 
     // The geometry rules alone: outputs and work area in root-window pixels (y down).
     struct WorkArea {

@@ -19,33 +19,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The simulated machine's display services, with screens and pointer from the X server.
-class ScreensFromX final : public platform::DisplayServices {
-public:
-    ScreensFromX(std::shared_ptr<platform::DisplayServices> sim,
-                 std::shared_ptr<linuxdesktop::XRandrScreens> x)
-        : sim_(std::move(sim)), x_(std::move(x)) {}
-    std::vector<platform::DisplayID> activeDisplayList(std::uint32_t max) override {
-        return sim_->activeDisplayList(max);
-    }
-    bool isBuiltin(platform::DisplayID id) override { return sim_->isBuiltin(id); }
-    std::uint32_t vendorNumber(platform::DisplayID id) override { return sim_->vendorNumber(id); }
-    std::uint32_t modelNumber(platform::DisplayID id) override { return sim_->modelNumber(id); }
-    std::uint32_t serialNumber(platform::DisplayID id) override { return sim_->serialNumber(id); }
-    std::optional<platform::ProductNameMap> productNames(platform::DisplayID id) override {
-        return sim_->productNames(id);
-    }
-    std::int32_t displayServicesGetBrightness(platform::DisplayID id, float& b) override {
-        return sim_->displayServicesGetBrightness(id, b);
-    }
-    std::vector<platform::Screen> screens() override { return x_->screens(); }
-    platform::Point pointerLocation() override { return x_->pointerLocation(); }
-
-private:
-    std::shared_ptr<platform::DisplayServices> sim_;
-    std::shared_ptr<linuxdesktop::XRandrScreens> x_;
-};
-
 class KeysOnTheMonitorUnderThePointer : public KeyboardTestBed {
 protected:
     void SetUp() override {
@@ -90,6 +63,9 @@ protected:
 
         linuxdesktop::DisplaySource source;
         source.displays = [this] { return machine->displayServices().activeDisplayList(16); };
+        source.builtIn = [this](platform::DisplayID id) {
+            return machine->displayServices().isBuiltin(id);
+        };
         source.edid = [this](platform::DisplayID display) -> std::optional<std::vector<std::uint8_t>> {
             for (const auto& d : machine->activeDisplays())
                 if (d.id == display) return sim::buildEdid(d);
@@ -98,9 +74,8 @@ protected:
         auto desktop = machine->platform();
         desktop.eventTaps = std::make_shared<linuxdesktop::X11EventTaps>(
             server->name(), linuxdesktop::DesktopLog{desktop.systemLog});
-        desktop.displays = std::make_shared<ScreensFromX>(
-            desktop.displays, linuxdesktop::XRandrScreens::create(
-                                  server->name(), source, linuxdesktop::DesktopLog{desktop.systemLog}));
+        desktop.screens = linuxdesktop::XRandrScreens::create(
+            server->name(), source, linuxdesktop::DesktopLog{desktop.systemLog});
         keyboard = std::make_shared<KeyboardManager>(desktop, displays, ddc, osd);
         keyboard->start();
         XWarpPointer(x, 0, DefaultRootWindow(x), 0, 0, 0, 0, 600, 500);
