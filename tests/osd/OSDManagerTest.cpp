@@ -49,7 +49,7 @@ public:
     std::shared_ptr<platform::WindowIndicator> window(const platform::Platform& p) {
         // Not owning: the machine outlives every indicator of a test.
         return platform::WindowIndicator::create(
-            p.mainQueue, p.displays,
+            p.mainQueue, p.screens,
             std::shared_ptr<platform::IndicatorWindow>(std::shared_ptr<void>{},
                                                        &machine.indicatorWindow()));
     }

@@ -59,7 +59,7 @@ private slots:
             double shown;
             const char* picture;
         } contents[] = {{"sun.max.fill", 0.5f, 66, "indicator-brightness.png"},
-                        {"speaker.wave.2.fill", 1.0f / 3.0f, 44, nullptr},
+                        {"speaker.wave.2.fill", 0.25f, 33, nullptr},
                         {"speaker.slash.fill", 0, 0, "indicator-mute.png"},
                         {"sun.max.fill", 1.2f, 132, nullptr}}; // past the end: full
         for (const auto& c : contents) {
