@@ -6,16 +6,15 @@
 #include "platform/Clock.h"
 #include "platform/DisplayServices.h"
 #include "platform/DrmSysfs.h"
-#include "platform/EventTap.h"
 #include "platform/FramebufferI2C.h"
 #include "platform/Gamma.h"
 #include "platform/OSD.h"
-#include "platform/Workspace.h"
 #include "platform/HostInfo.h"
 #include "platform/HotPlugMonitor.h"
 #include "platform/I2CDevices.h"
 #include "platform/LoginItems.h"
 #include "platform/MainQueue.h"
+#include "platform/MediaKeys.h"
 #include "platform/Registry.h"
 #include "platform/SystemLog.h"
 #include "platform/UserDefaults.h"
@@ -43,9 +42,7 @@ struct Platform {
     // Intel only: framebuffer I2C buses and the window server's framebuffer lookup.
     std::shared_ptr<FramebufferI2C> framebufferI2C;
     std::shared_ptr<GammaTables> gamma;
-    std::shared_ptr<EventTaps> eventTaps;
-    std::shared_ptr<Workspace> workspace;
-    std::shared_ptr<DistributedNotifications> distributedNotifications;
+    std::shared_ptr<MediaKeys> mediaKeys;
     std::shared_ptr<OSDFramework> osdFramework;
     std::shared_ptr<LevelIndicators> levelIndicators;
     // Linux only: DRM connectors and i2c adapters, the /dev/i2c-* files, udev hot-plug.

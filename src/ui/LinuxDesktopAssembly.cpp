@@ -75,7 +75,7 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
                                                      "dimmed-gamma"));
 
     // Null: no media keys; the popover and the command line still work.
-    p.eventTaps = linuxdesktop::chooseKeys(session, std::nullopt, log);
+    p.mediaKeys = linuxdesktop::chooseKeys(session, std::nullopt, log);
 
     // Null leaves the app's own indicator window in charge.
     p.osdFramework = linuxdesktop::PlasmaOSDFramework::create(std::nullopt, log);
@@ -83,7 +83,7 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
     return std::make_shared<linuxdesktop::LogindPowerEvents>(log);
 }
 
-std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform& p) {
+std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform& p) {
     const auto session = linuxdesktop::SessionFacts::fromEnvironment();
     if (!session.xDisplay && !session.wayland()) return nullptr;
     return linuxdesktop::chooseKeys(session, std::nullopt, DesktopLog{p.systemLog});

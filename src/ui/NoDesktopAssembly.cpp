@@ -13,6 +13,6 @@ std::shared_ptr<platform::PowerEvents> assembleDesktop(platform::Platform& p) {
     return nullptr;
 }
 
-std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform&) { return nullptr; }
+std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform&) { return nullptr; }
 
 } // namespace pw::ui
