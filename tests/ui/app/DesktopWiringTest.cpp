@@ -137,7 +137,7 @@ TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnava
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 
     EXPECT_FALSE(p.gamma) << "no half-working dimming";
-    EXPECT_FALSE(p.eventTaps);
+    EXPECT_FALSE(p.mediaKeys);
     EXPECT_FALSE(p.osdFramework) << "the app's own indicator stays in charge";
     bool said = false;
     for (const auto& e : log->entries()) said = said || e.message.find("unavailable") != std::string::npos;

@@ -78,6 +78,7 @@ struct X11MediaKeys::Reader {
     // Holds exactly the wanted keys; refused ones are named (once, at the start) and left
     // to whoever holds them.
     void grabWanted(const platform::KeySet& wanted, bool logRefusals) {
+        if (connection->lost()) return;
         Display* x = connection->display();
         for (auto& grab : grabs) {
             if (grab.keycode == 0) continue;
@@ -140,13 +141,7 @@ struct X11MediaKeys::Reader {
                 if (event.type == KeyPress || event.type == KeyRelease)
                     handleKey(event.xkey, event.type == KeyPress);
             }
-            if (connection->lost()) {
-                log.error(kCategory, "The X server went away: media keys stop");
-                std::lock_guard lock(mutex);
-                for (auto& grab : grabs)
-                    grab.held = false;
-                return;
-            }
+            if (connection->lost()) return serverGone();
             pollfd fds[2] = {{xFd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
             if (poll(fds, 2, -1) > 0 && (fds[1].revents & POLLIN)) {
                 std::uint64_t count = 0;
@@ -154,6 +149,15 @@ struct X11MediaKeys::Reader {
             }
         }
         grabWanted({}, false); // every key back to the desktop
+        // A server that went away while we were asked to stop is still said.
+        if (connection->lost()) serverGone();
+    }
+
+    void serverGone() {
+        log.error(kCategory, "The X server went away: media keys stop");
+        std::lock_guard lock(mutex);
+        for (auto& grab : grabs)
+            grab.held = false;
     }
 
     void end() {
