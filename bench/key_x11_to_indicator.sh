@@ -36,12 +36,12 @@ read -r -u 4 DBUS_SESSION_BUS_ADDRESS
 pids+=($!)
 export DBUS_SESSION_BUS_ADDRESS
 
-"$app" --simulate "$scenario" 2>/dev/null & pids+=($!)
+"$app" --simulate "$scenario" 2>"$work/stderr.txt" & pids+=($!)
 log=$work/state/panelwright/Panelwright.log
 for _ in $(seq 1 600); do grep -q "Startup complete" "$log" 2>/dev/null && break; sleep 0.05; done
 grep -q "Startup complete" "$log" || { echo "the app did not start" >&2; exit 1; }
-grep -q "Media keys through X key grabs" "$log" ||
-  echo "note: the log does not say the keys come through X key grabs" >&2
+grep -q "Media keys through X key grabs" "$work/stderr.txt" "$log" ||
+  echo "note: no line says the keys come through X key grabs" >&2
 sleep 1
 
 # Windows mapped on the screen, one line each, as the X server reports them.
