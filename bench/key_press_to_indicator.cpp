@@ -3,8 +3,8 @@
 // fetches a reply, and the DDC manager sleeps 10 ms before every write attempt. A press whose
 // value is in the cache costs at least the write wait plus the bus write; one without it
 // pays for the read first. Measured from the key (the manager's `handle`, or an event typed
-// on the simulated keyboard, which also crosses the tap's thread and the hop to the main
-// thread) to the moment the system indicator is called on the main thread. Prints the
+// on the simulated Mac keyboard, which also crosses the tap's thread and the post to the
+// main thread) to the moment the system indicator is called on the main thread. Prints the
 // figures; asserts nothing.
 #include "BenchMachines.h"
 #include "ddc/DDCManager.h"
@@ -105,11 +105,10 @@ double pressOnce(Bed& bed, Path path, Cache cache, bool up) {
 
     const auto pressed = steady_clock::now();
     if (path == Path::handle) {
-        bed.keyboard->handle(up ? pw::MediaKey::brightnessUp : pw::MediaKey::brightnessDown,
-                             pw::KeyEvent{}, std::nullopt);
+        bed.keyboard->handle({up ? pw::MediaKey::brightnessUp : pw::MediaKey::brightnessDown});
     } else {
-        // Brightness up (code 2) or down (3), key down; the injection waits for the main
-        // thread, which the loop below runs.
+        // Brightness up (code 2) or down (3), key down, decided on the tap's thread and
+        // posted to the main thread, which the loop below runs.
         bed.sim.eventTaps().inject(
             pw::sim::SimEventTaps::systemDefined(up ? 0x00020A00 : 0x00030A00));
     }

@@ -2,6 +2,7 @@
 
 #include "support/ProcessInstance.h"
 
+#include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
@@ -22,11 +23,13 @@ namespace {
 // The widest step a 16-bit feature can take.
 constexpr std::uint32_t kWidestStep = 65535;
 
-const std::vector<MediaKey>& watchedKeys() {
-    static const std::vector<MediaKey> keys = {MediaKey::brightnessUp, MediaKey::brightnessDown,
-                                               MediaKey::volumeUp, MediaKey::volumeDown,
-                                               MediaKey::mute};
-    return keys;
+// The keys the manager takes: brightness, volume and mute, never the playback keys; and
+// over a built-in panel, none (the system dims its own panel).
+platform::KeyWish displayKeys() {
+    return {{MediaKey::brightnessUp, MediaKey::brightnessDown, MediaKey::volumeUp,
+             MediaKey::volumeDown, MediaKey::mute},
+            platform::KeyPressMode::keyDown,
+            /*onBuiltInPanel=*/false};
 }
 
 // The level an indicator shows; a value above its maximum shows as full.
@@ -43,7 +46,18 @@ KeyboardManager::KeyboardManager(platform::Platform platform,
     : platform_(std::move(platform)), displayManager_(std::move(displayManager)),
       ddcManager_(std::move(ddcManager)), osdManager_(std::move(osdManager)) {}
 
-KeyboardManager::~KeyboardManager() = default;
+KeyboardManager::~KeyboardManager() {
+    if (keysStarted_ && platform_.mediaKeys) platform_.mediaKeys->stop();
+    joinWorkers();
+}
+
+void KeyboardManager::joinWorkers() {
+    // Work still queued runs its bookkeeping only; the bus is not touched for a manager
+    // on its way out.
+    closing_ = true;
+    workers_.clear();
+    closing_ = false;
+}
 
 namespace {
 ProcessInstance<KeyboardManager> sharedKeyboardManager;
@@ -61,25 +75,41 @@ void KeyboardManager::releaseShared() { sharedKeyboardManager.release(); }
 // --- The tap -------------------------------------------------------------------------------
 
 void KeyboardManager::start() {
-    // A previous hook is dropped without `stop`: destroying it tears its tap down.
-    mediaKeyHook_ = MediaKeyHook::create(platform_, weak_from_this(), KeyPressMode::keyDown,
-                                         watchedKeys(), /*observeBuiltIn=*/false);
-    mediaKeyHook_->start();
+    // Without a key source the machine has said why (or has no keyboard to speak of).
+    if (auto& keys = platform_.mediaKeys) {
+        keys->want(displayKeys());
+        // The source calls from its own thread and never waits: the key is posted.
+        auto onKey = [weak = weak_from_this(), main = platform_.mainQueue](
+                         const platform::MediaKeyEvent& event) {
+            if (!main) return;
+            main->post([weak, event] {
+                if (auto self = weak.lock()) self->handle(event);
+            });
+        };
+        keysStarted_ = true;
+        if (const auto error = keys->start(std::move(onKey))) {
+            // The program runs on without media keys. A desktop program's standard output
+            // is read by no one, so the reason goes where a user or a bug report finds it.
+            const auto text = platform::description(*error);
+            SystemLog::keyboard().error(text);
+            DiagnosticLog::log("Keyboard", text);
+        }
+    }
     SystemLog::keyboard().info("Keyboard monitoring started");
 }
 
 void KeyboardManager::stop() {
-    if (mediaKeyHook_) mediaKeyHook_->stop();
-    mediaKeyHook_.reset();
+    if (keysStarted_ && platform_.mediaKeys) platform_.mediaKeys->stop();
+    keysStarted_ = false;
+    joinWorkers();
     SystemLog::keyboard().info("Keyboard monitoring stopped");
 }
 
-void KeyboardManager::handle(MediaKey key, const KeyEvent& /*event*/,
-                             std::optional<platform::ModifierFlags> /*modifiers*/) {
-    // An auto-repeat is handled like a fresh press; the event and modifiers play no part.
+void KeyboardManager::handle(const platform::MediaKeyEvent& event) {
+    // An auto-repeat is handled like a fresh press; the modifiers play no part.
     const auto display = targetDisplay();
     if (!display) return;
-    switch (key) {
+    switch (event.key) {
     case MediaKey::brightnessUp:
         adjust(*display, VCPCode::brightness, Direction::up, brightnessStep());
         break;
@@ -160,8 +190,7 @@ void KeyboardManager::adjust(const ExternalDisplay& display, VCPCode code, Direc
     schedule(std::move(work));
 }
 
-// No bus work: the gamma tables are the main thread's, and the key hook waits for this
-// call no longer than for any other decision.
+// No bus work: the gamma tables are the main thread's.
 void KeyboardManager::adjustSoftwareBrightness(platform::DisplayID id, Direction direction,
                                                float step) {
     auto gamma = gammaManager();
@@ -230,46 +259,37 @@ void KeyboardManager::schedule(KeyWork work) {
         }
         presses_->lanes.emplace(id, DisplayLane{});
     }
-    // The lane's queue lives exactly as long as the lane has work: its task owns it and lets
-    // it go when the lane runs dry, and the worker thread then finishes by itself.
-    auto queue = std::make_shared<SerialQueue>(kKeyPressQueueLabel);
-    SerialQueue& target = *queue;
-    target.async([weak = weak_from_this(), tracker = presses_, queue = std::move(queue),
-                  work = std::move(work)]() mutable {
-        drainLane(std::move(weak), std::move(tracker), std::move(queue), std::move(work));
-    });
+    // The display's worker: made at its first key and kept, so a held key costs no thread.
+    auto& worker = workers_[id];
+    if (!worker) worker = std::make_unique<SerialQueue>(kKeyPressQueueLabel);
+    worker->async([this, work = std::move(work)]() mutable { drainLane(std::move(work)); });
 }
 
-void KeyboardManager::drainLane(std::weak_ptr<KeyboardManager> weak,
-                                std::shared_ptr<PressTracker> tracker,
-                                std::shared_ptr<SerialQueue> queue, KeyWork work) {
+void KeyboardManager::drainLane(KeyWork work) {
     const auto id = work.display.id;
+    auto& tracker = *presses_;
     for (;;) {
-        if (auto self = weak.lock()) {
+        if (!closing_) {
             if (work.code == VCPCode::mute)
-                self->runMuteToggle(work);
+                runMuteToggle(work);
             else
-                self->runAdjustment(work);
+                runAdjustment(work);
         }
         const auto presses = work.presses;
         work = KeyWork{}; // the display record and its transport
         std::optional<KeyWork> next;
         {
-            std::lock_guard lock(tracker->mutex);
-            auto& waiting = tracker->lanes.at(id).waiting;
+            std::lock_guard lock(tracker.mutex);
+            auto& waiting = tracker.lanes.at(id).waiting;
             if (waiting.empty()) {
-                tracker->lanes.erase(id);
+                tracker.lanes.erase(id);
             } else {
                 next = std::move(waiting.front());
                 waiting.pop_front();
             }
+            tracker.inFlight -= presses;
         }
-        if (!next) queue.reset(); // before the last presses count as ended
-        {
-            std::lock_guard lock(tracker->mutex);
-            tracker->inFlight -= presses;
-        }
-        tracker->idle.notify_all();
+        tracker.idle.notify_all();
         if (!next) return;
         work = std::move(*next);
     }

@@ -2,7 +2,7 @@
 
 #include "ddc/VCP.h"
 #include "display/ExternalDisplay.h"
-#include "keyboard/MediaKeyHook.h"
+#include "platform/MediaKeys.h"
 #include "platform/Platform.h"
 #include "support/SerialQueue.h"
 
@@ -26,12 +26,13 @@ class GammaManager;
 class OSDManager;
 
 // Turns the brightness, volume and mute keys into DDC/CI steps on the monitor under the
-// pointer, and shows the new level. The key work of each display runs in order on a
-// "com.panelwright.keypress" queue of its own: a unit reads (cache first), steps and
-// writes; presses that arrive while a unit runs fold into the one waiting behind it. The
-// indicator is shown from the main queue.
-class KeyboardManager : public MediaKeyHookDelegate,
-                        public std::enable_shared_from_this<KeyboardManager> {
+// pointer, and shows the new level. The machine's key source hands the keys over; they
+// are posted to the main queue and acted on there. The key work of each display runs in
+// order on a "com.panelwright.keypress" worker of its own, owned by the manager and joined
+// by `stop` and the destructor: a unit reads (cache first), steps and writes; presses that
+// arrive while a unit runs fold into the one waiting behind it. The indicator is shown from
+// the main queue.
+class KeyboardManager : public std::enable_shared_from_this<KeyboardManager> {
 public:
     enum class Direction { up, down };
 
@@ -40,7 +41,7 @@ public:
 
     KeyboardManager(platform::Platform platform, std::shared_ptr<DisplayManager> displayManager,
                     std::shared_ptr<DDCManager> ddcManager, std::shared_ptr<OSDManager> osdManager);
-    ~KeyboardManager() override;
+    ~KeyboardManager();
 
     static std::shared_ptr<KeyboardManager> shared();
     // Lets the process-wide instance go (the app's start-up, in its teardown order); later
@@ -48,10 +49,10 @@ public:
     static void releaseShared();
 
     void start(); // main thread
-    void stop();  // main thread
+    void stop();  // main thread; joins the key workers
 
-    void handle(MediaKey key, const KeyEvent& event,
-                std::optional<platform::ModifierFlags> modifiers) override;
+    // One key from the source, on the main thread.
+    void handle(const platform::MediaKeyEvent& event);
 
     // The DDC-capable display under the pointer, else the first one; main thread.
     std::optional<ExternalDisplay> targetDisplay();
@@ -72,8 +73,6 @@ public:
     // applyTuningPreferences, app/Tuning.h.)
 
 
-    const std::shared_ptr<MediaKeyHook>& mediaKeyHook() const { return mediaKeyHook_; }
-
     // The new value of one step: s = trunc(max x step) (at least 1), up limited to max,
     // down floored at 0. A product of 65535 or more is clamped to 65535, a step as wide as
     // any 16-bit range: up then reaches max and down reaches 0. A current value above max
@@ -83,9 +82,8 @@ public:
                                    float step);
 
     // Presses scheduled whose work has not ended yet, folded ones included. A press counts
-    // as ended once the unit it ran in has released everything it held (display record,
-    // transport and, for the lane's last unit, its queue); an indicator it posted may still
-    // be waiting on the main queue.
+    // as ended once the unit it ran in has released its display record and transport; an
+    // indicator it posted may still be waiting on the main queue.
     std::size_t pressesInFlight() const;
     // Blocks until no press is in flight (the work of presses scheduled meanwhile included).
     void waitForPresses() const;
@@ -110,7 +108,7 @@ private:
         std::size_t presses = 0;
     };
     // The key work of one display: the unit running and the ones waiting behind it. A lane
-    // exists exactly while its display has key work; its queue goes away with it.
+    // exists exactly while its display has key work; its display's worker stays.
     struct DisplayLane {
         std::deque<KeyWork> waiting; // at most one unit per feature
     };
@@ -125,9 +123,10 @@ private:
     // Hands `work` to its display's lane: folded into a waiting unit of the same feature,
     // queued behind the running one, or started on a new key-press queue.
     void schedule(KeyWork work);
-    static void drainLane(std::weak_ptr<KeyboardManager> weak,
-                          std::shared_ptr<PressTracker> tracker,
-                          std::shared_ptr<SerialQueue> queue, KeyWork work);
+    // Runs on the display's worker, which the manager joins before it goes: `this` is
+    // valid throughout, and the manager is never let go on a worker.
+    void drainLane(KeyWork work);
+    void joinWorkers();
     void runAdjustment(const KeyWork& work);
     void runMuteToggle(const KeyWork& work);
     // Posts `show` to the main queue, to run there only if the manager still exists and the
@@ -139,7 +138,7 @@ private:
     bool indicatorsWanted() const;
 
     platform::Platform platform_;
-    std::shared_ptr<MediaKeyHook> mediaKeyHook_;
+    bool keysStarted_ = false;
     std::shared_ptr<DisplayManager> displayManager_;
     std::shared_ptr<DDCManager> ddcManager_;
     std::shared_ptr<OSDManager> osdManager_;
@@ -147,6 +146,9 @@ private:
     std::atomic<float> brightnessStep_{kDefaultStep};
     std::atomic<float> volumeStep_{kDefaultStep};
     std::shared_ptr<PressTracker> presses_ = std::make_shared<PressTracker>();
+    // One worker per display that had key work; main thread only.
+    std::map<platform::DisplayID, std::unique_ptr<SerialQueue>> workers_;
+    std::atomic<bool> closing_{false}; // workers skip the bus once the manager goes
 };
 
 } // namespace pw

@@ -4,15 +4,14 @@
 
 #include "platform/Clock.h"
 #include "platform/DrmSysfs.h"
-#include "platform/EventTap.h"
 #include "platform/Gamma.h"
-#include "platform/Workspace.h"
 #include "platform/HostInfo.h"
 #include "platform/HotPlugMonitor.h"
 #include "platform/I2CDevices.h"
 #include "platform/LevelIndicator.h"
 #include "platform/LoginItems.h"
 #include "platform/MainQueue.h"
+#include "platform/MediaKeys.h"
 #include "platform/Monitors.h"
 #include "platform/Screens.h"
 #include "platform/SystemLog.h"
@@ -39,9 +38,7 @@ struct Platform {
     std::shared_ptr<Screens> screens;
     std::shared_ptr<UserDefaults> defaults;
     std::shared_ptr<GammaTables> gamma;
-    std::shared_ptr<EventTaps> eventTaps;
-    std::shared_ptr<Workspace> workspace;
-    std::shared_ptr<DistributedNotifications> distributedNotifications;
+    std::shared_ptr<MediaKeys> mediaKeys;
     // Shows a level after a key; null: levels are not shown.
     std::shared_ptr<LevelIndicator> indicator;
     // Linux only: DRM connectors and i2c adapters, the /dev/i2c-* files, udev hot-plug.

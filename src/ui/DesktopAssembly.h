@@ -20,6 +20,6 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
 // The session's media keys alone (X key grabs, or the desktop's global shortcuts), chosen
 // and logged as `assembleDesktop` does, for simulated monitors driven from the person's
 // real keyboard. Null where the session has no display or offers no keys.
-std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform& p);
+std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform& p);
 
 } // namespace pw::ui

@@ -71,7 +71,7 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
                                                      "dimmed-gamma"));
 
     // Null: no media keys; the popover and the command line still work.
-    p.eventTaps = linuxdesktop::chooseKeys(session, std::nullopt, log);
+    p.mediaKeys = linuxdesktop::chooseKeys(session, std::nullopt, log);
 
     // Plasma's indicator where it answers, else our own window.
     p.indicator = linuxdesktop::PlasmaIndicator::create(std::nullopt, log);
@@ -81,7 +81,7 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
     return std::make_shared<linuxdesktop::LogindPowerEvents>(log);
 }
 
-std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform& p) {
+std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform& p) {
     const auto session = linuxdesktop::SessionFacts::fromEnvironment();
     if (!session.xDisplay && !session.wayland()) return nullptr;
     return linuxdesktop::chooseKeys(session, std::nullopt, DesktopLog{p.systemLog});

@@ -17,6 +17,6 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
     return nullptr;
 }
 
-std::shared_ptr<platform::EventTaps> sessionKeys(const platform::Platform&) { return nullptr; }
+std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform&) { return nullptr; }
 
 } // namespace pw::ui

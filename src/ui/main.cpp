@@ -173,7 +173,7 @@ int main(int argc, char** argv) {
         // the simulated monitors where the session lends them to programs.
         if (!screenshot)
             if (auto keys = pw::ui::sessionKeys(machine->platform()))
-                machine->platform().eventTaps = std::move(keys);
+                machine->platform().mediaKeys = std::move(keys);
         if (parser.isSet(busLog) && !machine->recordBus(parser.value(busLog).toStdString())) {
             std::fprintf(stderr, "panelwright: cannot write the bus log %s\n",
                          qPrintable(parser.value(busLog)));

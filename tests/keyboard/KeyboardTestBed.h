@@ -6,7 +6,11 @@
 #include "platform/macos/MacLevelIndicator.h"
 #include "platform/sim/SimDisplayServices.h"
 #include "platform/sim/SimEventTaps.h"
+#include "platform/sim/SimKeyboard.h"
 #include "platform/sim/SimOSD.h"
+
+#include <filesystem>
+#include <fstream>
 
 namespace pw::test {
 
@@ -41,7 +45,7 @@ protected:
 
     sim::ManualMainQueue& mainQueue() { return *machine->manualMainQueue(); }
     void press(MediaKey key) {
-        keyboard->handle(key, KeyEvent{}, std::nullopt);
+        keyboard->handle({key});
         settle();
     }
     void settle() {
@@ -74,6 +78,19 @@ protected:
     std::shared_ptr<OSDManager> osd;
     std::shared_ptr<KeyboardManager> keyboard;
 };
+
+// Threads of this process whose name starts with `prefix` right now (Linux). Only named
+// ones are counted: sanitizer runtimes start helper threads of their own.
+inline std::size_t threadCount(const std::string& prefix) {
+    std::size_t n = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream comm(entry.path() / "comm");
+        std::string name;
+        std::getline(comm, name);
+        if (name.rfind(prefix, 0) == 0) ++n;
+    }
+    return n;
+}
 
 inline sim::DisplaySpec keyMonitor(platform::DisplayID id, sim::MonitorSpec::Feature brightness,
                                    sim::MonitorSpec::Feature volume = {50, 100},

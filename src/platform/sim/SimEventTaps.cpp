@@ -9,7 +9,7 @@
 
 namespace pw::sim {
 
-using platform::InputEvent;
+using macos::InputEvent;
 
 // ---------------------------------------------------------------------------------------
 // InjectedEvent
@@ -50,10 +50,16 @@ void InjectedEvent::resolve(Outcome outcome, std::optional<TapId> tap,
 
 bool InjectedEvent::runMainUntilReady(ManualMainQueue& mainQueue,
                                       std::chrono::milliseconds timeout) {
+    bool pending = false;
     {
         std::lock_guard lock(mutex_);
-        if (outcome_ != Outcome::pending) return true;
-        waker_ = &mainQueue;
+        pending = outcome_ == Outcome::pending;
+        if (pending) waker_ = &mainQueue;
+    }
+    // Decided already: what the tap posted on its way still runs here.
+    if (!pending) {
+        mainQueue.runPending();
+        return true;
     }
     bool ok = true;
     while (!ready()) {
@@ -80,7 +86,7 @@ bool InjectedEvent::wait(std::chrono::milliseconds timeout) const {
 
 struct SimEventTaps::TapRecord {
     TapInfo info;
-    platform::TapCallback callback;
+    macos::TapCallback callback;
     std::weak_ptr<RunLoop> runLoop; // the run loop's thread owns it, not the keyboard
     bool sourceInvalidated = false;
     std::deque<RunLoop::Block> pending; // events waiting for the source to be attached
@@ -133,7 +139,7 @@ struct Step {
     void run() {
         ran = true;
         auto tap = (*chain)[index].lock();
-        platform::TapCallback callback;
+        macos::TapCallback callback;
         if (tap) {
             std::lock_guard lock(state->mutex);
             if (!tap->info.invalidated && tap->info.enabled) callback = tap->callback;
@@ -201,7 +207,7 @@ struct NoticeStep {
 
     void run() {
         ran = true;
-        platform::TapCallback callback;
+        macos::TapCallback callback;
         if (auto record = tap.lock()) {
             std::lock_guard lock(state->mutex);
             if (!record->info.invalidated) callback = record->callback;
@@ -216,7 +222,7 @@ struct NoticeStep {
     }
 };
 
-class SimTapSource final : public platform::TapRunLoopSource {
+class SimTapSource final : public macos::TapRunLoopSource {
 public:
     SimTapSource(std::shared_ptr<State> state, std::shared_ptr<TapRecord> tap)
         : state_(std::move(state)), tap_(std::move(tap)) {}
@@ -259,7 +265,7 @@ private:
     std::shared_ptr<TapRecord> tap_;
 };
 
-class SimTap final : public platform::EventTap {
+class SimTap final : public macos::EventTap {
 public:
     SimTap(std::shared_ptr<State> state, std::shared_ptr<TapRecord> tap)
         : state_(std::move(state)), tap_(std::move(tap)) {}
@@ -275,7 +281,7 @@ public:
 
     void invalidate() override {
         std::deque<RunLoop::Block> dropped;
-        platform::TapCallback callback;
+        macos::TapCallback callback;
         {
             std::lock_guard lock(state_->mutex);
             if (tap_->info.invalidated) return;
@@ -285,7 +291,7 @@ public:
         }
     }
 
-    std::shared_ptr<platform::TapRunLoopSource> createRunLoopSource() override {
+    std::shared_ptr<macos::TapRunLoopSource> createRunLoopSource() override {
         {
             std::lock_guard lock(state_->mutex);
             if (tap_->info.invalidated) return nullptr;
@@ -309,11 +315,11 @@ private:
 SimEventTaps::SimEventTaps() : state_(std::make_shared<State>()) {}
 SimEventTaps::~SimEventTaps() = default;
 
-std::shared_ptr<platform::EventTap> SimEventTaps::createTap(platform::TapLocation location,
-                                                            platform::TapPlacement placement,
-                                                            platform::TapOptions options,
+std::shared_ptr<macos::EventTap> SimEventTaps::createTap(macos::TapLocation location,
+                                                            macos::TapPlacement placement,
+                                                            macos::TapOptions options,
                                                             std::uint64_t eventMask,
-                                                            platform::TapCallback callback) {
+                                                            macos::TapCallback callback) {
     std::lock_guard lock(state_->mutex);
     if (state_->refuseTaps > 0) {
         --state_->refuseTaps;
@@ -346,7 +352,7 @@ std::shared_ptr<InjectedEvent> SimEventTaps::inject(InputEvent event) {
 
 InputEvent SimEventTaps::systemDefined(std::int32_t data1, std::int16_t subtype) {
     InputEvent event;
-    event.type = platform::kEventTypeSystemDefined;
+    event.type = macos::kEventTypeSystemDefined;
     event.subtype = subtype;
     event.data1 = data1;
     return event;
@@ -354,7 +360,7 @@ InputEvent SimEventTaps::systemDefined(std::int32_t data1, std::int16_t subtype)
 
 InputEvent SimEventTaps::keyDown(std::int64_t keyCode) {
     InputEvent event;
-    event.type = platform::kEventTypeKeyDown;
+    event.type = macos::kEventTypeKeyDown;
     event.keyboardKeyCode = keyCode;
     return event;
 }
@@ -365,11 +371,11 @@ std::vector<std::shared_ptr<InjectedEvent>> SimEventTaps::injected() const {
 }
 
 std::shared_ptr<InjectedEvent> SimEventTaps::sendTimeoutNotice(TapId tap) {
-    return sendNotice(tap, platform::kEventTypeTapDisabledByTimeout);
+    return sendNotice(tap, macos::kEventTypeTapDisabledByTimeout);
 }
 
 std::shared_ptr<InjectedEvent> SimEventTaps::sendUserInputNotice(TapId tap) {
-    return sendNotice(tap, platform::kEventTypeTapDisabledByUserInput);
+    return sendNotice(tap, macos::kEventTypeTapDisabledByUserInput);
 }
 
 std::shared_ptr<InjectedEvent> SimEventTaps::sendNotice(TapId id, std::int32_t type) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/EventTap.h"
+#include "platform/macos/EventTap.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -29,33 +29,33 @@ public:
         noticeDropped,   // ... or could not be delivered (the tap had no running loop)
     };
 
-    explicit InjectedEvent(platform::InputEvent event) : event_(event) {}
+    explicit InjectedEvent(macos::InputEvent event) : event_(event) {}
 
-    const platform::InputEvent& event() const { return event_; }
+    const macos::InputEvent& event() const { return event_; }
     bool ready() const;
     Outcome outcome() const;
     std::optional<TapId> swallowedBy() const;
-    std::optional<platform::InputEvent> systemEvent() const;
+    std::optional<macos::InputEvent> systemEvent() const;
 
-    // Runs the main queue until the outcome is known: the hook decides every key on the
-    // main thread, so its tap thread needs the test to run that queue. False when nothing
-    // happened for `timeout` (real time) while the outcome was still open.
+    // Runs the main queue until the outcome is known, and then what is pending there (the
+    // key a tap posted on its way). False when nothing happened for `timeout` (real time)
+    // while the outcome was still open.
     bool runMainUntilReady(ManualMainQueue& mainQueue,
                            std::chrono::milliseconds timeout = std::chrono::seconds(20));
-    // Waits without running any queue (for taps that decide on their own thread).
+    // Waits without running any queue.
     bool wait(std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
 
     // Machine side.
     void resolve(Outcome outcome, std::optional<TapId> tap,
-                 std::optional<platform::InputEvent> systemEvent);
+                 std::optional<macos::InputEvent> systemEvent);
 
 private:
-    platform::InputEvent event_;
+    macos::InputEvent event_;
     mutable std::mutex mutex_;
     mutable std::condition_variable resolved_;
     Outcome outcome_ = Outcome::pending;
     std::optional<TapId> swallowedBy_;
-    std::optional<platform::InputEvent> systemEvent_;
+    std::optional<macos::InputEvent> systemEvent_;
     ManualMainQueue* waker_ = nullptr; // posted to when resolved, so the runner wakes
 };
 
@@ -69,13 +69,13 @@ private:
 // attached holds its events until the source joins a run loop; a tap without a source, or
 // whose source was invalidated, is skipped (nothing would ever answer for it). An event
 // handed to a run loop that drops it (stopped) moves on to the next tap. Thread-safe.
-class SimEventTaps final : public platform::EventTaps {
+class SimEventTaps final : public macos::EventTaps {
 public:
     struct TapInfo {
         TapId id = 0;
-        platform::TapLocation location = platform::TapLocation::session;
-        platform::TapPlacement placement = platform::TapPlacement::headInsert;
-        platform::TapOptions options = platform::TapOptions::defaultFilter;
+        macos::TapLocation location = macos::TapLocation::session;
+        macos::TapPlacement placement = macos::TapPlacement::headInsert;
+        macos::TapOptions options = macos::TapOptions::defaultFilter;
         std::uint64_t eventMask = 0;
         bool enabled = true;
         bool invalidated = false;
@@ -89,20 +89,20 @@ public:
 
     SimEventTaps();
     ~SimEventTaps() override;
-    std::shared_ptr<platform::EventTap> createTap(platform::TapLocation location,
-                                                  platform::TapPlacement placement,
-                                                  platform::TapOptions options,
+    std::shared_ptr<macos::EventTap> createTap(macos::TapLocation location,
+                                                  macos::TapPlacement placement,
+                                                  macos::TapOptions options,
                                                   std::uint64_t eventMask,
-                                                  platform::TapCallback callback) override;
+                                                  macos::TapCallback callback) override;
 
     // --- the user presses keys
-    std::shared_ptr<InjectedEvent> inject(platform::InputEvent event);
+    std::shared_ptr<InjectedEvent> inject(macos::InputEvent event);
     // A system-defined event (type 14) with this data1 word.
-    static platform::InputEvent
+    static macos::InputEvent
     systemDefined(std::int32_t data1,
-                  std::int16_t subtype = platform::kSystemDefinedAuxControlButtons);
+                  std::int16_t subtype = macos::kSystemDefinedAuxControlButtons);
     // A key-down event (type 10) of this keyboard key code.
-    static platform::InputEvent keyDown(std::int64_t keyCode);
+    static macos::InputEvent keyDown(std::int64_t keyCode);
     // Every event injected so far, in order.
     std::vector<std::shared_ptr<InjectedEvent>> injected() const;
 

@@ -11,10 +11,12 @@
 #include "platform/sim/SimEventTaps.h"
 #include "platform/sim/SimFramebufferI2C.h"
 #include "platform/sim/SimGamma.h"
+#include "platform/sim/SimKeyboard.h"
 #include "platform/sim/SimLinux.h"
 #include "platform/sim/SimLoginItems.h"
 #include "platform/sim/SimOSD.h"
 #include "platform/sim/SimWorkspace.h"
+#include "platform/macos/TapMediaKeys.h"
 #include "support/Hex.h"
 
 #include <algorithm>
@@ -120,12 +122,25 @@ struct Attachment {
 };
 
 // This program as the simulated workspace knows it.
-platform::RunningApplication selfApplication(const SimHostInfo& host) {
-    platform::RunningApplication app;
+macos::RunningApplication selfApplication(const SimHostInfo& host) {
+    macos::RunningApplication app;
     app.processId = host.processId();
     if (const auto id = host.bundleInfo("CFBundleIdentifier"))
         if (const auto* text = std::get_if<std::string>(&*id)) app.bundleIdentifier = *text;
     return app;
+}
+
+// The window system's mouse-in-rectangle test for unflipped coordinates: the left and top
+// edges belong to the rectangle, the right and bottom edges to its neighbours. The first
+// screen under the pointer decides.
+bool pointerOnBuiltInPanel(SimDisplayServices& displays) {
+    const auto p = displays.pointerLocation();
+    for (const auto& screen : displays.screens()) {
+        const auto& r = screen.frame;
+        if (!(p.x >= r.x && p.x < r.x + r.width && p.y > r.y && p.y <= r.y + r.height)) continue;
+        return screen.number && displays.isBuiltin(*screen.number);
+    }
+    return false;
 }
 
 } // namespace
@@ -150,6 +165,8 @@ struct SimMachine::State {
     std::shared_ptr<SimWorkspace> workspace;
     std::shared_ptr<DistributedBus> distributedBus;
     std::shared_ptr<SimDistributedNotifications> distributed;
+    std::shared_ptr<SimKeyboard> keyboard = std::make_shared<SimKeyboard>();
+    std::shared_ptr<platform::MediaKeys> mediaKeys; // the Mac's tap source, or the keyboard
     std::shared_ptr<SimOSDFramework> osdFramework;
     std::shared_ptr<SimIndicatorWindow> indicatorWindow;
     std::shared_ptr<SimLevelIndicator> levelIndicator;
@@ -195,6 +212,26 @@ void SimMachine::State::build(const Scenario& scenario) {
     workspace = std::make_shared<SimWorkspace>(mainQueue, selfApplication(*host));
     distributedBus = makeDistributedBus();
     distributed = std::make_shared<SimDistributedNotifications>(distributedBus, mainQueue);
+    if (flavor == platform::Flavor::linux) {
+        mediaKeys = keyboard;
+    } else {
+        // A Mac's keys come through the code a Mac runs, on the simulated taps and workspace.
+        macos::TapMediaKeys::Machine mac;
+        mac.taps = eventTaps;
+        mac.workspace = workspace;
+        mac.distributed = distributed;
+        mac.ownIdentifier = [weak = std::weak_ptr<SimHostInfo>(host)]() -> std::optional<std::string> {
+            const auto info = weak.lock();
+            const auto value = info ? info->bundleInfo("CFBundleIdentifier") : std::nullopt;
+            if (const auto* text = value ? std::get_if<std::string>(&*value) : nullptr) return *text;
+            return std::nullopt; // absent, or not a string: as good as none
+        };
+        mac.pointerOnBuiltInPanel = [weak = std::weak_ptr<SimDisplayServices>(displays)] {
+            const auto screens = weak.lock();
+            return screens && pointerOnBuiltInPanel(*screens);
+        };
+        mediaKeys = macos::TapMediaKeys::create(std::move(mac));
+    }
     osdFramework = std::make_shared<SimOSDFramework>();
     indicatorWindow = std::make_shared<SimIndicatorWindow>(clock);
     levelIndicator = std::make_shared<SimLevelIndicator>(clock);
@@ -435,9 +472,7 @@ platform::Platform SimMachine::platform() const {
     p.defaults = state_->defaults;
     // Without gamma the tables still exist for tests to inspect; the platform offers none.
     p.gamma = state_->offersGamma ? state_->gamma : nullptr;
-    p.eventTaps = state_->eventTaps;
-    p.workspace = state_->workspace;
-    p.distributedNotifications = state_->distributed;
+    p.mediaKeys = state_->mediaKeys;
     p.indicator = std::make_shared<platform::macos::MacLevelIndicator>(
         state_->osdFramework,
         platform::WindowIndicator::create(state_->mainQueue, state_->displays,
@@ -504,6 +539,9 @@ SimGammaTables& SimMachine::gamma() const {
 }
 SimEventTaps& SimMachine::eventTaps() const {
     return *state_->eventTaps;
+}
+SimKeyboard& SimMachine::keyboard() const {
+    return *state_->keyboard;
 }
 SimWorkspace& SimMachine::workspace() const {
     return *state_->workspace;

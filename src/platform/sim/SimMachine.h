@@ -35,6 +35,7 @@ class SimFramebufferI2C;
 class SimGammaTables;
 class SimEventTaps;
 class SimWorkspace;
+class SimKeyboard;
 class DistributedBus;
 class SimDistributedNotifications;
 class SimOSDFramework;
@@ -83,7 +84,8 @@ public:
     SimDisplayServices& displayServices() const; // identities, screens, the pointer
     SimFramebufferI2C* framebufferI2C() const;   // null unless the machine is an Intel Mac
     SimGammaTables& gamma() const;
-    SimEventTaps& eventTaps() const;             // the keyboard
+    SimEventTaps& eventTaps() const;             // the keyboard, on a Mac
+    SimKeyboard& keyboard() const;               // the keyboard, on a Linux machine
     SimWorkspace& workspace() const;             // applications
     // The user session's distributed-notification bus, and this program's centre on it.
     const std::shared_ptr<DistributedBus>& distributedBus() const;

@@ -12,17 +12,17 @@ namespace pw::sim {
 
 struct SimWorkspace::State {
     std::shared_ptr<platform::MainQueue> mainQueue;
-    platform::RunningApplication self;
+    macos::RunningApplication self;
     mutable std::mutex mutex;
-    std::map<platform::ObserverToken, std::shared_ptr<Observer>> observers;
-    platform::ObserverToken nextToken = 1;
-    std::vector<platform::RunningApplication> running;
-    std::optional<platform::RunningApplication> frontmost;
+    std::map<macos::ObserverToken, std::shared_ptr<Observer>> observers;
+    macos::ObserverToken nextToken = 1;
+    std::vector<macos::RunningApplication> running;
+    std::optional<macos::RunningApplication> frontmost;
     std::int64_t nextProcessId = 70000;
 };
 
 SimWorkspace::SimWorkspace(std::shared_ptr<platform::MainQueue> mainQueue,
-                           platform::RunningApplication self)
+                           macos::RunningApplication self)
     : state_(std::make_shared<State>()) {
     state_->mainQueue = std::move(mainQueue);
     state_->self = std::move(self);
@@ -31,14 +31,14 @@ SimWorkspace::SimWorkspace(std::shared_ptr<platform::MainQueue> mainQueue,
 
 SimWorkspace::~SimWorkspace() = default;
 
-platform::ObserverToken SimWorkspace::addObserver(Observer observer) {
+macos::ObserverToken SimWorkspace::addObserver(Observer observer) {
     std::lock_guard lock(state_->mutex);
     const auto token = state_->nextToken++;
     state_->observers[token] = std::make_shared<Observer>(std::move(observer));
     return token;
 }
 
-void SimWorkspace::removeObserver(platform::ObserverToken token) {
+void SimWorkspace::removeObserver(macos::ObserverToken token) {
     std::shared_ptr<Observer> removed; // dies unlocked
     std::lock_guard lock(state_->mutex);
     if (auto it = state_->observers.find(token); it != state_->observers.end()) {
@@ -47,12 +47,12 @@ void SimWorkspace::removeObserver(platform::ObserverToken token) {
     }
 }
 
-platform::RunningApplication SimWorkspace::currentApplication() {
+macos::RunningApplication SimWorkspace::currentApplication() {
     return state_->self;
 }
 
-platform::RunningApplication SimWorkspace::launch(std::optional<std::string> bundleIdentifier) {
-    platform::RunningApplication app;
+macos::RunningApplication SimWorkspace::launch(std::optional<std::string> bundleIdentifier) {
+    macos::RunningApplication app;
     {
         std::lock_guard lock(state_->mutex);
         // Never the same id as this program's own process.
@@ -62,36 +62,36 @@ platform::RunningApplication SimWorkspace::launch(std::optional<std::string> bun
         app.bundleIdentifier = std::move(bundleIdentifier);
         state_->running.push_back(app);
     }
-    notify(platform::WorkspaceEvent::launched, app);
+    notify(macos::WorkspaceEvent::launched, app);
     return app;
 }
 
-void SimWorkspace::activate(const platform::RunningApplication& app) {
+void SimWorkspace::activate(const macos::RunningApplication& app) {
     {
         std::lock_guard lock(state_->mutex);
         state_->frontmost = app;
     }
-    notify(platform::WorkspaceEvent::activated, app);
+    notify(macos::WorkspaceEvent::activated, app);
 }
 
-void SimWorkspace::terminate(const platform::RunningApplication& app) {
+void SimWorkspace::terminate(const macos::RunningApplication& app) {
     {
         std::lock_guard lock(state_->mutex);
         auto& running = state_->running;
         running.erase(std::remove(running.begin(), running.end(), app), running.end());
         if (state_->frontmost == app) state_->frontmost.reset();
     }
-    notify(platform::WorkspaceEvent::terminated, app);
+    notify(macos::WorkspaceEvent::terminated, app);
 }
 
-void SimWorkspace::notify(platform::WorkspaceEvent event,
-                          const std::optional<platform::RunningApplication>& app) {
+void SimWorkspace::notify(macos::WorkspaceEvent event,
+                          const std::optional<macos::RunningApplication>& app) {
     if (!state_->mainQueue) return;
     // The task holds the workspace weakly: the queue it waits in is held by the state.
     state_->mainQueue->post([weak = std::weak_ptr<State>(state_), event, app] {
         auto state = weak.lock();
         if (!state) return;
-        std::vector<std::pair<platform::ObserverToken, std::shared_ptr<Observer>>> observers;
+        std::vector<std::pair<macos::ObserverToken, std::shared_ptr<Observer>>> observers;
         {
             std::lock_guard lock(state->mutex);
             observers.assign(state->observers.begin(), state->observers.end());
@@ -107,12 +107,12 @@ void SimWorkspace::notify(platform::WorkspaceEvent event,
     });
 }
 
-std::vector<platform::RunningApplication> SimWorkspace::runningApplications() const {
+std::vector<macos::RunningApplication> SimWorkspace::runningApplications() const {
     std::lock_guard lock(state_->mutex);
     return state_->running;
 }
 
-std::optional<platform::RunningApplication> SimWorkspace::frontmostApplication() const {
+std::optional<macos::RunningApplication> SimWorkspace::frontmostApplication() const {
     std::lock_guard lock(state_->mutex);
     return state_->frontmost;
 }
@@ -127,14 +127,14 @@ std::size_t SimWorkspace::observerCount() const {
 
 struct DistributedBus::Registration {
     std::string name;
-    std::shared_ptr<platform::DistributedNotifications::Handler> handler;
+    std::shared_ptr<macos::DistributedNotifications::Handler> handler;
     std::weak_ptr<platform::MainQueue> mainQueue;
 };
 
 struct DistributedBus::State {
     mutable std::mutex mutex;
-    std::map<platform::ObserverToken, std::shared_ptr<Registration>> registrations;
-    platform::ObserverToken nextToken = 1;
+    std::map<macos::ObserverToken, std::shared_ptr<Registration>> registrations;
+    macos::ObserverToken nextToken = 1;
     std::uint64_t nextCentre = 1;
     std::vector<Post> posts;
 };
@@ -147,14 +147,14 @@ std::uint64_t DistributedBus::newCentreId() {
     return state_->nextCentre++;
 }
 
-platform::ObserverToken DistributedBus::add(std::shared_ptr<Registration> registration) {
+macos::ObserverToken DistributedBus::add(std::shared_ptr<Registration> registration) {
     std::lock_guard lock(state_->mutex);
     const auto token = state_->nextToken++;
     state_->registrations[token] = std::move(registration);
     return token;
 }
 
-void DistributedBus::remove(platform::ObserverToken token) {
+void DistributedBus::remove(macos::ObserverToken token) {
     std::shared_ptr<Registration> removed; // dies unlocked
     std::lock_guard lock(state_->mutex);
     if (auto it = state_->registrations.find(token); it != state_->registrations.end()) {
@@ -165,7 +165,7 @@ void DistributedBus::remove(platform::ObserverToken token) {
 
 void DistributedBus::post(std::uint64_t poster, std::string_view name,
                           const std::optional<std::string>& object) {
-    std::vector<std::pair<platform::ObserverToken, std::shared_ptr<Registration>>> targets;
+    std::vector<std::pair<macos::ObserverToken, std::shared_ptr<Registration>>> targets;
     {
         std::lock_guard lock(state_->mutex);
         state_->posts.push_back({std::string(name), object, poster});
@@ -243,7 +243,7 @@ void SimDistributedNotifications::post(std::string_view name,
     if (state_->bus) state_->bus->post(state_->id, name, object);
 }
 
-platform::ObserverToken SimDistributedNotifications::addObserver(std::string_view name,
+macos::ObserverToken SimDistributedNotifications::addObserver(std::string_view name,
                                                                  Handler handler) {
     if (!state_->bus) return 0;
     auto registration = std::make_shared<DistributedBus::Registration>();
@@ -253,7 +253,7 @@ platform::ObserverToken SimDistributedNotifications::addObserver(std::string_vie
     return state_->bus->add(std::move(registration));
 }
 
-void SimDistributedNotifications::removeObserver(platform::ObserverToken token) {
+void SimDistributedNotifications::removeObserver(macos::ObserverToken token) {
     if (state_->bus && token != 0) state_->bus->remove(token);
 }
 

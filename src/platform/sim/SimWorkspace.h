@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/MainQueue.h"
-#include "platform/Workspace.h"
+#include "platform/macos/Workspace.h"
 
 #include <cstdint>
 #include <memory>
@@ -14,26 +14,26 @@ namespace pw::sim {
 // The simulated workspace: applications launch, activate and terminate; observers hear
 // of it on the main queue (each observer that is still registered when the task runs).
 // Thread-safe.
-class SimWorkspace final : public platform::Workspace {
+class SimWorkspace final : public macos::Workspace {
 public:
-    SimWorkspace(std::shared_ptr<platform::MainQueue> mainQueue, platform::RunningApplication self);
+    SimWorkspace(std::shared_ptr<platform::MainQueue> mainQueue, macos::RunningApplication self);
     ~SimWorkspace() override;
-    platform::ObserverToken addObserver(Observer observer) override;
-    void removeObserver(platform::ObserverToken token) override;
-    platform::RunningApplication currentApplication() override;
+    macos::ObserverToken addObserver(Observer observer) override;
+    void removeObserver(macos::ObserverToken token) override;
+    macos::RunningApplication currentApplication() override;
 
     // A new application (with a process id of its own) starts: "launched".
-    platform::RunningApplication launch(std::optional<std::string> bundleIdentifier);
+    macos::RunningApplication launch(std::optional<std::string> bundleIdentifier);
     // It comes to the front: "activated". This program itself may be activated too.
-    void activate(const platform::RunningApplication& app);
+    void activate(const macos::RunningApplication& app);
     // It quits: "terminated", and it leaves the running list.
-    void terminate(const platform::RunningApplication& app);
+    void terminate(const macos::RunningApplication& app);
     // A notification as it stands, application absent included (for odd senders).
-    void notify(platform::WorkspaceEvent event,
-                const std::optional<platform::RunningApplication>& app);
+    void notify(macos::WorkspaceEvent event,
+                const std::optional<macos::RunningApplication>& app);
 
-    std::vector<platform::RunningApplication> runningApplications() const;
-    std::optional<platform::RunningApplication> frontmostApplication() const;
+    std::vector<macos::RunningApplication> runningApplications() const;
+    std::optional<macos::RunningApplication> frontmostApplication() const;
     std::size_t observerCount() const;
 
 private:
@@ -65,8 +65,8 @@ public:
     // Centre side.
     struct Registration;
     std::uint64_t newCentreId();
-    platform::ObserverToken add(std::shared_ptr<Registration> registration);
-    void remove(platform::ObserverToken token);
+    macos::ObserverToken add(std::shared_ptr<Registration> registration);
+    void remove(macos::ObserverToken token);
     void post(std::uint64_t poster, std::string_view name,
               const std::optional<std::string>& object);
 
@@ -75,14 +75,14 @@ private:
     std::shared_ptr<State> state_;
 };
 
-class SimDistributedNotifications final : public platform::DistributedNotifications {
+class SimDistributedNotifications final : public macos::DistributedNotifications {
 public:
     SimDistributedNotifications(std::shared_ptr<DistributedBus> bus,
                                 std::shared_ptr<platform::MainQueue> mainQueue);
     ~SimDistributedNotifications() override;
     void post(std::string_view name, const std::optional<std::string>& object) override;
-    platform::ObserverToken addObserver(std::string_view name, Handler handler) override;
-    void removeObserver(platform::ObserverToken token) override;
+    macos::ObserverToken addObserver(std::string_view name, Handler handler) override;
+    void removeObserver(macos::ObserverToken token) override;
 
     std::uint64_t id() const;
     // What this centre posted, in order.

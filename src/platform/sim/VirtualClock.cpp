@@ -33,6 +33,11 @@ void VirtualClock::setNow(TimePoint t) {
     now_ = t;
 }
 
+void VirtualClock::advanceTo(TimePoint t) {
+    std::lock_guard lock(mutex_);
+    if (t > now_) now_ = t;
+}
+
 std::vector<VirtualClock::Sleep> VirtualClock::sleeps() const {
     std::lock_guard lock(mutex_);
     return sleeps_;

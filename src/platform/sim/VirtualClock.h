@@ -30,6 +30,9 @@ public:
 
     void advance(Duration duration);
     void setNow(TimePoint t);
+    // Moves the clock to `t` unless it is already past it, in one step: a worker's sleep
+    // that lands in between is never undone.
+    void advanceTo(TimePoint t);
 
     std::vector<Sleep> sleeps() const;
     void clearSleeps();

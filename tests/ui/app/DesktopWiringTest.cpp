@@ -152,7 +152,7 @@ TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnava
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 
     EXPECT_FALSE(p.gamma) << "no half-working dimming";
-    EXPECT_FALSE(p.eventTaps);
+    EXPECT_FALSE(p.mediaKeys);
     EXPECT_TRUE(dynamic_cast<platform::WindowIndicator*>(p.indicator.get()))
         << "the app's own indicator stays in charge";
     bool said = false;

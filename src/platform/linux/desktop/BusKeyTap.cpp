@@ -11,8 +11,8 @@ namespace {
 constexpr std::string_view kCategory = "Keyboard";
 }
 
-BusKeyTap::BusKeyTap(BusConnection bus, platform::TapCallback callback, DesktopLog log)
-    : bus_(std::move(bus)), callback_(std::move(callback)), log_(std::move(log)) {}
+BusKeyTap::BusKeyTap(BusConnection bus, std::shared_ptr<KeyDelivery> delivery, DesktopLog log)
+    : bus_(std::move(bus)), delivery_(std::move(delivery)), log_(std::move(log)) {}
 
 BusKeyTap::~BusKeyTap() {
     invalidate();
@@ -99,10 +99,6 @@ void BusKeyTap::invalidate() {
     if (thread_.get_id() != std::this_thread::get_id()) thread_.join();
 }
 
-std::shared_ptr<platform::TapRunLoopSource> BusKeyTap::createRunLoopSource() {
-    return TapDelivery::source(delivery_);
-}
-
 std::vector<std::string> BusKeyTap::heldKeys() const {
     std::lock_guard lock(mutex_);
     return held_;
@@ -114,26 +110,23 @@ void BusKeyTap::setHeldKeys(std::vector<std::string> keys) {
 }
 
 void BusKeyTap::pressed(const MediaKeySpec& key) {
-    const auto transition = transitions_.pressed(key.mediaCode);
+    const auto transition = transitions_.pressed(key.key);
     if (!transition) return;
     deliver(key, *transition);
-    if (!releasesSeen_) deliver(key, *transitions_.released(key.mediaCode));
+    if (!releasesSeen_) deliver(key, *transitions_.released(key.key));
 }
 
 void BusKeyTap::released(const MediaKeySpec& key) {
     expectReleases();
-    if (const auto transition = transitions_.released(key.mediaCode)) deliver(key, *transition);
+    if (const auto transition = transitions_.released(key.key)) deliver(key, *transition);
 }
 
-void BusKeyTap::deliver(const MediaKeySpec& key, KeyTransitions::Transition transition) {
+void BusKeyTap::deliver(const MediaKeySpec& key, platform::KeyState state) {
     {
         std::lock_guard lock(mutex_);
         if (!enabled_) return;
     }
-    const auto event = mediaKeyEvent(key, transition.down, transition.repeat, 0);
-    // Nobody else can take a key the callback passes on: its answer changes nothing.
-    delivery_->deliver(
-        [callback = callback_, event] { callback(platform::kEventTypeSystemDefined, event); });
+    delivery_->deliver(key.key, state, std::nullopt);
 }
 
 } // namespace pw::linuxdesktop

@@ -1,10 +1,8 @@
 #pragma once
 
-#include "platform/EventTap.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/MediaKeyEvents.h"
 #include "platform/linux/desktop/SessionBus.h"
-#include "platform/linux/desktop/TapDelivery.h"
 
 #include <atomic>
 #include <deque>
@@ -31,27 +29,27 @@ public:
     virtual void stop(BusKeyTap& tap) = 0;
 };
 
-// A media key tap whose keys come as signals of a desktop service. A thread of its own
-// reads the bus; each press and release becomes the event the key hook reads (without
-// modifiers: these services do not tell them) and goes to the tap's callback on the run
-// loop the tap's source is attached to.
+// The keys of a desktop service that sends them as signals. A thread of its own, which the
+// tap owns and joins, reads the bus; each press and release goes to the delivery (without
+// modifiers: these services do not tell them), and from there to the program.
 //
 // Such a service gives a key to one program only and refuses a key another program holds,
-// so a key the callback passes on has no other taker: it is dropped, without a line.
-class BusKeyTap final : public KeyHoldingTap {
+// so a key the program's wish does not name has no other taker: it is dropped.
+class BusKeyTap final {
 public:
-    BusKeyTap(BusConnection bus, platform::TapCallback callback, DesktopLog log);
-    ~BusKeyTap() override;
+    BusKeyTap(BusConnection bus, std::shared_ptr<KeyDelivery> delivery, DesktopLog log);
+    ~BusKeyTap();
     BusKeyTap(const BusKeyTap&) = delete;
     BusKeyTap& operator=(const BusKeyTap&) = delete;
 
     // Starts the bus thread; false (and `whyNot`) when it cannot.
     bool start(std::unique_ptr<KeyService> service, std::string& whyNot);
 
-    void enable(bool enabled) override;
-    void invalidate() override;
-    std::shared_ptr<platform::TapRunLoopSource> createRunLoopSource() override;
-    std::vector<std::string> heldKeys() const override;
+    // Takes the keys again (true) or gives them to the desktop, on the bus thread.
+    void enable(bool enabled);
+    // Ends the bus thread (joined unless asked on the bus thread itself); keys go back.
+    void invalidate();
+    std::vector<std::string> heldKeys() const;
 
     // For the service. The bus belongs to the bus thread once it runs.
     sd_bus* bus() const { return bus_.get(); }
@@ -67,13 +65,12 @@ private:
     void run();
     void post(std::function<void()> command);
     void wake();
-    void deliver(const MediaKeySpec& key, KeyTransitions::Transition transition);
+    void deliver(const MediaKeySpec& key, platform::KeyState state);
 
     BusConnection bus_;
     std::unique_ptr<KeyService> service_;
-    platform::TapCallback callback_;
+    std::shared_ptr<KeyDelivery> delivery_;
     DesktopLog log_;
-    std::shared_ptr<TapDelivery> delivery_ = std::make_shared<TapDelivery>();
     int wakeFd_ = -1;
     std::thread thread_;
 

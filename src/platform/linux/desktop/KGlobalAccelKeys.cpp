@@ -189,44 +189,63 @@ private:
 
 } // namespace
 
-KGlobalAccelEventTaps::KGlobalAccelEventTaps(std::optional<std::string> busAddress, DesktopLog log,
-                                             std::vector<std::string> keys)
+KGlobalAccelKeys::KGlobalAccelKeys(std::optional<std::string> busAddress, DesktopLog log,
+                                   std::vector<std::string> keys)
     : busAddress_(std::move(busAddress)), log_(std::move(log)),
       keys_(keys.empty() ? allMediaKeyNames() : std::move(keys)) {}
 
-bool KGlobalAccelEventTaps::available(const std::optional<std::string>& busAddress,
-                                      std::string& whyNot) {
+KGlobalAccelKeys::~KGlobalAccelKeys() {
+    stop();
+}
+
+bool KGlobalAccelKeys::available(const std::optional<std::string>& busAddress,
+                                 std::string& whyNot) {
     return openServiceBus(busAddress, BusKind::session, kService, whyNot) != nullptr;
 }
 
-std::shared_ptr<platform::EventTap>
-KGlobalAccelEventTaps::createTap(platform::TapLocation, platform::TapPlacement,
-                                 platform::TapOptions, std::uint64_t eventMask,
-                                 platform::TapCallback callback) {
+void KGlobalAccelKeys::want(const platform::KeyWish& wish) {
+    const bool before = !delivery_->wish().keys.empty();
+    delivery_->want(wish);
+    if (tap_ && before != !wish.keys.empty()) tap_->enable(!wish.keys.empty());
+}
+
+std::optional<platform::KeysError> KGlobalAccelKeys::start(OnKey onKey) {
+    stop();
     std::string whyNot;
     auto bus = openServiceBus(busAddress_, BusKind::session, kService, whyNot);
     if (!bus) {
         log_.error(kCategory, "Media keys unavailable: " + whyNot);
-        return nullptr;
+        return platform::KeysError::refused;
     }
+    const auto wanted = delivery_->wish().keys;
     std::vector<const MediaKeySpec*> keys;
-    const std::uint64_t systemDefinedBit = std::uint64_t{1} << platform::kEventTypeSystemDefined;
-    if (eventMask & systemDefinedBit)
-        for (const auto& name : keys_)
-            if (const auto* key = mediaKeyNamed(name)) keys.push_back(key);
+    for (const auto& name : keys_)
+        if (const auto* key = mediaKeyNamed(name); key && wanted.contains(key->key))
+            keys.push_back(key);
 
-    auto tap = std::make_shared<BusKeyTap>(std::move(bus), std::move(callback), log_);
+    auto tap = std::make_unique<BusKeyTap>(std::move(bus), delivery_, log_);
     auto service = std::make_unique<KGlobalAccelService>(std::move(keys));
     if (!service->registerKeys(*tap, whyNot)) {
         service->stop(*tap); // what was registered before the service stopped answering
         log_.error(kCategory, "Media keys unavailable: " + whyNot);
-        return nullptr;
+        return platform::KeysError::refused;
     }
     if (!tap->start(std::move(service), whyNot)) {
         log_.error(kCategory, "Media keys unavailable: " + whyNot);
-        return nullptr;
+        return platform::KeysError::noDelivery;
     }
-    return tap;
+    delivery_->open(std::move(onKey));
+    tap_ = std::move(tap);
+    return std::nullopt;
+}
+
+void KGlobalAccelKeys::stop() {
+    tap_.reset(); // joins the bus thread; the actions are unregistered there
+    delivery_->close();
+}
+
+std::vector<std::string> KGlobalAccelKeys::heldKeys() const {
+    return tap_ ? tap_->heldKeys() : std::vector<std::string>{};
 }
 
 } // namespace pw::linuxdesktop

@@ -5,14 +5,15 @@
 namespace pw::linuxdesktop {
 
 namespace {
+using platform::MediaKey;
 // Shortcut codes: the key numbers of the desktop toolkit the global-shortcut service is
 // written in (its Key_MonBrightnessUp, Key_VolumeUp, ...).
 constexpr MediaKeySpec kKeys[] = {
-    {"XF86MonBrightnessUp", "Brightness Up", platform::kAuxKeyBrightnessUp, 0x010000B2},
-    {"XF86MonBrightnessDown", "Brightness Down", platform::kAuxKeyBrightnessDown, 0x010000B3},
-    {"XF86AudioRaiseVolume", "Volume Up", platform::kAuxKeySoundUp, 0x01000072},
-    {"XF86AudioLowerVolume", "Volume Down", platform::kAuxKeySoundDown, 0x01000070},
-    {"XF86AudioMute", "Mute", platform::kAuxKeyMute, 0x01000071},
+    {"XF86MonBrightnessUp", "Brightness Up", MediaKey::brightnessUp, 0x010000B2},
+    {"XF86MonBrightnessDown", "Brightness Down", MediaKey::brightnessDown, 0x010000B3},
+    {"XF86AudioRaiseVolume", "Volume Up", MediaKey::volumeUp, 0x01000072},
+    {"XF86AudioLowerVolume", "Volume Down", MediaKey::volumeDown, 0x01000070},
+    {"XF86AudioMute", "Mute", MediaKey::mute, 0x01000071},
 };
 } // namespace
 
@@ -33,35 +34,50 @@ std::vector<std::string> allMediaKeyNames() {
     return names;
 }
 
-platform::InputEvent mediaKeyEvent(const MediaKeySpec& key, bool down, bool repeat,
-                                   platform::ModifierFlags modifiers) {
-    platform::InputEvent event;
-    event.type = platform::kEventTypeSystemDefined;
-    event.subtype = platform::kSystemDefinedAuxControlButtons;
-    const auto bits = static_cast<std::uint32_t>(key.mediaCode) << 16 | (down ? platform::kAuxKeyDown : platform::kAuxKeyUp) |
-                      (repeat ? 1u : 0u);
-    event.data1 = static_cast<std::int32_t>(bits);
-    event.modifierFlags = modifiers;
-    return event;
-}
-
 std::string keyTakenLine(const MediaKeySpec& key) {
     return std::string(key.label) + " key (" + key.keysym +
            ") is taken by another program; it stays with that program";
 }
 
-std::optional<KeyTransitions::Transition> KeyTransitions::pressed(std::int32_t mediaCode) {
-    if (std::find(down_.begin(), down_.end(), mediaCode) != down_.end())
-        return Transition{true, true};
-    down_.push_back(mediaCode);
-    return Transition{true, false};
+void KeyDelivery::want(const platform::KeyWish& wish) {
+    std::lock_guard lock(mutex_);
+    wish_ = wish;
 }
 
-std::optional<KeyTransitions::Transition> KeyTransitions::released(std::int32_t mediaCode) {
-    const auto at = std::find(down_.begin(), down_.end(), mediaCode);
+platform::KeyWish KeyDelivery::wish() const {
+    std::lock_guard lock(mutex_);
+    return wish_;
+}
+
+void KeyDelivery::open(platform::MediaKeys::OnKey onKey) {
+    std::lock_guard lock(mutex_);
+    onKey_ = std::move(onKey);
+}
+
+void KeyDelivery::close() {
+    std::lock_guard lock(mutex_);
+    onKey_ = nullptr;
+}
+
+void KeyDelivery::deliver(platform::MediaKey key, platform::KeyState state,
+                          std::optional<platform::KeyModifiers> modifiers) {
+    std::lock_guard lock(mutex_);
+    if (!onKey_ || !wish_.keys.contains(key) || !platform::delivers(wish_.mode, state)) return;
+    onKey_({key, state, modifiers});
+}
+
+std::optional<platform::KeyState> KeyTransitions::pressed(platform::MediaKey key) {
+    if (std::find(down_.begin(), down_.end(), key) != down_.end())
+        return platform::KeyState{true, true};
+    down_.push_back(key);
+    return platform::KeyState{true, false};
+}
+
+std::optional<platform::KeyState> KeyTransitions::released(platform::MediaKey key) {
+    const auto at = std::find(down_.begin(), down_.end(), key);
     if (at == down_.end()) return std::nullopt;
     down_.erase(at);
-    return Transition{false, false};
+    return platform::KeyState{false, false};
 }
 
 } // namespace pw::linuxdesktop

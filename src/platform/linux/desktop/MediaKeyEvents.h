@@ -1,8 +1,9 @@
 #pragma once
 
-#include "platform/EventTap.h"
+#include "platform/MediaKeys.h"
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,12 +13,12 @@
 namespace pw::linuxdesktop {
 
 // One of the keyboard keys the program takes: its X key name, the words the log uses for
-// it, the media key code the key hook decodes from data1, and its code in the key
-// numbering the desktop's global-shortcut service speaks.
+// it, the program's key, and its code in the key numbering the desktop's global-shortcut
+// service speaks.
 struct MediaKeySpec {
     const char* keysym;
     const char* label;
-    std::int32_t mediaCode;
+    platform::MediaKey key;
     std::int32_t shortcutCode;
 };
 
@@ -26,23 +27,32 @@ std::span<const MediaKeySpec> mediaKeySpecs();
 const MediaKeySpec* mediaKeyNamed(std::string_view keysym);
 std::vector<std::string> allMediaKeyNames();
 
-// Modifier flags as the key hook reads them.
-inline constexpr platform::ModifierFlags kShiftFlag = 0x20000, kControlFlag = 0x40000,
-                                         kOptionFlag = 0x80000, kCommandFlag = 0x100000;
-
-// The system-defined event the key hook reads for one transition of `key`: type 14,
-// subtype 8, data1 = media key code << 16 | 0x0A00 (down) or 0x0B00 (up) | 1 (repeat).
-platform::InputEvent mediaKeyEvent(const MediaKeySpec& key, bool down, bool repeat,
-                                   platform::ModifierFlags modifiers);
-
 // The line for a key another program holds, the same whichever way we asked for it.
 std::string keyTakenLine(const MediaKeySpec& key);
 
-// A key tap that can say which keys it holds.
-class KeyHoldingTap : public platform::EventTap {
+// A key source that can say which keys it holds.
+class KeyHoldingSource : public platform::MediaKeys {
 public:
-    // The key names ("XF86MonBrightnessUp", ...) granted to the tap.
+    // The key names ("XF86MonBrightnessUp", ...) the source holds now.
     virtual std::vector<std::string> heldKeys() const = 0;
+};
+
+// What a source holds to hand its keys over: the wish and the program's `onKey`. A key
+// the wish does not name, or a transition its press mode does not hear of, is dropped.
+// `onKey` runs under this object's lock, so once `close` returns no hand-over runs.
+class KeyDelivery {
+public:
+    void want(const platform::KeyWish& wish);
+    platform::KeyWish wish() const;
+    void open(platform::MediaKeys::OnKey onKey);
+    void close();
+    void deliver(platform::MediaKey key, platform::KeyState state,
+                 std::optional<platform::KeyModifiers> modifiers);
+
+private:
+    mutable std::mutex mutex_;
+    platform::KeyWish wish_;
+    platform::MediaKeys::OnKey onKey_;
 };
 
 // The presses and releases of keys, as a source that only says "pressed" and "released"
@@ -50,16 +60,12 @@ public:
 // a leftover and dropped.
 class KeyTransitions {
 public:
-    struct Transition {
-        bool down;
-        bool repeat;
-    };
-    std::optional<Transition> pressed(std::int32_t mediaCode);
-    std::optional<Transition> released(std::int32_t mediaCode);
+    std::optional<platform::KeyState> pressed(platform::MediaKey key);
+    std::optional<platform::KeyState> released(platform::MediaKey key);
     void clear() { down_.clear(); }
 
 private:
-    std::vector<std::int32_t> down_;
+    std::vector<platform::MediaKey> down_;
 };
 
 } // namespace pw::linuxdesktop

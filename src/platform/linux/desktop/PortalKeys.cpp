@@ -293,36 +293,55 @@ private:
 
 } // namespace
 
-PortalEventTaps::PortalEventTaps(std::optional<std::string> busAddress, DesktopLog log)
+PortalKeys::PortalKeys(std::optional<std::string> busAddress, DesktopLog log)
     : busAddress_(std::move(busAddress)), log_(std::move(log)) {}
 
-bool PortalEventTaps::available(const std::optional<std::string>& busAddress, std::string& whyNot) {
+PortalKeys::~PortalKeys() {
+    stop();
+}
+
+bool PortalKeys::available(const std::optional<std::string>& busAddress, std::string& whyNot) {
     auto bus = openBus(busAddress, BusKind::session, whyNot);
     return bus && offersGlobalShortcuts(bus.get(), whyNot);
 }
 
-std::shared_ptr<platform::EventTap>
-PortalEventTaps::createTap(platform::TapLocation, platform::TapPlacement, platform::TapOptions,
-                           std::uint64_t eventMask, platform::TapCallback callback) {
+void PortalKeys::want(const platform::KeyWish& wish) {
+    const bool before = !delivery_->wish().keys.empty();
+    delivery_->want(wish);
+    if (tap_ && before != !wish.keys.empty()) tap_->enable(!wish.keys.empty());
+}
+
+std::optional<platform::KeysError> PortalKeys::start(OnKey onKey) {
+    stop();
     std::string whyNot;
     auto bus = openBus(busAddress_, BusKind::session, whyNot);
     if (!bus || !offersGlobalShortcuts(bus.get(), whyNot)) {
         log_.error(kCategory, "Media keys unavailable: " + whyNot);
-        return nullptr;
+        return platform::KeysError::refused;
     }
+    const auto wanted = delivery_->wish().keys;
     std::vector<const MediaKeySpec*> keys;
-    const std::uint64_t systemDefinedBit = std::uint64_t{1} << platform::kEventTypeSystemDefined;
-    if (eventMask & systemDefinedBit)
-        for (const auto& key : mediaKeySpecs())
-            keys.push_back(&key);
+    for (const auto& key : mediaKeySpecs())
+        if (wanted.contains(key.key)) keys.push_back(&key);
 
-    auto tap = std::make_shared<BusKeyTap>(std::move(bus), std::move(callback), log_);
+    auto tap = std::make_unique<BusKeyTap>(std::move(bus), delivery_, log_);
     auto service = std::make_unique<PortalService>(std::move(keys));
     if (!service->begin(*tap, whyNot) || !tap->start(std::move(service), whyNot)) {
         log_.error(kCategory, "Media keys unavailable: " + whyNot);
-        return nullptr;
+        return platform::KeysError::refused;
     }
-    return tap;
+    delivery_->open(std::move(onKey));
+    tap_ = std::move(tap);
+    return std::nullopt;
+}
+
+void PortalKeys::stop() {
+    tap_.reset(); // joins the bus thread; the session is closed there
+    delivery_->close();
+}
+
+std::vector<std::string> PortalKeys::heldKeys() const {
+    return tap_ ? tap_->heldKeys() : std::vector<std::string>{};
 }
 
 } // namespace pw::linuxdesktop

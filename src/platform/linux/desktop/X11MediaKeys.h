@@ -1,61 +1,53 @@
 #pragma once
 
-#include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/EventTap.h"
 #include "platform/linux/desktop/DesktopLog.h"
 #include "platform/linux/desktop/MediaKeyEvents.h"
 
 namespace pw::linuxdesktop {
 
-// The keyboard's brightness, volume and mute keys on an X server, as event taps.
+// The keyboard's brightness, volume and mute keys on an X server.
 //
-// A tap holds passive grabs of XF86MonBrightnessUp/Down, XF86AudioRaiseVolume,
-// XF86AudioLowerVolume and XF86AudioMute on the root window, with any modifiers, on a
-// connection of its own read by a thread of its own. Each press and release is turned
-// into the system-defined event the key hook reads (type 14, subtype 8, data1 = media
-// key code << 16 | 0x0A00 down / 0x0B00 up | 1 when repeated) and handed to the tap's
-// callback on the run loop its source is attached to.
-//
-// A key the callback passes on goes to the desktop as if it had never been grabbed: the
-// grab freezes the keyboard at the press, and the answer either lets it go on to us or
-// replays it to the window with the focus. Limits: a press the callback has not
-// answered within `answerLimit` is replayed; while a swallowed key is held, other keys go
-// to the grab and are lost until it is released (as with any key grab on X).
+// The source holds passive grabs of the wanted keys among XF86MonBrightnessUp/Down,
+// XF86AudioRaiseVolume, XF86AudioLowerVolume and XF86AudioMute on the root window, with
+// any modifiers, asynchronous for pointer and keyboard: the X server never freezes the
+// keyboard for us, and nothing waits for the program. A connection of its own is read by
+// a thread the source owns and joins; each press and release of a grabbed key goes to the
+// program's `onKey` from that thread. A grabbed key is the program's wherever the pointer
+// is: an asynchronous grab cannot hand a key back to the desktop.
 //
 // A grab the server refuses because another program holds the key is named in one line
-// and the key is left to that program.
-class X11EventTaps final : public platform::EventTaps {
+// and the key is left to that program. Wanting no keys gives every key back; wanting them
+// again takes them again where nobody else took them meanwhile.
+class X11MediaKeys final : public KeyHoldingSource {
 public:
-    explicit X11EventTaps(std::optional<std::string> displayName, DesktopLog log,
-                          std::chrono::milliseconds answerLimit = std::chrono::milliseconds(1000));
-    ~X11EventTaps() override;
+    X11MediaKeys(std::optional<std::string> displayName, DesktopLog log);
+    ~X11MediaKeys() override;
+    X11MediaKeys(const X11MediaKeys&) = delete;
+    X11MediaKeys& operator=(const X11MediaKeys&) = delete;
 
-    // Null, after one logged line, when no X server answers. A tap whose mask does not
-    // ask for system-defined events grabs nothing.
-    std::shared_ptr<platform::EventTap> createTap(platform::TapLocation location,
-                                                  platform::TapPlacement placement,
-                                                  platform::TapOptions options,
-                                                  std::uint64_t eventMask,
-                                                  platform::TapCallback callback) override;
+    void want(const platform::KeyWish& wish) override;
+    // `refused`, after one logged line, when no X server answers.
+    std::optional<platform::KeysError> start(OnKey onKey) override;
+    void stop() override;
+    std::vector<std::string> heldKeys() const override;
 
     // For a caller that tries refused keys another way and says itself what became of
-    // them: taps made afterwards do not name their refused keys.
+    // them: refused keys are not named.
     void leaveRefusedKeysUnnamed() { nameRefusals_ = false; }
+
+    struct Reader;
 
 private:
     bool nameRefusals_ = true;
     std::optional<std::string> displayName_;
     DesktopLog log_;
-    std::chrono::milliseconds answerLimit_;
+    std::shared_ptr<KeyDelivery> delivery_ = std::make_shared<KeyDelivery>();
+    std::unique_ptr<Reader> reader_;
 };
-
-// The tap itself, for callers that want to know which keys it holds.
-class X11KeyTap : public KeyHoldingTap {};
 
 } // namespace pw::linuxdesktop

@@ -16,10 +16,10 @@
 namespace pw::linuxdesktop {
 namespace {
 
-using test::mediaData1;
+using test::keyEvent;
+using Keys = std::vector<platform::MediaKeyEvent>;
 
 constexpr const char* kComponentPath = test::FakeBusService::kKGlobalAccelComponent;
-constexpr std::int32_t kBrightnessUp = 2, kMute = 7;
 
 std::unique_ptr<test::FakeBusService> fakeKGlobalAccel(const std::string& address,
                                                        std::set<std::int32_t> taken = {}) {
@@ -35,20 +35,20 @@ void shortcut(test::FakeBusService& sender, const char* member, const char* acti
 
 class KGlobalAccelKeysTest : public test::KeyTapOnBus {
 protected:
-    std::shared_ptr<platform::EventTap> startTap(std::vector<std::string> keys = {}) {
-        taps = std::make_unique<KGlobalAccelEventTaps>(bus->address(), DesktopLog{log},
-                                                       std::move(keys));
-        return test::startTap(*taps, recorder, loop.loop());
+    bool startKeys(std::vector<std::string> names = {}) {
+        keys = std::make_unique<KGlobalAccelKeys>(bus->address(), DesktopLog{log},
+                                                  std::move(names));
+        return test::startKeys(*keys, recorder);
     }
+    void TearDown() override { keys.reset(); }
 
-    std::unique_ptr<KGlobalAccelEventTaps> taps;
+    std::unique_ptr<KGlobalAccelKeys> keys;
 };
 
 TEST_F(KGlobalAccelKeysTest, AsksForTheFiveKeysAndDeliversTheirPressesAndReleases) {
     auto kde = fakeKGlobalAccel(bus->address());
     ASSERT_TRUE(kde);
-    auto tap = startTap();
-    ASSERT_TRUE(tap);
+    ASSERT_TRUE(startKeys());
 
     // The key numbers are the desktop toolkit's: another number would be another key.
     const auto asked = kde->calls("setShortcut");
@@ -61,7 +61,7 @@ TEST_F(KGlobalAccelKeysTest, AsksForTheFiveKeysAndDeliversTheirPressesAndRelease
     for (std::size_t i = 0; i < codes.size(); ++i)
         EXPECT_NE(asked[i].arguments.find(codes[i]), std::string::npos) << asked[i].arguments;
     EXPECT_EQ(kde->calls("doRegister").size(), 5u);
-    EXPECT_EQ(std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().size(), 5u);
+    EXPECT_EQ(keys->heldKeys().size(), 5u);
     EXPECT_TRUE(log->messages("Keyboard").empty());
 
     // Only the service's own signals count.
@@ -71,78 +71,71 @@ TEST_F(KGlobalAccelKeysTest, AsksForTheFiveKeysAndDeliversTheirPressesAndRelease
     shortcut(*kde, "globalShortcutPressed", "XF86AudioMute");
     shortcut(*kde, "globalShortcutPressed", "XF86AudioMute");
     shortcut(*kde, "globalShortcutReleased", "XF86AudioMute");
-    const auto seen = recorder.waitFor(4);
-    ASSERT_EQ(seen.size(), 4u);
-    EXPECT_EQ(seen[0].first, platform::kEventTypeSystemDefined);
-    EXPECT_EQ(seen[0].second.subtype, platform::kSystemDefinedAuxControlButtons);
     // Until the service is known to tell releases, each press is followed by a release at
-    // once, so a hook that acts on releases is not left waiting; the first real release
+    // once, so a program that acts on releases is not left waiting; the first real release
     // then finds nothing held.
-    EXPECT_EQ(recorder.data1s(),
-              (std::vector<std::int32_t>{mediaData1(kMute, true), mediaData1(kMute, false),
-                                         mediaData1(kMute, true), mediaData1(kMute, false)}));
+    EXPECT_EQ(recorder.waitFor(4),
+              (Keys{keyEvent(MediaKey::mute, true), keyEvent(MediaKey::mute, false),
+                    keyEvent(MediaKey::mute, true), keyEvent(MediaKey::mute, false)}));
 }
 
 TEST_F(KGlobalAccelKeysTest, ReleasesFromTheServiceEndHeldKeysAndMarkRepeats) {
     auto kde = fakeKGlobalAccel(bus->address());
     ASSERT_TRUE(kde);
-    auto tap = startTap();
-    ASSERT_TRUE(tap);
+    ASSERT_TRUE(startKeys());
     shortcut(*kde, "globalShortcutReleased", "XF86MonBrightnessUp"); // nothing was down
     shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
     shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
     shortcut(*kde, "globalShortcutReleased", "XF86MonBrightnessUp");
-    EXPECT_EQ(recorder.data1s(3), (std::vector<std::int32_t>{mediaData1(kBrightnessUp, true),
-                                                             mediaData1(kBrightnessUp, true, true),
-                                                             mediaData1(kBrightnessUp, false)}));
+    EXPECT_EQ(recorder.waitFor(3), (Keys{keyEvent(MediaKey::brightnessUp, true),
+                                         keyEvent(MediaKey::brightnessUp, true, true),
+                                         keyEvent(MediaKey::brightnessUp, false)}));
 }
 
 TEST_F(KGlobalAccelKeysTest, KeyAnotherComponentHoldsIsNamedOnceAndNeverDelivered) {
     auto kde = fakeKGlobalAccel(bus->address(), {0x01000071});
     ASSERT_TRUE(kde);
-    auto tap = startTap();
-    ASSERT_TRUE(tap);
+    ASSERT_TRUE(startKeys());
     EXPECT_EQ(
         log->messages("Keyboard"),
         std::vector<std::string>{
             "Mute key (XF86AudioMute) is taken by another program; it stays with that program"});
-    const auto held = std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys();
+    const auto held = keys->heldKeys();
     EXPECT_EQ(std::count(held.begin(), held.end(), "XF86AudioMute"), 0);
     EXPECT_EQ(held.size(), 4u);
 
     shortcut(*kde, "globalShortcutPressed", "XF86AudioMute");
     shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessUp");
-    EXPECT_EQ(recorder.data1s(2), (std::vector<std::int32_t>{mediaData1(kBrightnessUp, true),
-                                                             mediaData1(kBrightnessUp, false)}));
+    EXPECT_EQ(recorder.waitFor(2), (Keys{keyEvent(MediaKey::brightnessUp, true),
+                                         keyEvent(MediaKey::brightnessUp, false)}));
 }
 
-TEST_F(KGlobalAccelKeysTest, DisablingAndDestroyingGiveTheKeysBackToTheDesktop) {
+TEST_F(KGlobalAccelKeysTest, WantingNoKeysAndStoppingGiveTheKeysBackToTheDesktop) {
     auto kde = fakeKGlobalAccel(bus->address());
     ASSERT_TRUE(kde);
-    auto tap = startTap({"XF86MonBrightnessUp", "XF86MonBrightnessDown"});
-    ASSERT_TRUE(tap);
+    ASSERT_TRUE(startKeys({"XF86MonBrightnessUp", "XF86MonBrightnessDown"}));
     EXPECT_EQ(kde->calls("setShortcut").size(), 2u);
 
-    tap->enable(false);
+    keys->want({{}, platform::KeyPressMode::keyDownAndUp, true});
     const auto inactive = kde->waitForCalls("setInactive", 2);
     ASSERT_EQ(inactive.size(), 2u);
     EXPECT_EQ(inactive[0].arguments,
               R"(["panelwright", "XF86MonBrightnessUp", "Panelwright", "Brightness Up"])");
 
-    tap->enable(true);
+    keys->want({test::kFiveKeys, platform::KeyPressMode::keyDownAndUp, true});
     EXPECT_EQ(kde->waitForCalls("setShortcut", 4).size(), 4u);
     shortcut(*kde, "globalShortcutPressed", "XF86MonBrightnessDown");
-    EXPECT_EQ(recorder.data1s(1).front(), mediaData1(3, true));
+    EXPECT_EQ(recorder.waitFor(1).front(), keyEvent(MediaKey::brightnessDown, true));
 
-    tap.reset();
+    keys->stop();
     const auto unregistered = kde->waitForCalls("unregister", 2);
     ASSERT_EQ(unregistered.size(), 2u);
     EXPECT_EQ(unregistered[0].arguments, R"("panelwright", "XF86MonBrightnessUp")");
     EXPECT_EQ(unregistered[1].arguments, R"("panelwright", "XF86MonBrightnessDown")");
 }
 
-TEST_F(KGlobalAccelKeysTest, NoServiceIsOneLineAndNoTap) {
-    EXPECT_FALSE(startTap());
+TEST_F(KGlobalAccelKeysTest, NoServiceIsOneLineAndAnError) {
+    EXPECT_FALSE(startKeys());
     EXPECT_EQ(log->messages("Keyboard"),
               std::vector<std::string>{
                   "Media keys unavailable: org.kde.kglobalaccel is not on the session bus"});
@@ -167,7 +160,7 @@ TEST_F(KGlobalAccelKeysTest, ATapGivenUpOnItsOwnThreadIsJoinedWhenDestroyed) {
     std::string whyNot;
     auto connection = openBus(bus->address(), BusKind::session, whyNot);
     ASSERT_TRUE(connection) << whyNot;
-    auto tap = std::make_unique<BusKeyTap>(std::move(connection), recorder.callback(),
+    auto tap = std::make_unique<BusKeyTap>(std::move(connection), std::make_shared<KeyDelivery>(),
                                            DesktopLog{log});
     ASSERT_TRUE(tap->start(std::make_unique<GivingUp>(gaveUp, stopped), whyNot));
     tap->enable(false); // the service hears it on the bus thread, and gives up there

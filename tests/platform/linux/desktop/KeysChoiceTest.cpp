@@ -12,7 +12,6 @@
 namespace pw::linuxdesktop {
 namespace {
 
-using test::mediaData1;
 
 // A compositor started from a text console (sway from a tty) leaves the session type at
 // "tty"; its WAYLAND_DISPLAY says what it is.
@@ -71,25 +70,23 @@ protected:
                  GrabModeAsync, GrabModeAsync);
         XSync(x, False);
     }
-    void TearDown() override { tap.reset(); }
+    void TearDown() override { keys.reset(); }
 
     void startChosen() {
         SessionFacts x11;
         x11.sessionType = "x11";
         x11.xDisplay = server->name();
-        taps = chooseKeys(x11, bus->address(), DesktopLog{log});
-        ASSERT_TRUE(taps);
-        tap = test::startTap(*taps, recorder, loop.loop());
-        ASSERT_TRUE(tap);
+        keys = chooseKeys(x11, bus->address(), DesktopLog{log});
+        ASSERT_TRUE(keys);
+        ASSERT_TRUE(test::startKeys(*keys, recorder));
     }
     std::size_t held() const {
-        return std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().size();
+        return std::dynamic_pointer_cast<KeyHoldingSource>(keys)->heldKeys().size();
     }
 
     std::optional<test::VirtualXServer> server;
     std::optional<test::XDesk> desk;
-    std::shared_ptr<platform::EventTaps> taps;
-    std::shared_ptr<platform::EventTap> tap;
+    std::shared_ptr<platform::MediaKeys> keys;
 };
 
 TEST_F(KeysChoiceOnX, KeysTheXServerRefusesComeThroughKdeAlone) {
@@ -106,7 +103,7 @@ TEST_F(KeysChoiceOnX, KeysTheXServerRefusesComeThroughKdeAlone) {
                                         "Keys another program grabbed on the X server come "
                                         "through KDE's global shortcuts: Mute"}));
 
-    // Both halves deliver to the one callback.
+    // Both halves hand their keys to the one program.
     kde->onBus([](sd_bus* bus) {
         sd_bus_emit_signal(bus, test::FakeBusService::kKGlobalAccelComponent,
                            "org.kde.kglobalaccel.Component", "globalShortcutPressed", "ssx",
@@ -114,13 +111,15 @@ TEST_F(KeysChoiceOnX, KeysTheXServerRefusesComeThroughKdeAlone) {
     });
     recorder.waitFor(2);
     desk->tap("XF86MonBrightnessUp");
-    EXPECT_EQ(recorder.data1s(4),
-              (std::vector<std::int32_t>{mediaData1(7, true), mediaData1(7, false),
-                                         mediaData1(2, true), mediaData1(2, false)}));
+    using test::keyEvent;
+    EXPECT_EQ(recorder.keysOnly(4),
+              (std::vector<platform::MediaKeyEvent>{
+                  keyEvent(MediaKey::mute, true), keyEvent(MediaKey::mute, false),
+                  keyEvent(MediaKey::brightnessUp, true), keyEvent(MediaKey::brightnessUp, false)}));
 
-    tap->enable(false);
+    keys->want({{}, platform::KeyPressMode::keyDownAndUp, true});
     EXPECT_EQ(kde->waitForCalls("setInactive", 1).size(), 1u);
-    tap.reset();
+    keys.reset();
     EXPECT_EQ(kde->waitForCalls("unregister", 1).size(), 1u);
 }
 

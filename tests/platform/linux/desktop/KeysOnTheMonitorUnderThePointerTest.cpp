@@ -1,5 +1,5 @@
 // The whole key path on a desktop: a key typed on a private X server is taken by the X
-// grab, decided by the key hook, and steps the simulated monitor whose screen is under
+// grab, posted to the main queue, and steps the simulated monitor whose screen is under
 // the pointer, the screen paired with its display by the EDID the X server shows.
 #include "keyboard/KeyboardTestBed.h"
 
@@ -36,7 +36,7 @@ protected:
         desk.reset();
     }
 
-    // Runs the main queue, where the tap hands each key to the hook, until `done`.
+    // Runs the main queue, where the X source posts each key, until `done`.
     template <typename F>
     bool runMainUntil(F done) {
         const auto deadline = std::chrono::steady_clock::now() + 10s;
@@ -72,7 +72,7 @@ protected:
             return std::nullopt;
         };
         auto desktop = machine->platform();
-        desktop.eventTaps = std::make_shared<linuxdesktop::X11EventTaps>(
+        desktop.mediaKeys = std::make_shared<linuxdesktop::X11MediaKeys>(
             server->name(), linuxdesktop::DesktopLog{desktop.systemLog});
         desktop.screens = linuxdesktop::XRandrScreens::create(
             server->name(), source, linuxdesktop::DesktopLog{desktop.systemLog});
@@ -93,22 +93,10 @@ TEST_F(KeysOnTheMonitorUnderThePointer, KeyStepsTheMonitorWhoseScreenIsUnderTheP
     ASSERT_TRUE(runMainUntil([&] { return monitorValue(3, kBrightness) > 40; }));
     EXPECT_EQ(monitorValue(2, kBrightness), 30);
     EXPECT_TRUE(setWrites(2, kBrightness).empty());
-    // The release, too, goes to the hook, which keeps it.
+    // The release, too, is the program's.
     ASSERT_TRUE(runMainUntil([&] { return mainQueue().pendingCount() == 0; }));
     const auto presses = desk->pressesUntil("a");
     ASSERT_EQ(presses.size(), 1u); // the marker alone: the key stayed with us
-}
-
-TEST_F(KeysOnTheMonitorUnderThePointer, KeyOverTheBuiltInPanelIsLeftToTheDesktop) {
-    screenShows(1);
-    desk->tap("XF86AudioRaiseVolume");
-    ASSERT_GT(mainQueue().waitAndRun(10s), 0u); // the hook's decision: pass it on
-    settle();
-    const auto presses = desk->pressesUntil("a");
-    ASSERT_EQ(presses.size(), 2u);
-    EXPECT_EQ(presses[0], desk->code("XF86AudioRaiseVolume"));
-    EXPECT_EQ(monitorValue(2, kVolume), 50);
-    EXPECT_EQ(monitorValue(3, kVolume), 50);
 }
 
 } // namespace

@@ -13,7 +13,6 @@
 namespace pw::linuxdesktop {
 namespace {
 
-using test::mediaData1;
 
 constexpr const char* kObject = "/org/freedesktop/portal/desktop";
 constexpr const char* kInterface = "org.freedesktop.portal.GlobalShortcuts";
@@ -42,9 +41,9 @@ std::string objectPath(sd_bus_message* call, const char* kind, const std::string
     return std::string(kObject) + "/" + kind + "/" + sender + "/" + token;
 }
 
-// The desktop portal's global shortcuts as far as the tap uses them. Binding answers
+// The desktop portal's global shortcuts as far as the source uses them. Binding answers
 // `bindResponse` (0 granted, 1 the user said no); before it answers, an activation of the
-// first shortcut is sent, which a tap that is not bound yet must not take.
+// first shortcut is sent, which a source not bound yet must not take.
 struct FakePortal {
     std::uint32_t bindResponse = 0;
     std::mutex mutex;
@@ -114,17 +113,17 @@ class PortalKeysTest : public test::KeyTapOnBus {
 protected:
     void SetUp() override {
         KeyTapOnBus::SetUp();
-        if (bus) taps = std::make_unique<PortalEventTaps>(bus->address(), DesktopLog{log});
+        if (bus) keys = std::make_unique<PortalKeys>(bus->address(), DesktopLog{log});
     }
 
-    std::unique_ptr<PortalEventTaps> taps;
+    void TearDown() override { keys.reset(); }
+    std::unique_ptr<PortalKeys> keys;
 };
 
 TEST_F(PortalKeysTest, BindsTheKeysAsTheirOwnTriggersAndTurnsActivationsIntoPresses) {
     FakePortal portal;
     ASSERT_TRUE(portal.start(bus->address()));
-    auto tap = test::startTap(*taps, recorder, loop.loop());
-    ASSERT_TRUE(tap);
+    ASSERT_TRUE(test::startKeys(*keys, recorder));
     const auto lines = log->waitForLine(
         "Keyboard", "Media keys bound through the desktop portal: Brightness Up, Brightness Down, "
                     "Volume Up, Volume Down");
@@ -136,7 +135,7 @@ TEST_F(PortalKeysTest, BindsTheKeysAsTheirOwnTriggersAndTurnsActivationsIntoPres
             R"(("XF86AudioMute", [{"description", "Mute"}, {"preferred_trigger", "XF86AudioMute"}]))"),
         std::string::npos)
         << bound[0].arguments;
-    EXPECT_EQ(std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().size(), 4u);
+    EXPECT_EQ(keys->heldKeys().size(), 4u);
 
     // Another session's activation and a shortcut the portal did not bind are not ours.
     portal.emit("Activated", "XF86MonBrightnessUp", "/org/freedesktop/portal/desktop/session/x/y");
@@ -149,19 +148,22 @@ TEST_F(PortalKeysTest, BindsTheKeysAsTheirOwnTriggersAndTurnsActivationsIntoPres
     portal.emit("Deactivated", "XF86MonBrightnessDown", session);
     // The first press is followed by a release at once (the portal's releases are not
     // known to come yet); afterwards releases come from the portal.
-    EXPECT_EQ(
-        recorder.data1s(5),
-        (std::vector<std::int32_t>{mediaData1(3, true), mediaData1(3, false), mediaData1(3, true),
-                                   mediaData1(3, true, true), mediaData1(3, false)}));
+    using test::keyEvent;
+    const auto down = MediaKey::brightnessDown;
+    EXPECT_EQ(recorder.waitFor(5),
+              (std::vector<platform::MediaKeyEvent>{keyEvent(down, true), keyEvent(down, false),
+                                                    keyEvent(down, true),
+                                                    keyEvent(down, true, true),
+                                                    keyEvent(down, false)}));
 
-    // Disabled or gone, the session is closed and the keys are the desktop's again.
-    tap->enable(false);
+    // Wanting no keys, or stopped, the session is closed and the keys are the desktop's again.
+    keys->want({{}, platform::KeyPressMode::keyDownAndUp, true});
     EXPECT_EQ(portal.service->waitForCalls("Close", 1).at(0).path, session);
-    tap->enable(true);
+    keys->want({test::kFiveKeys, platform::KeyPressMode::keyDownAndUp, true});
     EXPECT_EQ(portal.service->waitForCalls("BindShortcuts", 2).size(), 2u);
     const auto second = portal.currentSession();
     EXPECT_NE(second, session);
-    tap.reset();
+    keys->stop();
     EXPECT_EQ(portal.service->waitForCalls("Close", 2).at(1).path, second);
 }
 
@@ -169,19 +171,17 @@ TEST_F(PortalKeysTest, RefusalIsOneLineAndNothingIsDelivered) {
     FakePortal portal;
     portal.bindResponse = 1;
     ASSERT_TRUE(portal.start(bus->address()));
-    auto tap = test::startTap(*taps, recorder, loop.loop());
-    ASSERT_TRUE(tap);
+    ASSERT_TRUE(test::startKeys(*keys, recorder));
     const auto lines = log->waitForLine(
         "Keyboard", "Media keys unavailable: the desktop's global shortcuts were not allowed");
     EXPECT_EQ(lines.size(), 1u);
     portal.service->waitForCalls("Close", 1);
     // The activation the portal sent before it answered came before the refusal.
-    loop.drain();
-    EXPECT_TRUE(recorder.data1s().empty());
-    EXPECT_TRUE(std::dynamic_pointer_cast<KeyHoldingTap>(tap)->heldKeys().empty());
+    EXPECT_TRUE(recorder.waitFor(0).empty());
+    EXPECT_TRUE(keys->heldKeys().empty());
 }
 
-TEST_F(PortalKeysTest, NoPortalIsOneLineAndNoTap) {
+TEST_F(PortalKeysTest, NoPortalIsOneLineAndAnError) {
     // A portal without global shortcuts, and no portal at all.
     auto other = test::FakeBusService::start(
         bus->address(), "org.freedesktop.portal.Desktop",
@@ -189,9 +189,9 @@ TEST_F(PortalKeysTest, NoPortalIsOneLineAndNoTap) {
               sd_bus_reply_method_errorf(call, SD_BUS_ERROR_UNKNOWN_INTERFACE, "none");
           }}});
     ASSERT_TRUE(other);
-    EXPECT_FALSE(test::startTap(*taps, recorder, loop.loop()));
+    EXPECT_FALSE(test::startKeys(*keys, recorder));
     other.reset();
-    EXPECT_FALSE(test::startTap(*taps, recorder, loop.loop()));
+    EXPECT_FALSE(test::startKeys(*keys, recorder));
     const auto lines = log->messages("Keyboard");
     ASSERT_EQ(lines.size(), 2u);
     for (const auto& line : lines)

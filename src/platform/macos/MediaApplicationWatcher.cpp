@@ -1,28 +1,16 @@
-#include "keyboard/MediaApplicationWatcher.h"
+#include "platform/macos/MediaApplicationWatcher.h"
 
 #include <algorithm>
 #include <utility>
-#include <variant>
 
-namespace pw {
+namespace pw::macos {
+
+using platform::MediaKey;
 
 namespace {
 
-bool isPlaybackKey(MediaKey key) {
-    switch (key) {
-    case MediaKey::playPause:
-    case MediaKey::previous:
-    case MediaKey::next:
-    case MediaKey::rewind:
-    case MediaKey::fastForward:
-        return true;
-    default:
-        return false;
-    }
-}
-
-void removeAll(std::vector<platform::RunningApplication>& apps,
-               const platform::RunningApplication& app) {
+void removeAll(std::vector<RunningApplication>& apps,
+               const RunningApplication& app) {
     apps.erase(std::remove(apps.begin(), apps.end(), app), apps.end());
 }
 
@@ -66,10 +54,11 @@ const std::vector<std::string_view>& MediaApplicationWatcher::staticWhitelist() 
     return list;
 }
 
-MediaApplicationWatcher::MediaApplicationWatcher(platform::Platform platform)
-    : platform_(std::move(platform)), distributed_(platform_.distributedNotifications) {
-    platform_.distributedNotifications.reset();
-}
+MediaApplicationWatcher::MediaApplicationWatcher(
+    std::shared_ptr<Workspace> workspace, std::shared_ptr<DistributedNotifications> distributed,
+    std::function<std::optional<std::string>()> ownIdentifier)
+    : workspace_(std::move(workspace)), ownIdentifier_(std::move(ownIdentifier)),
+      distributed_(distributed) {}
 
 MediaApplicationWatcher::~MediaApplicationWatcher() {
     removeWorkspaceObservers();
@@ -80,11 +69,7 @@ void MediaApplicationWatcher::setDelegate(std::weak_ptr<MediaApplicationWatcherD
 }
 
 std::optional<std::string> MediaApplicationWatcher::ownBundleIdentifier() const {
-    if (!platform_.host) return std::nullopt;
-    const auto value = platform_.host->bundleInfo("CFBundleIdentifier");
-    if (!value) return std::nullopt;
-    if (const auto* text = std::get_if<std::string>(&*value)) return *text;
-    return std::nullopt; // present but not a string: as good as none
+    return ownIdentifier_ ? ownIdentifier_() : std::nullopt;
 }
 
 std::set<std::string, std::less<>> MediaApplicationWatcher::whitelistInForce() const {
@@ -93,8 +78,8 @@ std::set<std::string, std::less<>> MediaApplicationWatcher::whitelistInForce() c
     return list;
 }
 
-bool MediaApplicationWatcher::isThisApplication(const platform::RunningApplication& app) const {
-    return platform_.workspace && app == platform_.workspace->currentApplication();
+bool MediaApplicationWatcher::isThisApplication(const RunningApplication& app) const {
+    return workspace_ && app == workspace_->currentApplication();
 }
 
 void MediaApplicationWatcher::postToDistributed(std::string_view name) {
@@ -102,23 +87,23 @@ void MediaApplicationWatcher::postToDistributed(std::string_view name) {
 }
 
 void MediaApplicationWatcher::start() {
-    if (platform_.workspace && workspaceToken_ == 0) {
+    if (workspace_ && workspaceToken_ == 0) {
         // Held weakly: the hook removes this observer when it stops, and a watcher that
         // is gone must not be called.
         std::weak_ptr<MediaApplicationWatcher> weak = weak_from_this();
-        workspaceToken_ = platform_.workspace->addObserver(
-            [weak](platform::WorkspaceEvent event,
-                   const std::optional<platform::RunningApplication>& app) {
+        workspaceToken_ = workspace_->addObserver(
+            [weak](WorkspaceEvent event,
+                   const std::optional<RunningApplication>& app) {
                 auto self = weak.lock();
                 if (!self) return;
                 switch (event) {
-                case platform::WorkspaceEvent::launched:
+                case WorkspaceEvent::launched:
                     self->applicationLaunched(app);
                     break;
-                case platform::WorkspaceEvent::activated:
+                case WorkspaceEvent::activated:
                     self->applicationActivated(app);
                     break;
-                case platform::WorkspaceEvent::terminated:
+                case WorkspaceEvent::terminated:
                     self->applicationTerminated(app);
                     break;
                 }
@@ -140,8 +125,8 @@ void MediaApplicationWatcher::start() {
 }
 
 void MediaApplicationWatcher::removeWorkspaceObservers() {
-    if (workspaceToken_ != 0 && platform_.workspace)
-        platform_.workspace->removeObserver(workspaceToken_);
+    if (workspaceToken_ != 0 && workspace_)
+        workspace_->removeObserver(workspaceToken_);
     workspaceToken_ = 0;
 }
 
@@ -161,7 +146,7 @@ void MediaApplicationWatcher::handleReply(const std::optional<std::string>& obje
 }
 
 void MediaApplicationWatcher::applicationLaunched(
-    const std::optional<platform::RunningApplication>& app) {
+    const std::optional<RunningApplication>& app) {
     if (!app || !app->bundleIdentifier) return;
     // Only the known players and this application count here: an application that merely
     // announced itself takes the keys with its own tap, not by moving ours.
@@ -171,7 +156,7 @@ void MediaApplicationWatcher::applicationLaunched(
 }
 
 void MediaApplicationWatcher::applicationActivated(
-    const std::optional<platform::RunningApplication>& app) {
+    const std::optional<RunningApplication>& app) {
     if (!app || !app->bundleIdentifier) return;
     const auto& id = *app->bundleIdentifier;
     if (!whitelistInForce().contains(id) && !dynamicWhitelist_.contains(id)) return;
@@ -181,7 +166,7 @@ void MediaApplicationWatcher::applicationActivated(
 }
 
 void MediaApplicationWatcher::applicationTerminated(
-    const std::optional<platform::RunningApplication>& app) {
+    const std::optional<RunningApplication>& app) {
     if (!app) return;
     removeAll(mediaApps_, *app);
     updateInterception();
@@ -195,7 +180,9 @@ void MediaApplicationWatcher::updateInterception() {
     // A tap that watches only brightness, volume and mute keys is never switched off here:
     // those keys belong to no media player.
     const auto keys = delegate->keysToWatch();
-    if (std::any_of(keys.begin(), keys.end(), isPlaybackKey)) delegate->setInterceptMediaKeys(mine);
+    for (auto key : {MediaKey::playPause, MediaKey::previous, MediaKey::next, MediaKey::rewind,
+                     MediaKey::fastForward})
+        if (keys.contains(key)) return delegate->setInterceptMediaKeys(mine);
 }
 
-} // namespace pw
+} // namespace pw::macos

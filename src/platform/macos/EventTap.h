@@ -9,9 +9,12 @@ namespace pw {
 class RunLoop;
 }
 
-namespace pw::platform {
+namespace pw::macos {
 
-// Event types the keyboard hook sees. The two negative ones are notices, not input.
+// The Mac's key vocabulary: event taps and the system-defined events that carry the media
+// keys. Only the Mac machine (and the simulated Mac) speaks it.
+
+// Event types a tap sees. The two negative ones are notices, not input.
 inline constexpr std::int32_t kEventTypeKeyDown = 10;
 inline constexpr std::int32_t kEventTypeSystemDefined = 14;
 inline constexpr std::int32_t kEventTypeTapDisabledByTimeout = -2;
@@ -24,12 +27,12 @@ inline constexpr std::int32_t kAuxKeySoundUp = 0, kAuxKeySoundDown = 1, kAuxKeyB
                               kAuxKeyNext = 17, kAuxKeyPrevious = 18, kAuxKeyFast = 19,
                               kAuxKeyRewind = 20;
 inline constexpr std::uint32_t kAuxKeyDown = 0x0A00, kAuxKeyUp = 0x0B00;
-// The event mask the hook asks for: key down (bit 10) and system-defined (bit 14).
+// The event mask the key source asks for: key down (bit 10) and system-defined (bit 14).
 inline constexpr std::uint64_t kKeyDownAndSystemDefinedMask = 0x4400;
 
 using ModifierFlags = std::uint64_t;
 
-// One input event as the hook reads it. A platform whose native key events look
+// One input event as a tap reads it. A platform whose native key events look
 // different translates them into this shape inside its own implementation.
 struct InputEvent {
     std::int32_t type = 0;
@@ -38,7 +41,7 @@ struct InputEvent {
     std::int64_t keyboardKeyCode = 0; // key-down events (the keyboard key-code field)
     ModifierFlags modifierFlags = 0;
     // False when the platform cannot build its event object from this event (then the
-    // hook passes it on untouched).
+    // source passes it on untouched).
     bool convertible = true;
 };
 
@@ -78,4 +81,4 @@ public:
                                                 TapCallback callback) = 0;
 };
 
-} // namespace pw::platform
+} // namespace pw::macos

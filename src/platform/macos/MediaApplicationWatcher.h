@@ -1,8 +1,9 @@
 #pragma once
 
-#include "keyboard/MediaKey.h"
-#include "platform/Platform.h"
+#include "platform/MediaKeys.h"
+#include "platform/macos/Workspace.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -10,15 +11,15 @@
 #include <string_view>
 #include <vector>
 
-namespace pw {
+namespace pw::macos {
 
-// What the watcher needs of the hook that owns it.
+// What the watcher needs of the key source that owns it.
 class MediaApplicationWatcherDelegate {
 public:
     virtual ~MediaApplicationWatcherDelegate() = default;
     virtual void setInterceptMediaKeys(bool intercept) = 0;
     virtual void restartTap() = 0;
-    virtual std::vector<MediaKey> keysToWatch() const = 0;
+    virtual platform::KeySet keysToWatch() const = 0;
 };
 
 // Tracks which media application the user used last, so that playback keys are taken
@@ -32,9 +33,11 @@ public:
     // The 32 bundle identifiers of known media players, in order.
     static const std::vector<std::string_view>& staticWhitelist();
 
-    // Workspace, distributed notifications and the host's bundle identifier come from
-    // `platform`.
-    explicit MediaApplicationWatcher(platform::Platform platform);
+    // `ownIdentifier` gives this application's bundle identifier, when it has one (read
+    // at every use). Either centre may be null.
+    MediaApplicationWatcher(std::shared_ptr<Workspace> workspace,
+                            std::shared_ptr<DistributedNotifications> distributed,
+                            std::function<std::optional<std::string>()> ownIdentifier);
     ~MediaApplicationWatcher();
 
     void setDelegate(std::weak_ptr<MediaApplicationWatcherDelegate> delegate);
@@ -44,9 +47,9 @@ public:
     // Stops following the workspace (distributed observers stay for the life of the process).
     void removeWorkspaceObservers();
 
-    void applicationLaunched(const std::optional<platform::RunningApplication>& app);
-    void applicationActivated(const std::optional<platform::RunningApplication>& app);
-    void applicationTerminated(const std::optional<platform::RunningApplication>& app);
+    void applicationLaunched(const std::optional<RunningApplication>& app);
+    void applicationActivated(const std::optional<RunningApplication>& app);
+    void applicationTerminated(const std::optional<RunningApplication>& app);
     void updateInterception();
 
     // Distributed-notification handlers: another application announced itself, or
@@ -54,27 +57,28 @@ public:
     void handleAnnouncement(const std::optional<std::string>& object);
     void handleReply(const std::optional<std::string>& object);
 
-    // This application's bundle identifier ("CFBundleIdentifier"), when it has one.
+    // This application's bundle identifier, when it has one.
     std::optional<std::string> ownBundleIdentifier() const;
 
     // The static list plus this application's own identifier (when it has one).
     std::set<std::string, std::less<>> whitelistInForce() const;
 
-    std::vector<platform::RunningApplication>& mediaApps() { return mediaApps_; }
+    std::vector<RunningApplication>& mediaApps() { return mediaApps_; }
     const std::set<std::string, std::less<>>& dynamicWhitelist() const { return dynamicWhitelist_; }
 
 private:
-    bool isThisApplication(const platform::RunningApplication& app) const;
+    bool isThisApplication(const RunningApplication& app) const;
     void postToDistributed(std::string_view name);
 
     // Everything but the distributed centre: its observers hold this watcher strongly,
     // so holding the centre strongly here would make a cycle that outlives the machine.
-    platform::Platform platform_;
-    std::weak_ptr<platform::DistributedNotifications> distributed_;
-    std::vector<platform::RunningApplication> mediaApps_;
+    std::shared_ptr<Workspace> workspace_;
+    std::function<std::optional<std::string>()> ownIdentifier_;
+    std::weak_ptr<DistributedNotifications> distributed_;
+    std::vector<RunningApplication> mediaApps_;
     std::weak_ptr<MediaApplicationWatcherDelegate> delegate_;
     std::set<std::string, std::less<>> dynamicWhitelist_;
-    platform::ObserverToken workspaceToken_ = 0;
+    ObserverToken workspaceToken_ = 0;
 };
 
-} // namespace pw
+} // namespace pw::macos

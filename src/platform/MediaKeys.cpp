@@ -1,26 +1,31 @@
-#include "keyboard/MediaKey.h"
+#include "platform/MediaKeys.h"
 
-#include "platform/EventTap.h"
+namespace pw::platform {
 
-namespace pw {
-
-KeyEvent KeyEvent::fromData1(std::int32_t data1) {
-    // Work on the bit pattern: data1 is a signed word, and a key code with its top bit set
-    // must not drag sign bits into the fields.
-    const auto bits = static_cast<std::uint32_t>(data1);
-    KeyEvent event;
-    event.keycode = static_cast<std::int32_t>((bits >> 16) & 0xFFFFu);
-    event.keyFlags = static_cast<std::int32_t>(bits & 0xFFFFu);
-    event.keyPressed = (bits & 0xFF00u) == platform::kAuxKeyDown;
-    event.keyRepeat = (bits & 0x1u) != 0;
-    return event;
+KeySet KeySet::all() {
+    KeySet set;
+    for (int k = 0; k <= static_cast<int>(MediaKey::mute); ++k)
+        set.add(static_cast<MediaKey>(k));
+    return set;
 }
 
-std::string_view description(EventTapError error) {
+bool delivers(KeyPressMode mode, const KeyState& state) {
+    switch (mode) {
+    case KeyPressMode::keyDown:
+        return state.pressed;
+    case KeyPressMode::keyUp:
+        return !state.pressed;
+    case KeyPressMode::keyDownAndUp:
+        return true;
+    }
+    return false;
+}
+
+std::string_view description(KeysError error) {
     switch (error) {
-    case EventTapError::eventTapCreationFailure:
+    case KeysError::refused:
         return "Event tap creation failed: is your application sandboxed?";
-    case EventTapError::runLoopSourceCreationFailure:
+    case KeysError::noDelivery:
         return "Runloop source creation failed";
     }
     return "Unknown event tap error";
@@ -52,4 +57,4 @@ std::string_view name(MediaKey key) {
     return "unknown";
 }
 
-} // namespace pw
+} // namespace pw::platform

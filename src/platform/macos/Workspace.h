@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace pw::platform {
+namespace pw::macos {
 
 // A running application as the workspace reports it. Two records are the same
 // application when their process ids are equal.
@@ -49,4 +49,4 @@ public:
     virtual void removeObserver(ObserverToken token) = 0;
 };
 
-} // namespace pw::platform
+} // namespace pw::macos

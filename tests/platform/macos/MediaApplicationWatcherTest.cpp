@@ -1,32 +1,35 @@
-#include "keyboard/MediaApplicationWatcher.h"
+#include "platform/macos/MediaApplicationWatcher.h"
 
-#include "MediaKeyTestBed.h"
+#include "MacKeysTestBed.h"
 #include "platform/sim/VirtualClock.h"
 
 namespace pw::test {
 namespace {
 
-using platform::RunningApplication;
+using macos::RunningApplication;
+using platform::KeySet;
 
 // The watcher's owner, reduced to what the watcher sees of it.
-class FakeOwner final : public MediaApplicationWatcherDelegate {
+class FakeOwner final : public macos::MediaApplicationWatcherDelegate {
 public:
-    explicit FakeOwner(std::vector<MediaKey> keys) : keys_(std::move(keys)) {}
+    explicit FakeOwner(KeySet keys) : keys_(keys) {}
     void setInterceptMediaKeys(bool value) override { intercept.push_back(value); }
     void restartTap() override { ++restarts; }
-    std::vector<MediaKey> keysToWatch() const override { return keys_; }
+    KeySet keysToWatch() const override { return keys_; }
     std::vector<bool> intercept; // every value set, in order
     int restarts = 0;
 
 private:
-    std::vector<MediaKey> keys_;
+    KeySet keys_;
 };
 
 class WatcherBed : public ::testing::Test {
 protected:
-    void startWatcher(std::vector<MediaKey> keys) {
-        owner = std::make_shared<FakeOwner>(std::move(keys));
-        watcher = std::make_shared<MediaApplicationWatcher>(machine.platform());
+    // The simulated Mac's own watcher, with a stand-in for the key source around it.
+    void startWatcher(KeySet keys) {
+        owner = std::make_shared<FakeOwner>(keys);
+        watcher = &std::dynamic_pointer_cast<macos::TapMediaKeys>(machine.platform().mediaKeys)
+                       ->watcher();
         watcher->setDelegate(owner);
         watcher->start();
         main().runPending();
@@ -49,11 +52,11 @@ protected:
 
     sim::SimMachine machine{laptopWithMonitor()};
     std::shared_ptr<FakeOwner> owner;
-    std::shared_ptr<MediaApplicationWatcher> watcher;
+    macos::MediaApplicationWatcher* watcher = nullptr;
 };
 
 TEST_F(WatcherBed, WhitelistInForceIsTheStaticListPlusOurOwnIdentifier) {
-    const auto& list = MediaApplicationWatcher::staticWhitelist();
+    const auto& list = macos::MediaApplicationWatcher::staticWhitelist();
     startWatcher({});
     EXPECT_EQ(watcher->whitelistInForce().size(), list.size() + 1);
     EXPECT_TRUE(watcher->whitelistInForce().contains("com.panelwright.app"));
@@ -91,7 +94,7 @@ TEST_F(WatcherBed, ActivationsOrderMediaAppsAndDecideInterceptionForPlaybackKeys
 
     // The last media app quitting leaves interception as it is.
     workspace().terminate(self());
-    workspace().notify(platform::WorkspaceEvent::terminated, std::nullopt);
+    workspace().notify(macos::WorkspaceEvent::terminated, std::nullopt);
     main().runPending();
     EXPECT_TRUE(watcher->mediaApps().empty());
     EXPECT_EQ(owner->intercept.size(), 4u);
@@ -110,7 +113,7 @@ TEST_F(WatcherBed, DisplayKeysOnlyAreNeverSwitchedOffByTheWatcher) {
     EXPECT_EQ(bundles(), (std::vector<std::string>{"com.panelwright.app"}));
 
     // Launching ourselves, as the workspace reports it, does not restart our own tap.
-    workspace().notify(platform::WorkspaceEvent::launched, self());
+    workspace().notify(macos::WorkspaceEvent::launched, self());
     main().runPending();
     EXPECT_EQ(owner->restarts, 1);
 }
@@ -170,58 +173,35 @@ TEST_F(WatcherBed, AnnouncementsAndRepliesFillTheDynamicWhitelist) {
 }
 
 // Two media-key applications of one session find each other, whichever starts first.
-TEST(MediaKeyHookHandshake, TwoApplicationsLearnEachOtherWithOneReplyEach) {
+TEST(MediaKeyHandshake, TwoApplicationsLearnEachOtherWithOneReplyEach) {
     sim::SimMachine first(laptopWithMonitor());
-    auto firstHook = MediaKeyHook::create(first.platform(), {}, KeyPressMode::keyDown, {}, true);
-    firstHook->start();
+    auto firstKeys = std::dynamic_pointer_cast<macos::TapMediaKeys>(first.platform().mediaKeys);
+    firstKeys->start([](const platform::MediaKeyEvent&) {});
     first.manualMainQueue()->runPending();
 
     // The second application shares the first one's session bus.
     sim::SimMachine second(laptopWithMonitor());
-    second.host().setBundleInfo("CFBundleIdentifier", std::string("com.example.second"));
-    auto secondPlatform = second.platform();
     auto secondCentre = std::make_shared<sim::SimDistributedNotifications>(
-        first.distributedBus(), secondPlatform.mainQueue);
-    secondPlatform.distributedNotifications = secondCentre;
-    auto secondHook = MediaKeyHook::create(secondPlatform, {}, KeyPressMode::keyDown, {}, true);
-    secondHook->start();
+        first.distributedBus(), second.platform().mainQueue);
+    macos::TapMediaKeys::Machine mac;
+    mac.distributed = secondCentre;
+    mac.ownIdentifier = [] { return std::optional<std::string>("com.example.second"); };
+    auto secondKeys = macos::TapMediaKeys::create(mac);
+    EXPECT_EQ(secondKeys->start([](const platform::MediaKeyEvent&) {}),
+              platform::KeysError::refused); // no taps on this one: the handshake goes on
     for (int i = 0; i < 3; ++i) {
         first.manualMainQueue()->runPending();
         second.manualMainQueue()->runPending();
     }
 
-    EXPECT_EQ(firstHook->mediaApplicationWatcher().dynamicWhitelist(),
+    EXPECT_EQ(firstKeys->watcher().dynamicWhitelist(),
               (std::set<std::string, std::less<>>{"com.example.second"}));
-    EXPECT_EQ(secondHook->mediaApplicationWatcher().dynamicWhitelist(),
+    EXPECT_EQ(secondKeys->watcher().dynamicWhitelist(),
               (std::set<std::string, std::less<>>{"com.panelwright.app"}));
     EXPECT_EQ(first.distributedBus()->posts("MediaKeyHookReply").size(), 1u);
     EXPECT_EQ(secondCentre->posted().size(), 1u); // its announcement, and no reply
-    firstHook.reset();
-    secondHook.reset();
-}
-
-TEST_F(MediaKeyHookBed, ActivateAndStopDriveTheHooksWatcher) {
-    startHook(KeyPressMode::keyDown, {});
-    auto spotify = machine.workspace().launch(std::string("com.spotify.client"));
-    machine.workspace().activate(spotify);
-    main().runPending();
-    EXPECT_FALSE(hook->interceptMediaKeys());
-    // Playback keys are Spotify's now: they reach the system.
-    EXPECT_TRUE(reachedSystem(send(sim::SimEventTaps::systemDefined(0x00100A00))));
-
-    hook->activate();
-    EXPECT_TRUE(hook->interceptMediaKeys());
-    flushTapThread();
-    EXPECT_EQ(hook->mediaApplicationWatcher().mediaApps().front(),
-              machine.workspace().currentApplication());
-    EXPECT_TRUE(swallowedByUs(send(sim::SimEventTaps::systemDefined(0x00100A00))));
-
-    // Stopped: the workspace no longer moves anything.
-    hook->stop();
-    machine.workspace().activate(spotify);
-    main().runPending();
-    EXPECT_TRUE(hook->interceptMediaKeys());
-    EXPECT_EQ(machine.workspace().observerCount(), 0u);
+    firstKeys->stop();
+    secondKeys->stop();
 }
 
 } // namespace
