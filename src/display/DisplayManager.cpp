@@ -1,7 +1,5 @@
 #include "display/DisplayManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
 #include "display/PacedTransport.h"
@@ -59,17 +57,6 @@ DisplayManager::DisplayManager(platform::Platform platform, std::shared_ptr<DDCM
           })) {}
 
 DisplayManager::~DisplayManager() = default;
-
-namespace {
-ProcessInstance<DisplayManager> sharedDisplayManager;
-} // namespace
-
-std::shared_ptr<DisplayManager> DisplayManager::shared() {
-    return sharedDisplayManager.get(
-        [] { return std::make_shared<DisplayManager>(platform::current(), DDCManager::shared()); });
-}
-
-void DisplayManager::releaseShared() { sharedDisplayManager.release(); }
 
 // --- The published list ---------------------------------------------------------------
 

@@ -1,7 +1,5 @@
 #include "osd/OSDManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/SystemLog.h"
 
 #include <algorithm>
@@ -48,16 +46,6 @@ std::shared_ptr<OSDManager> OSDManager::create(const platform::Platform& platfor
     manager->loadNativeOSD();
     return manager;
 }
-
-namespace {
-ProcessInstance<OSDManager> sharedOSDManager;
-} // namespace
-
-std::shared_ptr<OSDManager> OSDManager::shared() {
-    return sharedOSDManager.get([] { return create(platform::current()); });
-}
-
-void OSDManager::releaseShared() { sharedOSDManager.release(); }
 
 void OSDManager::loadNativeOSD() {
     // Said in words every machine shares: what the system's indicator is called and how it

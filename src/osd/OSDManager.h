@@ -35,10 +35,6 @@ public:
     // Loads the native indicator at once (`loadNativeOSD`). The platform's OSD framework,
     // level-indicator windows, screens and main queue are taken from `platform`.
     static std::shared_ptr<OSDManager> create(const platform::Platform& platform);
-    static std::shared_ptr<OSDManager> shared();
-    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
-    // calls to `shared()` give null.
-    static void releaseShared();
 
     // Main thread.
     void showBrightness(float level, platform::DisplayID display);

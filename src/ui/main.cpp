@@ -1,8 +1,8 @@
 // panelwright: the tray application. Builds the machine (simulated or real), installs it,
 // runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
 
+#include "app/Core.h"
 #include "app/DiagnosticLog.h"
-#include "platform/Platform.h"
 #include "platform/sim/Scenario.h"
 #include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"
@@ -171,17 +171,19 @@ int main(int argc, char** argv) {
     pw::ui::setUpIcons();
     QQmlEngine engine;
     pw::ui::installViews(engine);
-    // Our own indicator window, before anything asks the OSD manager for one.
+    // Our own indicator window, before the OSD manager is made.
     machine->platform().levelIndicators = std::make_shared<pw::ui::QtLevelIndicators>(engine);
-    pw::platform::install(machine->platform());
+    // Every manager, made here and let go (in the reverse order) when `core` goes: after
+    // everything below that uses them, before the window engine and the application.
+    pw::Core core(machine->platform());
 
     const pw::ui::BuildInfo build = pw::ui::BuildInfo::current();
     auto updater = std::make_shared<pw::ui::PackageManagerUpdater>(build.version, build.build);
-    pw::ui::AppDelegate delegate(engine, updater);
+    pw::ui::AppDelegate delegate(core, engine, updater);
     auto& statusBar = delegate.statusBar();
     // One About panel and one settings window for the process, made on first use.
     pw::ui::AboutWindowController about(engine, build);
-    const auto installed = pw::platform::current();
+    const auto& installed = core.machine();
     auto settingsModel =
         std::make_shared<pw::ui::SettingsModel>(installed.defaults, installed.loginItems, updater);
     // A friendly name typed in the settings shows in the open popover at once.

@@ -1,0 +1,34 @@
+#include "app/Core.h"
+
+#include "ddc/DDCManager.h"
+#include "display/DisplayManager.h"
+#include "gamma/GammaManager.h"
+#include "keyboard/KeyboardManager.h"
+#include "osd/OSDManager.h"
+#include "support/SerialQueue.h"
+
+namespace pw {
+
+Core::Core(platform::Platform machine, Parts parts) : machine_(std::move(machine)) {
+    platform::install(machine_);
+    ddc_ = std::make_shared<DDCManager>(machine_.clock, machine_.mainQueue);
+    gamma_ = std::make_shared<GammaManager>(machine_.gamma);
+    displays_ = std::make_shared<DisplayManager>(machine_, ddc_);
+    if (parts == Parts::displaysOnly) return;
+    osd_ = OSDManager::create(machine_);
+    keyboard_ = std::make_shared<KeyboardManager>(machine_, displays_, ddc_, osd_, gamma_);
+}
+
+Core::~Core() {
+    // The reverse of the construction. A manager's destructor joins its workers; work
+    // still queued on another thread holds its manager only weakly and ends without effect.
+    keyboard_.reset();
+    osd_.reset();
+    displays_.reset();
+    gamma_.reset();
+    ddc_.reset();
+    SerialQueue::joinOrphans();
+    platform::install({});
+}
+
+} // namespace pw
