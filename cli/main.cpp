@@ -559,5 +559,7 @@ Exit status: 0 success, 1 the monitor did not answer (or a config key is not set
     const Command command = *detectCmd ? Command::detect
                             : *getCmd  ? Command::getvcp
                                        : Command::setvcp;
-    return runOnMachine(command, options, processStart);
+    const int status = runOnMachine(command, options, processStart); // its Core is gone
+    pw::DiagnosticLog::stop();
+    return status;
 }

@@ -9,8 +9,9 @@
 
 namespace pw {
 
-Core::Core(platform::Platform machine, Parts parts) : machine_(std::move(machine)) {
-    platform::install(machine_);
+Core::Core(platform::Platform machine, Parts parts)
+    : machine_(std::move(machine)), systemLog_(machine_.systemLog, machine_.host.get()),
+      preferences_(machine_.defaults) {
     ddc_ = std::make_shared<DDCManager>(machine_.clock, machine_.mainQueue);
     gamma_ = std::make_shared<GammaManager>(machine_.gamma);
     displays_ = std::make_shared<DisplayManager>(machine_, ddc_);
@@ -28,7 +29,7 @@ Core::~Core() {
     gamma_.reset();
     ddc_.reset();
     SerialQueue::joinOrphans();
-    platform::install({});
+    // The system log's sink and the settings store go last, as members.
 }
 
 } // namespace pw

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/Preferences.h"
+#include "app/SystemLog.h"
 #include "platform/Platform.h"
 
 #include <memory>
@@ -43,6 +45,8 @@ public:
 
 private:
     platform::Platform machine_;
+    SystemLog::Scope systemLog_;
+    Preferences::Scope preferences_;
     std::shared_ptr<DDCManager> ddc_;
     std::shared_ptr<GammaManager> gamma_;
     std::shared_ptr<DisplayManager> displays_;

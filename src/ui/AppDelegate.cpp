@@ -34,7 +34,7 @@ AppDelegate::~AppDelegate() {
 
 void AppDelegate::applicationDidFinishLaunching(std::function<void()> launched) {
     launched_ = std::move(launched);
-    DiagnosticLog::start();
+    DiagnosticLog::start(core_.machine().host, core_.machine().clock);
     DiagnosticLog::writeBanner();
     fileLog("applicationDidFinishLaunching");
     SystemLog::app().info("Panelwright starting...");

@@ -173,6 +173,10 @@ int main(int argc, char** argv) {
     pw::ui::installViews(engine);
     // Our own indicator window, before the OSD manager is made.
     machine->platform().levelIndicators = std::make_shared<pw::ui::QtLevelIndicators>(engine);
+    // The diagnostic log (started by the launch) stops once the Core below is gone.
+    const struct StopLog {
+        ~StopLog() { pw::DiagnosticLog::stop(); }
+    } stopLog;
     // Every manager, made here and let go (in the reverse order) when `core` goes: after
     // everything below that uses them, before the window engine and the application.
     pw::Core core(machine->platform());

@@ -103,25 +103,28 @@ TEST_F(DiagnosticLogTest, EveryStartEmptiesTheFileAndTheBannerComesFirst) {
     EXPECT_EQ(DiagnosticLog::logFileURL(), file);
 }
 
-TEST_F(DiagnosticLogTest, StartWithoutArgumentsUsesTheInstalledPlatform) {
+TEST_F(DiagnosticLogTest, StartFromAHostMakesItsFolderAndStopLetsItGo) {
     const fs::path nested = dir / "state" / "panelwright" / "Panelwright.log";
-    auto installedHost = std::make_shared<sim::SimHostInfo>(platform::Flavor::intel, nested);
-    installedHost->setBundleInfo("CFBundleVersion", std::nullopt);
-    installedHost->setBundleInfo("CFBundleShortVersionString",
-                                 platform::BundleValue(std::int64_t{2}));
-    platform::Platform machine;
-    machine.host = installedHost;
-    machine.clock = std::make_shared<sim::VirtualClock>();
-    test::ScopedPlatform scoped(machine);
-    EXPECT_EQ(DiagnosticLog::logFileURL(), nested); // known before the start, for the banner
+    auto host = std::make_shared<sim::SimHostInfo>(platform::Flavor::intel, nested);
+    host->setBundleInfo("CFBundleVersion", std::nullopt);
+    host->setBundleInfo("CFBundleShortVersionString", platform::BundleValue(std::int64_t{2}));
+    std::shared_ptr<platform::Clock> clock = std::make_shared<sim::VirtualClock>();
+    const std::weak_ptr<platform::Clock> watched = clock;
 
-    DiagnosticLog::start();
+    DiagnosticLog::start(host, std::move(clock));
     DiagnosticLog::writeBanner();
+    EXPECT_EQ(DiagnosticLog::logFileURL(), nested);
 
     const auto written = linesOf(test::readFile(nested));
     ASSERT_EQ(written.size(), 7u);
     EXPECT_EQ(written[1], "[2025-03-01 14:05:09.000] [System] Panelwright v? (?)");
     EXPECT_EQ(written[3], "[2025-03-01 14:05:09.000] [System] Architecture: x86_64 (Intel)");
+
+    DiagnosticLog::stop();
+    EXPECT_TRUE(watched.expired()); // nothing of the run is kept after the stop
+    DiagnosticLog::log("App", "after the stop");
+    EXPECT_EQ(linesOf(test::readFile(nested)).size(), 7u);
+    EXPECT_EQ(DiagnosticLog::logFileURL(), fs::path());
 }
 
 TEST_F(DiagnosticLogTest, AnUnusableLocationLeavesTheProgramRunningWithoutAFileLog) {
