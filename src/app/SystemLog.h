@@ -9,7 +9,7 @@
 
 // The system-log identity every subsystem writes through: subsystem = the bundle
 // identifier, else "com.panelwright.app"; one logger per category ("App", "DDC",
-// "Display", "Keyboard", "OSD"), created once on first use. Messages are formatted
+// "Display", "Keyboard", "OSD"), each a constant. Messages are formatted
 // by the caller; the logger hands them to the installed sink (`Scope`, held by the Core),
 // and drops them while none is installed.
 namespace pw::platform {
