@@ -17,6 +17,7 @@
 #include <signal.h>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <typeinfo>

@@ -5,6 +5,7 @@
 
 #include <future>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -52,8 +53,10 @@ private:
 };
 // Workers of queues destroyed by one of their own tasks. Such a worker cannot join itself,
 // so it is handed here and joined by the next thread that asks (`joinOrphans`, from the
-// program's teardown), by the next hand-over once it has ended, or at the latest when the
-// process's statics go. No worker is ever left unjoined.
+// program's teardown) or by the next hand-over once it has ended. The list lives in fixed
+// storage and is never destroyed: a queue whose own task ends it after `main` returned (a
+// worker that nobody owns) must still find it; such a worker is then ended by the
+// process's exit, like every thread still running.
 struct Orphan {
     std::thread thread;
     std::shared_ptr<const std::atomic<bool>> ended;
@@ -82,15 +85,12 @@ struct Orphans {
             if (orphan.thread.joinable() && orphan.thread.get_id() != std::this_thread::get_id())
                 orphan.thread.join();
     }
-    ~Orphans() {
-        auto all = take([](const Orphan&) { return true; });
-        join(all);
-    }
 };
 
 Orphans& orphans() {
-    static Orphans instance;
-    return instance;
+    alignas(Orphans) static unsigned char storage[sizeof(Orphans)];
+    static Orphans* const instance = new (storage) Orphans;
+    return *instance;
 }
 } // namespace
 

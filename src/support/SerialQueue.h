@@ -57,8 +57,9 @@ public:
 
     // A queue destroyed by one of its own tasks cannot join its worker: the worker
     // finishes what was queued and is joined here, by the program's teardown once every
-    // queue's owner is gone (and at the latest as the process's statics go). Returns how
-    // many workers it joined; each waits for its worker to drain.
+    // queue's owner is gone. Returns how many workers it joined; each waits for its worker
+    // to drain. (A queue whose only owner is its own task has no owner to outlive: its
+    // worker is joined only if it ends before this is called.)
     static std::size_t joinOrphans();
 
 private:
