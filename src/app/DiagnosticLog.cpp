@@ -214,7 +214,7 @@ void writeAll(int fd, std::string_view bytes) {
 }
 
 // One line in one write: the kernel has the bytes when `log` returns, so they survive the
-// process crashing. No fsync: a line may be written while the process-wide transfer queue
+// process crashing. No fsync: a line may be written while the DDC manager's transfer queue
 // holds the bus, and waiting for the disk there would stall every monitor.
 void writeLine(int fd, std::string_view line) { writeAll(fd, line); }
 
