@@ -1,5 +1,5 @@
-// panelwright: the tray application. Builds the machine (simulated or real), installs it,
-// runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
+// panelwright: the tray application. Builds the machine (simulated or real) and the Core
+// that owns it and every manager, runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
 
 #include "app/Core.h"
 #include "app/DiagnosticLog.h"
@@ -135,9 +135,9 @@ int main(int argc, char** argv) {
     }
 
     auto mainQueue = std::make_shared<pw::ui::QtMainQueue>(&app);
-    // Locals go in the reverse of their making: the delegate lets every manager go, then
-    // the engine, then this closes the main queue, so a thread still winding down posts
-    // nothing to the application object while it is destroyed.
+    // Locals go in the reverse of their making: the delegate, then the Core with every
+    // manager and worker, then the engine, then this closes the main queue, so a thread
+    // still winding down posts nothing to the application object while it is destroyed.
     const struct CloseMainQueue {
         std::shared_ptr<pw::ui::QtMainQueue> queue;
         ~CloseMainQueue() { queue->close(); }
