@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <new>
@@ -53,10 +54,9 @@ private:
 };
 // Workers of queues destroyed by one of their own tasks. Such a worker cannot join itself,
 // so it is handed here and joined by the next thread that asks (`joinOrphans`, from the
-// program's teardown) or by the next hand-over once it has ended. The list lives in fixed
-// storage and is never destroyed: a queue whose own task ends it after `main` returned (a
-// worker that nobody owns) must still find it; such a worker is then ended by the
-// process's exit, like every thread still running.
+// program's teardown), by the next hand-over once it has ended, or at the latest as the
+// process exits. The list lives in fixed storage and is never destroyed: a queue whose own
+// task ends it after that (a worker that nobody owns) must still find it.
 struct Orphan {
     std::thread thread;
     std::shared_ptr<const std::atomic<bool>> ended;
@@ -89,7 +89,11 @@ struct Orphans {
 
 Orphans& orphans() {
     alignas(Orphans) static unsigned char storage[sizeof(Orphans)];
-    static Orphans* const instance = new (storage) Orphans;
+    static Orphans* const instance = [] {
+        auto* made = new (storage) Orphans;
+        std::atexit([] { SerialQueue::joinOrphans(); });
+        return made;
+    }();
     return *instance;
 }
 } // namespace

@@ -58,8 +58,7 @@ public:
     // A queue destroyed by one of its own tasks cannot join its worker: the worker
     // finishes what was queued and is joined here, by the program's teardown once every
     // queue's owner is gone. Returns how many workers it joined; each waits for its worker
-    // to drain. (A queue whose only owner is its own task has no owner to outlive: its
-    // worker is joined only if it ends before this is called.)
+    // to drain. What is still handed over when the process exits is joined then.
     static std::size_t joinOrphans();
 
 private:
