@@ -52,6 +52,7 @@ private:
     stack_t previous_{};
     bool installed_ = false;
 };
+
 // Workers of queues destroyed by one of their own tasks. Such a worker cannot join itself,
 // so it is handed here and joined by the next thread that asks (`joinOrphans`, from the
 // program's teardown), by the next hand-over once it has ended, or at the latest as the
@@ -96,6 +97,7 @@ Orphans& orphans() {
     }();
     return *instance;
 }
+
 } // namespace
 
 std::size_t SerialQueue::joinOrphans() {
