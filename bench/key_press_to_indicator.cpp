@@ -7,6 +7,7 @@
 // main thread) to the moment the system indicator is called on the main thread. Prints the
 // figures; asserts nothing.
 #include "BenchMachines.h"
+#include "app/Core.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 #include "keyboard/KeyboardManager.h"
@@ -57,25 +58,20 @@ struct Bed {
     std::shared_ptr<pw::platform::LoopMainQueue> mainQueue =
         std::make_shared<pw::platform::LoopMainQueue>();
     pw::sim::SimMachine sim{machine(), clock, mainQueue};
-    std::shared_ptr<pw::DDCManager> ddc = std::make_shared<pw::DDCManager>(clock, mainQueue);
-    std::shared_ptr<pw::DisplayManager> displays =
-        std::make_shared<pw::DisplayManager>(sim.platform(), ddc);
-    std::shared_ptr<pw::OSDManager> osd;
-    std::shared_ptr<pw::KeyboardManager> keyboard;
+    pw::Core core{sim.platform()};
+    const std::shared_ptr<pw::DDCManager>& ddc = core.ddc();
+    const std::shared_ptr<pw::DisplayManager>& displays = core.displays();
+    const std::shared_ptr<pw::KeyboardManager>& keyboard = core.keyboard();
 
     Bed() {
-        pw::platform::install(sim.platform());
         displays->enumerateDisplays();
         mainQueue->runPending();
-        osd = pw::OSDManager::create(sim.platform());
-        keyboard = std::make_shared<pw::KeyboardManager>(sim.platform(), displays, ddc, osd);
         sim.displayServices().movePointerTo(kMonitor);
     }
     ~Bed() {
         keyboard->stop();
         keyboard->waitForPresses();
         mainQueue->runPending();
-        pw::platform::install({});
     }
 
     std::shared_ptr<pw::I2CTransport> transport() const {

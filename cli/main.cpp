@@ -1,6 +1,7 @@
 // panelwright-cli: the program's main job (find monitors, read and change their
 // features) and its settings, for scripts, tests and people without a tray.
 
+#include "app/Core.h"
 #include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
 #include "app/Tuning.h"
@@ -252,15 +253,15 @@ struct Request {
 };
 
 // Enumerates the machine's displays and carries out the command on them.
-int runCommand(const platform::Platform& machine, const std::shared_ptr<platform::Clock>& clock,
-               const std::shared_ptr<platform::LoopMainQueue>& mainQueue, const Request& request,
-               const Options& options) {
+int runCommand(const Core& core, const std::shared_ptr<platform::LoopMainQueue>& mainQueue,
+               const Request& request, const Options& options) {
     const Command command = request.command;
+    const platform::Platform& machine = core.machine();
     const bool linuxMachine = machine.flavor == platform::Flavor::linux;
     int status = kOK;
-    auto ddc = std::make_shared<DDCManager>(clock, mainQueue);
+    const auto& ddc = core.ddc();
     applyTuningPreferences(platform::JsonUserDefaults(), *ddc, nullptr);
-    auto displays = std::make_shared<DisplayManager>(machine, ddc);
+    const auto& displays = core.displays();
     // A command on one display probes that display alone: every other probe could wait
     // out a bus another program holds.
     displays->enumerateDisplays(command == Command::detect ? std::nullopt : options.displayID);
@@ -295,11 +296,7 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
             status = fail(kNoDisplay, "no external display with DDC/CI found; see \"detect\" and "
                                       "the diagnostic log");
         }
-        if (status != kOK) {
-            displays.reset();
-            ddc.reset();
-            return status;
-        }
+        if (status != kOK) return status;
     }
 
     if (command == Command::detect) {
@@ -336,8 +333,6 @@ int runCommand(const platform::Platform& machine, const std::shared_ptr<platform
                 status = fail(unreachable ? kNoDisplay : status, problem);
         }
     }
-    displays.reset();
-    ddc.reset(); // finishes queued work before the machine goes away
     return status;
 }
 
@@ -380,10 +375,8 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
         if (machine.flavor != platform::Flavor::linux || !machine.drm)
             return fail(kNoDisplay, "this machine has no display backend; try --simulate "
                                     "SCENARIO (e.g. --simulate scenarios/one-monitor.json)");
-        platform::install(machine);
-        const int status = runCommand(machine, machine.clock, mainQueue, request, options);
-        platform::install({});
-        return status;
+        const Core core(machine, Core::Parts::displaysOnly);
+        return runCommand(core, mainQueue, request, options);
     }
 
     auto loaded = sim::loadScenarioFile(options.scenario);
@@ -402,12 +395,14 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
     // delay and the stable key all act the same from the command line.
     auto installed = machine.platform();
     installed.defaults = std::make_shared<platform::JsonUserDefaults>();
-    platform::install(installed);
-
-    const int status = runCommand(installed, clock, mainQueue, request, options);
+    int status = kOK;
+    {
+        // Gone before the state is saved: its managers finish their queued work first.
+        const Core core(installed, Core::Parts::displaysOnly);
+        status = runCommand(core, mainQueue, request, options);
+    }
     sim::saveState(machine, stateFile, "panelwright-cli");
     machine.bus().setObserver({});
-    platform::install({});
     return status;
 }
 
@@ -560,5 +555,7 @@ Exit status: 0 success, 1 the monitor did not answer (or a config key is not set
     const Command command = *detectCmd ? Command::detect
                             : *getCmd  ? Command::getvcp
                                        : Command::setvcp;
-    return runOnMachine(command, options, processStart);
+    const int status = runOnMachine(command, options, processStart); // its Core is gone
+    pw::DiagnosticLog::stop();
+    return status;
 }

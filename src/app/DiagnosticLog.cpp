@@ -2,7 +2,7 @@
 
 #include "platform/Clock.h"
 #include "platform/HostInfo.h"
-#include "platform/Platform.h"
+#include "support/Installed.h"
 
 #include <atomic>
 #include <chrono>
@@ -17,7 +17,9 @@
 #include <signal.h>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
+#include <thread>
 #include <typeinfo>
 #include <unistd.h>
 #include <variant>
@@ -60,6 +62,8 @@ struct State {
     std::atomic<long> utcOffset{0};
     // Lines pushed to the disk (fsync) since the start: only crash lines are.
     std::atomic<int> diskSyncs{0};
+    // Threads inside `log` now: `stop` waits for them before it lets the clock go.
+    std::atomic<int> writers{0};
     // Under the lock.
     fs::path path;
     std::shared_ptr<const HostInfo> ownedHost; // keeps the installed platform's objects alive
@@ -68,10 +72,11 @@ struct State {
     bool handlersInstalled = false;
 };
 
-// Never destroyed: a crash handler may run while the process is already tearing down
-// its statics.
+// Fixed storage, never destroyed: a crash handler may run while the process is already
+// tearing down its statics. What it refers to is let go by `stop`.
 State& state() {
-    static State* const instance = new State;
+    alignas(State) static unsigned char storage[sizeof(State)];
+    static State* const instance = new (storage) State;
     return *instance;
 }
 
@@ -209,7 +214,7 @@ void writeAll(int fd, std::string_view bytes) {
 }
 
 // One line in one write: the kernel has the bytes when `log` returns, so they survive the
-// process crashing. No fsync: a line may be written while the process-wide transfer queue
+// process crashing. No fsync: a line may be written while the DDC manager's transfer queue
 // holds the bus, and waiting for the disk there would stall every monitor.
 void writeLine(int fd, std::string_view line) { writeAll(fd, line); }
 
@@ -416,18 +421,6 @@ std::string bundleString(const HostInfo* host, const std::string& key) {
 
 } // namespace
 
-void start() {
-    const auto installed = platform::snapshot();
-    std::shared_ptr<const HostInfo> host = installed->host;
-    std::shared_ptr<Clock> clock = installed->clock;
-    fs::path file;
-    if (host) {
-        host->prepareDiagnosticLogFolder();
-        file = host->diagnosticLogPath();
-    }
-    startWith(file, host.get(), clock.get(), host, clock);
-}
-
 void start(const fs::path& file, const HostInfo& host, Clock& clock) {
     startWith(file, &host, &clock, nullptr, nullptr);
 }
@@ -461,6 +454,11 @@ void writeBanner() {
 
 void log(std::string_view category, std::string_view message) {
     State& s = state();
+    s.writers.fetch_add(1);
+    const struct Leave {
+        State& s;
+        ~Leave() { s.writers.fetch_sub(1); }
+    } leave{s};
     if (s.fd.load() < 0 && s.echoFd.load() < 0) return; // before start, or no file: dropped
     Clock* clock = s.clock.load();
     if (!clock) return;
@@ -473,33 +471,40 @@ void log(std::string_view category, std::string_view message) {
 }
 
 fs::path logFileURL() {
-    {
-        State& s = state();
-        std::lock_guard hold(s.mutex);
-        if (!s.path.empty()) return s.path;
-    }
-    const auto host = platform::snapshot()->host;
-    return host ? host->diagnosticLogPath() : fs::path();
-}
-
-void resetForTesting() {
     State& s = state();
     std::lock_guard hold(s.mutex);
-    const int fd = s.fd.exchange(-1);
-    if (fd >= 0) ::close(fd);
-    s.host.store(nullptr);
-    s.clock.store(nullptr);
-    s.ownedHost.reset();
-    s.ownedClock.reset();
-    s.path.clear();
-    s.echoFd.store(-1);
-    if (s.handlersInstalled) {
-        for (int signal : kCrashSignals)
-            std::signal(signal, SIG_DFL);
-        if (s.previousTerminate) std::set_terminate(s.previousTerminate);
-        s.handlersInstalled = false;
-    }
+    return s.path;
 }
+
+void stop() {
+    State& s = state();
+    std::shared_ptr<const HostInfo> host;
+    std::shared_ptr<Clock> clock;
+    {
+        std::lock_guard hold(s.mutex);
+        const int fd = s.fd.exchange(-1);
+        if (fd >= 0) ::close(fd);
+        s.echoFd.store(-1);
+        s.host.store(nullptr);
+        s.clock.store(nullptr);
+        s.stackWriter.store(nullptr);
+        host = std::move(s.ownedHost);
+        clock = std::move(s.ownedClock);
+        s.path.clear();
+        if (s.handlersInstalled) {
+            for (int signal : kCrashSignals)
+                std::signal(signal, SIG_DFL);
+            if (s.previousTerminate) std::set_terminate(s.previousTerminate);
+            s.handlersInstalled = false;
+        }
+    }
+    // A thread that entered `log` before the pointers were cleared may still use the
+    // clock: the host and clock go once it has left (a later one finds nothing).
+    while (s.writers.load() != 0)
+        std::this_thread::yield();
+}
+
+void resetForTesting() { stop(); }
 
 int diskSyncsForTesting() { return state().diskSyncs.load(); }
 

@@ -17,17 +17,17 @@ class Clock;
 // Process-wide state behind free functions; callable from any thread.
 namespace pw::DiagnosticLog {
 
-// Empties (or creates) the file at the platform's log location, opens it and installs
-// the crash handlers. If the file cannot be opened the program runs on without a
-// file log, silently.
-void start();
+// Empties (or creates) the file at `host`'s log location, opens it and installs the crash
+// handlers, keeping `host` and `clock` until `stop`. If the file cannot be opened the
+// program runs on without a file log, silently.
+void start(std::shared_ptr<const platform::HostInfo> host, std::shared_ptr<platform::Clock> clock);
 // The same, at an explicit location with explicit collaborators (tests).
 void start(const std::filesystem::path& file, const platform::HostInfo& host,
            platform::Clock& clock);
-// The same at `host`'s log location, keeping both for the rest of the run: for a program
-// whose log is not the installed machine's (the command line, whose machine is chosen
-// later and may be a simulated one).
-void start(std::shared_ptr<const platform::HostInfo> host, std::shared_ptr<platform::Clock> clock);
+// Closes the file, puts the default crash dispositions back and lets the host and clock
+// go once no thread is inside `log`; lines after it are dropped. Each program's `main`
+// calls it once its Core is gone.
+void stop();
 
 // Every line from now on is also written, whole, to `fd` (-1: no more): the command line's
 // --verbose shows its log on stderr, whether or not the file could be opened.
@@ -39,11 +39,10 @@ void writeBanner();
 // Appends "[yyyy-MM-dd HH:mm:ss.SSS] [category] message\n". Dropped before `start`.
 void log(std::string_view category, std::string_view message);
 
-// Where the file lives (shown in the banner).
+// Where the file lives (shown in the banner); empty before `start`.
 std::filesystem::path logFileURL();
 
-// Closes the file, forgets the state and puts the default crash dispositions back, so a
-// test can start afresh. Not used by the program.
+// `stop`, so a test can start afresh.
 void resetForTesting();
 
 // How many times the file was synced to the disk since the last start (only crash lines

@@ -1,6 +1,5 @@
 #include "app/Preferences.h"
 
-#include "platform/Platform.h"
 
 #include <algorithm>
 #include <charconv>
@@ -15,11 +14,11 @@ namespace {
 
 using platform::DefaultsValue;
 
-// The installed store, looked up on every call rather than cached: the platform is
-// installed once by main(), but tests swap it, and a stale cached store would outlive it.
-std::shared_ptr<platform::UserDefaults> installedStore() {
-    return platform::snapshot()->defaults;
-}
+constinit NeverDestroyed<InstalledSlot<platform::UserDefaults>> gStore;
+
+// The installed store, looked up on every call rather than cached: a stale cached store
+// would outlive its scope.
+std::shared_ptr<platform::UserDefaults> installedStore() { return gStore.value.get(); }
 
 std::string_view trimmed(std::string_view text) {
     constexpr std::string_view kSpace = " \t\n\r\f\v";
@@ -76,6 +75,11 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
 }
 
 } // namespace
+
+Scope::Scope(std::shared_ptr<platform::UserDefaults> store)
+    : install_(gStore.value, std::move(store)) {}
+
+Scope::~Scope() = default;
 
 std::optional<StartupAction> startupActionFromRaw(std::int64_t raw) {
     switch (raw) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "platform/UserDefaults.h"
+#include "support/Installed.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,14 +14,27 @@
 // store and the accessors for the keys more than one place needs.
 //
 // Every accessor comes twice: one form takes the store explicitly (tests, the command
-// line), the other uses the installed platform's store. Without an installed store the
-// plain readers give each key's default and the plain setters do nothing, so code that
-// runs before (or without) a platform keeps working on defaults.
+// line), the other uses the installed store (`Scope`, held by the Core). Without an
+// installed store the plain readers give each key's default and the plain setters do
+// nothing, so code that runs before (or without) a Core keeps working on defaults.
 //
 // A value of an unexpected kind never fails a read: the typed readers convert it the way
 // a user-defaults store does (see integer, doubleValue, boolean), and the accessors that
 // need to tell absence from a value look at the stored kind directly.
 namespace pw::Preferences {
+
+// Makes `store` the one the plain accessors use, for the scope's lifetime; puts back the
+// one installed before.
+class Scope {
+public:
+    explicit Scope(std::shared_ptr<platform::UserDefaults> store);
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+private:
+    ScopedInstall<platform::UserDefaults> install_;
+};
 
 // What the settings window offers to do with a monitor's values at start-up.
 enum class StartupAction : std::int64_t { doNothing = 0, restoreLast = 1, readFromDisplay = 2 };

@@ -1,20 +1,47 @@
 #pragma once
 
 #include "platform/SystemLog.h"
+#include "support/Installed.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 
 // The system-log identity every subsystem writes through: subsystem = the bundle
 // identifier, else "com.panelwright.app"; one logger per category ("App", "DDC",
-// "Display", "Keyboard", "OSD"), created once on first use. Messages are formatted
-// by the caller; the logger hands them to the installed platform sink.
+// "Display", "Keyboard", "OSD"), each a constant. Messages are formatted
+// by the caller; the logger hands them to the installed sink (`Scope`, held by the Core),
+// and drops them while none is installed.
+namespace pw::platform {
+class HostInfo;
+}
+
 namespace pw::SystemLog {
+
+// Where messages go and under which subsystem they are filed.
+struct Target {
+    std::shared_ptr<platform::SystemLogSink> sink;
+    std::string subsystem;
+};
+
+// Makes `sink` the one every logger writes to, for the scope's lifetime, filed under the
+// host's bundle identifier (else "com.panelwright.app"); puts back the one before. A
+// thread logging while the scope ends finishes on the old sink.
+class Scope {
+public:
+    Scope(std::shared_ptr<platform::SystemLogSink> sink, const platform::HostInfo* host);
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+private:
+    ScopedInstall<const Target> install_;
+};
 
 class Logger {
 public:
-    explicit Logger(std::string category) : category_(std::move(category)) {}
-    const std::string& category() const { return category_; }
+    constexpr explicit Logger(std::string_view category) : category_(category) {}
+    std::string_view category() const { return category_; }
 
     void debug(std::string_view message) const { write(platform::LogLevel::debug, message); }
     void info(std::string_view message) const { write(platform::LogLevel::info, message); }
@@ -22,7 +49,7 @@ public:
     void write(platform::LogLevel level, std::string_view message) const;
 
 private:
-    std::string category_;
+    std::string_view category_; // a literal
 };
 
 const Logger& app();
@@ -31,11 +58,7 @@ const Logger& display();
 const Logger& keyboard();
 const Logger& osd();
 
-// The subsystem every message is filed under. Settled at the first message sent while a
-// platform with host facts is installed, and kept for the rest of the run.
+// The subsystem messages are filed under now.
 std::string subsystem();
-
-// Forgets the settled subsystem, so a test can install another host. Not used by the program.
-void resetForTesting();
 
 } // namespace pw::SystemLog

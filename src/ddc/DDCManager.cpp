@@ -1,11 +1,8 @@
 #include "ddc/DDCManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/DiagnosticLog.h"
 #include "app/SystemLog.h"
 #include "ddc/DDCMessages.h"
-#include "platform/Platform.h"
 #include "support/WeakOwner.h"
 
 #include <algorithm>
@@ -32,28 +29,10 @@ std::string formatWriteLine(const char* outcome, VCPCode code, std::uint16_t val
 DDCManager::DDCManager(std::shared_ptr<platform::Clock> clock,
                        std::shared_ptr<platform::MainQueue> mainQueue)
     : clock_(std::move(clock)), mainQueue_(std::move(mainQueue)),
+      globalQueue_(std::make_unique<SerialQueue>("com.panelwright.globalDDCQueue")),
       queue_(std::make_unique<SerialQueue>("com.panelwright.ddc")) {}
 
 DDCManager::~DDCManager() = default;
-
-namespace {
-ProcessInstance<DDCManager> sharedDDCManager;
-} // namespace
-
-std::shared_ptr<DDCManager> DDCManager::shared() {
-    return sharedDDCManager.get([] {
-        const auto p = platform::snapshot();
-        return std::make_shared<DDCManager>(p->clock, p->mainQueue);
-    });
-}
-
-void DDCManager::releaseShared() { sharedDDCManager.release(); }
-
-SerialQueue& DDCManager::globalDDCQueue() {
-    // Never destroyed: transfers may still be queued while static destructors run.
-    static SerialQueue* const queue = new SerialQueue("com.panelwright.globalDDCQueue");
-    return *queue;
-}
 
 void DDCManager::sleepMicroseconds(std::uint32_t microseconds) {
     if (clock_) clock_->sleepFor(std::chrono::microseconds(microseconds));

@@ -36,8 +36,9 @@ struct FeatureReading {
 
 // The one door every DDC/CI read and write goes through. Writes are queued in order
 // on "com.panelwright.ddc" and completed on the main queue; reads run on the caller's
-// thread. Every bus transfer of the process, with its waits, runs on the one
-// "com.panelwright.globalDDCQueue", so no two transactions ever share the bus. Values
+// thread. Every bus transfer, with its waits, runs on the manager's one
+// "com.panelwright.globalDDCQueue", so no two transactions ever share the bus. The manager
+// owns both workers and joins them when it goes. Values
 // read or written recently are answered from a short-lived cache.
 //
 // The cache never answers for another monitor than the one a value came from: its entries
@@ -54,12 +55,6 @@ public:
 
     DDCManager(const DDCManager&) = delete;
     DDCManager& operator=(const DDCManager&) = delete;
-
-    // The process-wide instance, built on first use from the installed platform.
-    static std::shared_ptr<DDCManager> shared();
-    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
-    // calls to `shared()` give null.
-    static void releaseShared();
 
     // Asynchronous: queues the write; `completion` (if any) gets the outcome on the main queue.
     void write(std::shared_ptr<I2CTransport> transport, VCPCode code, std::uint16_t value,
@@ -105,7 +100,9 @@ public:
     void setCacheTTL(double seconds) { cacheTTL_ = seconds; }
 
     SerialQueue& queue() { return *queue_; }
-    static SerialQueue& globalDDCQueue();
+    // Every bus transfer of this manager, with its waits. One per manager: the program has
+    // one manager (owned by its Core), so no two transfers of the process share the bus.
+    SerialQueue& globalDDCQueue() { return *globalQueue_; }
 
 private:
     struct CacheEntry {
@@ -162,6 +159,9 @@ private:
     // Per endpointKey: until when its monitor must not be sent anything. Only touched on
     // the global transfer queue, which is its lock.
     std::map<std::int64_t, platform::Clock::TimePoint> quietUntil_;
+    // The two workers are joined by the destructor, the write queue first: its queued
+    // items still go through the transfer queue, so that one is declared before it.
+    std::unique_ptr<SerialQueue> globalQueue_;
     // Last member: destroyed first, so queued write items finish before the rest goes.
     std::unique_ptr<SerialQueue> queue_;
 };

@@ -1,7 +1,5 @@
 #include "display/DisplayManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/Enumeration.h"
@@ -35,17 +33,6 @@ DisplayManager::~DisplayManager() {
     refreshWorker_.reset();
     enumerationWorker_.reset();
 }
-
-namespace {
-ProcessInstance<DisplayManager> sharedDisplayManager;
-} // namespace
-
-std::shared_ptr<DisplayManager> DisplayManager::shared() {
-    return sharedDisplayManager.get(
-        [] { return std::make_shared<DisplayManager>(platform::current(), DDCManager::shared()); });
-}
-
-void DisplayManager::releaseShared() { sharedDisplayManager.release(); }
 
 platform::Clock::TimePoint DisplayManager::now() const {
     return platform_.clock ? platform_.clock->now() : platform::Clock::TimePoint{};

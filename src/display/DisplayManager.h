@@ -41,13 +41,6 @@ public:
     DisplayManager(const DisplayManager&) = delete;
     DisplayManager& operator=(const DisplayManager&) = delete;
 
-    // The process-wide instance, built on first use from the installed platform and the
-    // shared DDC manager.
-    static std::shared_ptr<DisplayManager> shared();
-    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
-    // calls to `shared()` give null.
-    static void releaseShared();
-
     // --- The published list ---------------------------------------------------------
 
     std::vector<ExternalDisplay> displays() const { return list_.displays(); }

@@ -55,8 +55,7 @@ std::string displayTitle(const ExternalDisplay& display, const platform::UserDef
 }
 
 std::string displayTitle(const ExternalDisplay& display) {
-    const auto store = platform::snapshot()->defaults;
-    return store ? displayTitle(display, *store) : display.displayTitle();
+    return Preferences::friendlyName(display.preferenceKey()).value_or(display.displayTitle());
 }
 
 std::vector<ExternalDisplay> ddcCapableDisplays(const std::vector<ExternalDisplay>& displays) {

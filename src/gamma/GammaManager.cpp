@@ -1,7 +1,5 @@
 #include "gamma/GammaManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/SystemLog.h"
 
 #include <algorithm>
@@ -22,17 +20,6 @@ std::vector<float> scaled(const std::vector<float>& samples, float factor) {
 
 GammaManager::GammaManager(std::shared_ptr<platform::GammaTables> tables)
     : tables_(std::move(tables)) {}
-
-namespace {
-ProcessInstance<GammaManager> sharedGammaManager;
-} // namespace
-
-std::shared_ptr<GammaManager> GammaManager::shared() {
-    return sharedGammaManager.get(
-        [] { return std::make_shared<GammaManager>(platform::current().gamma); });
-}
-
-void GammaManager::releaseShared() { sharedGammaManager.release(); }
 
 void GammaManager::setBrightness(platform::DisplayID display, double factor) {
     // Written so that NaN fails the first test and lands on 0.

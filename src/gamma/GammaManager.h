@@ -17,12 +17,6 @@ class GammaManager {
 public:
     GammaManager(std::shared_ptr<platform::GammaTables> tables);
 
-    // The process-wide instance, built on first use from the installed platform.
-    static std::shared_ptr<GammaManager> shared();
-    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
-    // calls to `shared()` give null.
-    static void releaseShared();
-
     // 0 = black, 1 (or more) = the display's calibrated tables. Not a number or not above
     // 0 counts as 0. The system restores all displays at once; displays dimmed before get
     // their levels back at once.

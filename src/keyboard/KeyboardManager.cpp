@@ -1,7 +1,5 @@
 #include "keyboard/KeyboardManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/DiagnosticLog.h"
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
@@ -42,9 +40,11 @@ float fraction(std::uint16_t value, std::uint16_t max) {
 KeyboardManager::KeyboardManager(platform::Platform platform,
                                  std::shared_ptr<DisplayManager> displayManager,
                                  std::shared_ptr<DDCManager> ddcManager,
-                                 std::shared_ptr<OSDManager> osdManager)
+                                 std::shared_ptr<OSDManager> osdManager,
+                                 std::shared_ptr<GammaManager> gammaManager)
     : platform_(std::move(platform)), displayManager_(std::move(displayManager)),
-      ddcManager_(std::move(ddcManager)), osdManager_(std::move(osdManager)) {}
+      ddcManager_(std::move(ddcManager)), osdManager_(std::move(osdManager)),
+      gammaManager_(std::move(gammaManager)) {}
 
 KeyboardManager::~KeyboardManager() {
     if (keysStarted_ && platform_.mediaKeys) platform_.mediaKeys->stop();
@@ -58,19 +58,6 @@ void KeyboardManager::joinWorkers() {
     workers_.clear();
     closing_ = false;
 }
-
-namespace {
-ProcessInstance<KeyboardManager> sharedKeyboardManager;
-} // namespace
-
-std::shared_ptr<KeyboardManager> KeyboardManager::shared() {
-    return sharedKeyboardManager.get([] {
-        return std::make_shared<KeyboardManager>(platform::current(), DisplayManager::shared(),
-                                                 DDCManager::shared(), OSDManager::shared());
-    });
-}
-
-void KeyboardManager::releaseShared() { sharedKeyboardManager.release(); }
 
 // --- The tap -------------------------------------------------------------------------------
 
@@ -208,7 +195,7 @@ void KeyboardManager::adjustSoftwareBrightness(platform::DisplayID id, Direction
 }
 
 std::shared_ptr<GammaManager> KeyboardManager::gammaManager() const {
-    return gammaManager_ ? gammaManager_ : GammaManager::shared();
+    return gammaManager_;
 }
 
 void KeyboardManager::toggleDisplayMute(const ExternalDisplay& display) {
@@ -319,7 +306,7 @@ void KeyboardManager::runAdjustment(const KeyWork& work) {
     const auto id = display.id;
     bool readFailed = false;
     std::optional<std::uint16_t> written;
-    DDCManager::globalDDCQueue().sync([&] {
+    ddc.globalDDCQueue().sync([&] {
         const auto value = ddc.read(display.transport, code);
         readFailed = !value;
         // A monitor that reports no range has nothing to step within.
@@ -362,7 +349,7 @@ void KeyboardManager::runMuteToggle(const KeyWork& work) {
     auto& ddc = *ddcManager_;
     constexpr auto code = rawValue(VCPCode::mute);
     const auto id = display.id;
-    DDCManager::globalDDCQueue().sync([&] {
+    ddc.globalDDCQueue().sync([&] {
         const auto value = ddc.read(display.transport, VCPCode::mute);
         if (!value) return; // silently
         // MCCS: 1 = muted, 2 = not muted; anything but 1 counts as not muted.

@@ -40,13 +40,10 @@ public:
     static constexpr const char* kKeyPressQueueLabel = "com.panelwright.keypress";
 
     KeyboardManager(platform::Platform platform, std::shared_ptr<DisplayManager> displayManager,
-                    std::shared_ptr<DDCManager> ddcManager, std::shared_ptr<OSDManager> osdManager);
+                    std::shared_ptr<DDCManager> ddcManager, std::shared_ptr<OSDManager> osdManager,
+                    std::shared_ptr<GammaManager> gammaManager = nullptr);
     ~KeyboardManager();
 
-    static std::shared_ptr<KeyboardManager> shared();
-    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
-    // calls to `shared()` give null.
-    static void releaseShared();
 
     void start(); // main thread
     void stop();  // main thread; joins the key workers
@@ -62,7 +59,7 @@ public:
     // Brightness of a display forced to software: one step of the gamma level (the step
     // as a fraction of full), floored like the popover's slider. Main thread.
     void adjustSoftwareBrightness(platform::DisplayID id, Direction direction, float step);
-    // The gamma manager the software steps go through; the shared one unless set.
+    // The gamma manager the software steps go through (none: software steps do nothing).
     void setGammaManager(std::shared_ptr<GammaManager> gamma) { gammaManager_ = std::move(gamma); }
 
     float brightnessStep() const { return brightnessStep_; }

@@ -1,7 +1,5 @@
 #include "osd/OSDManager.h"
 
-#include "support/ProcessInstance.h"
-
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
 
@@ -13,16 +11,6 @@ OSDManager::OSDManager(const platform::Platform& platform)
 std::shared_ptr<OSDManager> OSDManager::create(const platform::Platform& platform) {
     return std::shared_ptr<OSDManager>(new OSDManager(platform));
 }
-
-namespace {
-ProcessInstance<OSDManager> sharedOSDManager;
-} // namespace
-
-std::shared_ptr<OSDManager> OSDManager::shared() {
-    return sharedOSDManager.get([] { return create(platform::current()); });
-}
-
-void OSDManager::releaseShared() { sharedOSDManager.release(); }
 
 bool OSDManager::wanted() const {
     return defaults_ ? Preferences::showOSD(*defaults_) : true;

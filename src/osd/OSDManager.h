@@ -13,10 +13,6 @@ class OSDManager {
 public:
     // The machine's indicator and the preferences store are taken from `platform`.
     static std::shared_ptr<OSDManager> create(const platform::Platform& platform);
-    static std::shared_ptr<OSDManager> shared();
-    // Lets the process-wide instance go (the app's start-up, in its teardown order); later
-    // calls to `shared()` give null.
-    static void releaseShared();
 
     // Main thread.
     void showBrightness(float level, platform::DisplayID display);

@@ -24,8 +24,8 @@ namespace pw::platform {
 // the simulated machine. The display manager never asks: the machine's `monitors` differ.
 enum class Flavor { unset, appleSilicon, intel, linux };
 
-// Every operating-system facility the program uses, as installed at start-up.
-// A member may be null where a machine lacks the facility; callers check.
+// Every operating-system facility the program uses: the machine a program's Core owns
+// (app/Core.h). A member may be null where a machine lacks the facility; callers check.
 struct Platform {
     Flavor flavor = Flavor::unset; // each machine sets its own
     std::shared_ptr<Clock> clock;
@@ -48,18 +48,5 @@ struct Platform {
     // Starting at login; null where the machine offers no way to do it.
     std::shared_ptr<LoginItems> loginItems;
 };
-
-// The process-wide platform that `shared()` services are built from. Installed
-// once by main() (or by a test fixture) before any service is used.
-//
-// What is installed is an immutable snapshot: `install` swaps in a new one, and a caller
-// keeps the snapshot it got alive for as long as it holds it, so a worker thread logging
-// through the platform never sees it change or die under it while a test installs
-// another. Never null; before any install it is an empty Platform.
-void install(Platform platform);
-std::shared_ptr<const Platform> snapshot();
-// A copy of the installed platform (a handful of shared pointers): convenient where a
-// caller wants one or two members or keeps the whole record.
-Platform current();
 
 } // namespace pw::platform

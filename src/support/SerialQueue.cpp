@@ -3,8 +3,12 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <cstdlib>
 #include <future>
 #include <memory>
+#include <new>
+#include <utility>
+#include <vector>
 
 namespace pw {
 
@@ -48,7 +52,60 @@ private:
     stack_t previous_{};
     bool installed_ = false;
 };
+
+// Workers of queues destroyed by one of their own tasks. Such a worker cannot join itself,
+// so it is handed here and joined by the next thread that asks (`joinOrphans`, from the
+// program's teardown), by the next hand-over once it has ended, or at the latest as the
+// process exits. The list lives in fixed storage and is never destroyed: a queue whose own
+// task ends it after that (a worker that nobody owns) must still find it.
+struct Orphan {
+    std::thread thread;
+    std::shared_ptr<const std::atomic<bool>> ended;
+};
+
+struct Orphans {
+    std::mutex mutex;
+    std::vector<Orphan> waiting;
+
+    // Takes out those matching `which` under the lock; they are joined outside it.
+    template <typename Which> std::vector<Orphan> take(Which which) {
+        std::vector<Orphan> out;
+        std::lock_guard lock(mutex);
+        for (auto it = waiting.begin(); it != waiting.end();) {
+            if (which(*it)) {
+                out.push_back(std::move(*it));
+                it = waiting.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        return out;
+    }
+    static void join(std::vector<Orphan>& orphans) {
+        for (auto& orphan : orphans)
+            if (orphan.thread.joinable() && orphan.thread.get_id() != std::this_thread::get_id())
+                orphan.thread.join();
+    }
+};
+
+Orphans& orphans() {
+    alignas(Orphans) static unsigned char storage[sizeof(Orphans)];
+    static Orphans* const instance = [] {
+        auto* made = new (storage) Orphans;
+        std::atexit([] { SerialQueue::joinOrphans(); });
+        return made;
+    }();
+    return *instance;
+}
+
 } // namespace
+
+std::size_t SerialQueue::joinOrphans() {
+    const auto self = std::this_thread::get_id();
+    auto taken = orphans().take([self](const Orphan& o) { return o.thread.get_id() != self; });
+    Orphans::join(taken);
+    return taken.size();
+}
 
 SerialQueue::SerialQueue(std::string label)
     : label_(std::move(label)), state_(std::make_shared<State>()) {
@@ -65,8 +122,12 @@ SerialQueue::~SerialQueue() {
     if (worker_.joinable()) {
         if (worker_.get_id() == std::this_thread::get_id()) {
             // Destroyed from its own task: the worker drains what is left on the shared
-            // state and ends by itself.
-            worker_.detach();
+            // state and ends by itself; another thread joins it (`joinOrphans`). Those
+            // handed over before that have ended are joined now, so the list stays short.
+            auto ended = orphans().take([](const Orphan& o) { return o.ended->load(); });
+            Orphans::join(ended);
+            std::lock_guard lock(orphans().mutex);
+            orphans().waiting.push_back({std::move(worker_), state_->ended});
         } else {
             worker_.join();
         }
@@ -121,6 +182,7 @@ void SerialQueue::run(const std::shared_ptr<State>& state, const SerialQueue* ow
     }
     tCurrentQueue = nullptr;
     tCurrentLabel = nullptr;
+    state->ended->store(true);
 }
 
 } // namespace pw

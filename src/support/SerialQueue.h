@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -24,7 +26,9 @@ public:
     using Task = std::function<void()>;
 
     explicit SerialQueue(std::string label);
-    ~SerialQueue(); // runs every task already queued, then joins the worker
+    // Runs every task already queued, then joins the worker (from its own task: hands the
+    // worker to `joinOrphans`).
+    ~SerialQueue();
 
     SerialQueue(const SerialQueue&) = delete;
     SerialQueue& operator=(const SerialQueue&) = delete;
@@ -51,6 +55,12 @@ public:
     // Label of the serial queue whose worker runs the calling thread, or "" elsewhere.
     static std::string currentLabel();
 
+    // A queue destroyed by one of its own tasks cannot join its worker: the worker
+    // finishes what was queued and is joined here, by the program's teardown once every
+    // queue's owner is gone. Returns how many workers it joined; each waits for its worker
+    // to drain. What is still handed over when the process exits is joined then.
+    static std::size_t joinOrphans();
+
 private:
     // Shared with the worker thread, so a queue destroyed by one of its own tasks
     // leaves the worker something valid to finish with.
@@ -60,6 +70,8 @@ private:
         std::condition_variable wake;
         std::deque<Task> tasks;
         bool stopping = false;
+        // Set by the worker as its last act, so a later hand-over can join it at once.
+        std::shared_ptr<std::atomic<bool>> ended = std::make_shared<std::atomic<bool>>(false);
     };
     static void run(const std::shared_ptr<State>& state, const SerialQueue* owner);
 

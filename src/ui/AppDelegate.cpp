@@ -1,16 +1,13 @@
 #include "ui/AppDelegate.h"
 
-#include "app/Tuning.h"
-
+#include "app/Core.h"
 #include "app/DiagnosticLog.h"
 #include "app/StartupActions.h"
 #include "app/SystemLog.h"
-#include "ddc/DDCManager.h"
+#include "app/Tuning.h"
 #include "display/DisplayManager.h"
 #include "gamma/GammaManager.h"
 #include "keyboard/KeyboardManager.h"
-#include "osd/OSDManager.h"
-#include "platform/Platform.h"
 #include "ui/QtStatusBar.h"
 #include "ui/Updater.h"
 
@@ -19,31 +16,25 @@ namespace {
 void fileLog(std::string_view message) { DiagnosticLog::log("App", message); }
 } // namespace
 
-AppDelegate::AppDelegate(QQmlEngine& engine, std::shared_ptr<Updater> updater)
-    : statusBarController_(std::make_unique<QtStatusBar>(engine)),
-      displayManager_(DisplayManager::shared()),
-      keyboardManager_(KeyboardManager::shared()),
+AppDelegate::AppDelegate(Core& core, QQmlEngine& engine, std::shared_ptr<Updater> updater)
+    : core_(core), statusBarController_(std::make_unique<QtStatusBar>(engine, core)),
+      displayManager_(core.displays()), keyboardManager_(core.keyboard()),
       updaterController_(std::move(updater)) {}
 
-// Every manager goes here, in the reverse of the order it was made in, while the Qt
-// application and the window engine that its windows (the level indicator's) belong to
-// still exist: a window left for static destruction would outlive both.
+// What the delegate made goes in the reverse of its making; the managers themselves go
+// with the Core, after the delegate and before the Qt application and the window engine
+// that the level indicator's window belongs to.
 AppDelegate::~AppDelegate() {
     applicationWillTerminate();
     startupActions_.reset();
     keyboardManager_.reset();
-    KeyboardManager::releaseShared();
-    OSDManager::releaseShared();
     statusBarController_.reset(); // the popover's view model and the click rules
     displayManager_.reset();
-    DisplayManager::releaseShared();
-    GammaManager::releaseShared();
-    DDCManager::releaseShared();
 }
 
 void AppDelegate::applicationDidFinishLaunching(std::function<void()> launched) {
     launched_ = std::move(launched);
-    DiagnosticLog::start();
+    DiagnosticLog::start(core_.machine().host, core_.machine().clock);
     DiagnosticLog::writeBanner();
     fileLog("applicationDidFinishLaunching");
     SystemLog::app().info("Panelwright starting...");
@@ -69,13 +60,13 @@ void AppDelegate::finishLaunching() {
     fileLog("Starting keyboard manager...");
     keyboardManager_->start();
     fileLog("Keyboard manager started");
-    if (const auto& defaults = platform::current().defaults)
+    if (const auto& defaults = core_.machine().defaults)
         applyTuningPreferences(*defaults, *displayManager_->ddcManager(), keyboardManager_.get());
     // The launch's list reaches the main queue after this continuation; the start-up
     // action (restore, read or nothing) applies to it there, then follows hot-plug.
-    startupActions_ = std::make_shared<StartupActions>(platform::current(), displayManager_,
+    startupActions_ = std::make_shared<StartupActions>(core_.machine(), displayManager_,
                                                        displayManager_->ddcManager());
-    if (const auto& queue = platform::current().mainQueue)
+    if (const auto& queue = core_.machine().mainQueue)
         queue->post([actions = startupActions_] { actions->start(); });
 
     fileLog("Startup complete");
@@ -86,7 +77,7 @@ void AppDelegate::finishLaunching() {
 void AppDelegate::applicationWillTerminate() {
     if (std::exchange(terminated_, true)) return; // SIGTERM and the quit item may both ask
     keyboardManager_->stop();
-    if (const auto gamma = GammaManager::shared()) gamma->restoreAll();
+    if (const auto& gamma = core_.gamma()) gamma->restoreAll();
 }
 
 } // namespace pw::ui

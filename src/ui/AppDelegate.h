@@ -6,6 +6,7 @@
 class QQmlEngine;
 
 namespace pw {
+class Core;
 class DisplayManager;
 class KeyboardManager;
 class StartupActions;
@@ -21,13 +22,12 @@ class Updater;
 // always runs to "Startup complete".
 class AppDelegate {
 public:
-    // Construction, in this order: the status bar (and with it the popover's view model
-    // and the click rules), the shared display manager, the shared keyboard manager, the
-    // updater. The platform must be installed before; `engine` loads the popover's views.
-    AppDelegate(QQmlEngine& engine, std::shared_ptr<Updater> updater);
-    // Runs the shutdown sequence if nobody did, then lets every manager go, the shared
-    // ones included, in the reverse of their construction. Whatever else holds a manager
-    // (the settings window, the wake-up follower) must be gone before.
+    // Construction: the status bar (and with it the popover's view model and the click
+    // rules) over `core`'s managers; `engine` loads the popover's views. `core` outlives
+    // the delegate.
+    AppDelegate(Core& core, QQmlEngine& engine, std::shared_ptr<Updater> updater);
+    // Runs the shutdown sequence if nobody did, then lets go of what it made (the status
+    // bar, the start-up actions), so that `core` can let the managers go after it.
     ~AppDelegate();
 
     // The launch sequence, on the main thread. `launched` runs once "Startup complete"
@@ -47,6 +47,7 @@ private:
     // Everything after the enumeration, as the continuation of that step.
     void finishLaunching();
 
+    Core& core_;
     std::unique_ptr<QtStatusBar> statusBarController_;
     std::shared_ptr<DisplayManager> displayManager_;
     std::shared_ptr<KeyboardManager> keyboardManager_;

@@ -1,9 +1,6 @@
 #include "ui/QtStatusBar.h"
 
-#include "ddc/DDCManager.h"
-#include "display/DisplayManager.h"
-#include "gamma/GammaManager.h"
-#include "platform/Platform.h"
+#include "app/Core.h"
 #include "ui/PopoverModel.h"
 #include "ui/PopoverWindow.h"
 #include "ui/TrayItem.h"
@@ -16,11 +13,10 @@ namespace {
 constexpr char kPopoverSource[] = "import Panelwright.Views\nPopoverContent {}\n";
 }
 
-QtStatusBar::QtStatusBar(QQmlEngine& engine, QObject* parent)
+QtStatusBar::QtStatusBar(QQmlEngine& engine, const Core& core, QObject* parent)
     : QtStatusBar(engine,
-                  std::make_shared<PopoverViewModel>(DisplayManager::shared(),
-                                                     DDCManager::shared(), GammaManager::shared(),
-                                                     platform::current().mainQueue),
+                  std::make_shared<PopoverViewModel>(core.displays(), core.ddc(), core.gamma(),
+                                                     core.machine().mainQueue),
                   parent) {}
 
 QtStatusBar::QtStatusBar(QQmlEngine& engine, std::shared_ptr<PopoverViewModel> viewModel,

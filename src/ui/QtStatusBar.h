@@ -10,6 +10,7 @@
 class QQmlEngine;
 
 namespace pw {
+class Core;
 class PopoverViewModel;
 class StatusBarController;
 } // namespace pw
@@ -27,8 +28,8 @@ class Updater;
 class QtStatusBar final : public QObject, public StatusItemHost {
     Q_OBJECT
 public:
-    // Over a new view model of the shared managers.
-    explicit QtStatusBar(QQmlEngine& engine, QObject* parent = nullptr);
+    // Over a new view model of `core`'s managers.
+    QtStatusBar(QQmlEngine& engine, const Core& core, QObject* parent = nullptr);
     QtStatusBar(QQmlEngine& engine, std::shared_ptr<PopoverViewModel> viewModel,
                 QObject* parent = nullptr);
     ~QtStatusBar() override;

@@ -1,8 +1,8 @@
-// panelwright: the tray application. Builds the machine (simulated or real), installs it,
-// runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
+// panelwright: the tray application. Builds the machine (simulated or real) and the Core
+// that owns it and every manager, runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
 
+#include "app/Core.h"
 #include "app/DiagnosticLog.h"
-#include "platform/Platform.h"
 #include "platform/sim/Scenario.h"
 #include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"
@@ -142,9 +142,9 @@ int main(int argc, char** argv) {
     }
 
     auto mainQueue = std::make_shared<pw::ui::QtMainQueue>(&app);
-    // Locals go in the reverse of their making: the delegate lets every manager go, then
-    // the engine, then this closes the main queue, so a thread still winding down posts
-    // nothing to the application object while it is destroyed.
+    // Locals go in the reverse of their making: the delegate, then the Core with every
+    // manager and worker, then the engine, then this closes the main queue, so a thread
+    // still winding down posts nothing to the application object while it is destroyed.
     const struct CloseMainQueue {
         std::shared_ptr<pw::ui::QtMainQueue> queue;
         ~CloseMainQueue() { queue->close(); }
@@ -185,15 +185,21 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "%s\n", machine->unreachableNote().c_str());
     }
 
-    pw::platform::install(machine->platform());
+    // The diagnostic log (started by the launch) stops once the Core below is gone.
+    const struct StopLog {
+        ~StopLog() { pw::DiagnosticLog::stop(); }
+    } stopLog;
+    // Every manager, made here and let go (in the reverse order) when `core` goes: after
+    // everything below that uses them, before the window engine and the application.
+    pw::Core core(machine->platform());
 
     const pw::ui::BuildInfo build = pw::ui::BuildInfo::current();
     auto updater = std::make_shared<pw::ui::PackageManagerUpdater>(build.version, build.build);
-    pw::ui::AppDelegate delegate(engine, updater);
+    pw::ui::AppDelegate delegate(core, engine, updater);
     auto& statusBar = delegate.statusBar();
     // One About panel and one settings window for the process, made on first use.
     pw::ui::AboutWindowController about(engine, build);
-    const auto installed = pw::platform::current();
+    const auto& installed = core.machine();
     auto settingsModel =
         std::make_shared<pw::ui::SettingsModel>(installed.defaults, installed.loginItems, updater);
     // A friendly name typed in the settings shows in the open popover at once.

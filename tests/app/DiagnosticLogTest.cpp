@@ -6,6 +6,7 @@
 #include "platform/sim/VirtualClock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -17,6 +18,7 @@
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace pw {
 namespace {
@@ -103,25 +105,75 @@ TEST_F(DiagnosticLogTest, EveryStartEmptiesTheFileAndTheBannerComesFirst) {
     EXPECT_EQ(DiagnosticLog::logFileURL(), file);
 }
 
-TEST_F(DiagnosticLogTest, StartWithoutArgumentsUsesTheInstalledPlatform) {
-    const fs::path nested = dir / "state" / "panelwright" / "Panelwright.log";
-    auto installedHost = std::make_shared<sim::SimHostInfo>(platform::Flavor::intel, nested);
-    installedHost->setBundleInfo("CFBundleVersion", std::nullopt);
-    installedHost->setBundleInfo("CFBundleShortVersionString",
-                                 platform::BundleValue(std::int64_t{2}));
-    platform::Platform machine;
-    machine.host = installedHost;
-    machine.clock = std::make_shared<sim::VirtualClock>();
-    test::ScopedPlatform scoped(machine);
-    EXPECT_EQ(DiagnosticLog::logFileURL(), nested); // known before the start, for the banner
+// A clock whose `now` holds its second caller (the first is `start`) until released, and
+// which notes a call that finishes after the clock was destroyed.
+class HeldClock final : public platform::Clock {
+public:
+    HeldClock(std::promise<void>& entered, std::shared_future<void> release,
+              std::atomic<bool>& usedAfterFree)
+        : entered_(entered), release_(std::move(release)), usedAfterFree_(usedAfterFree) {}
+    ~HeldClock() override { alive_ = false; }
+    TimePoint now() const override {
+        if (calls_.fetch_add(1) == 1) {
+            entered_.set_value();
+            release_.wait();
+            if (!alive_.load()) usedAfterFree_ = true;
+        }
+        return TimePoint{};
+    }
+    void sleepFor(std::chrono::microseconds) override {}
 
-    DiagnosticLog::start();
+private:
+    std::promise<void>& entered_;
+    std::shared_future<void> release_;
+    std::atomic<bool>& usedAfterFree_;
+    std::atomic<bool> alive_{true};
+    mutable std::atomic<int> calls_{0};
+};
+
+// A worker is inside `log` (stamping its line) while the program's main stops the log:
+// the clock, the Core's machine's, goes only once the worker has left.
+TEST_F(DiagnosticLogTest, StopWaitsForAThreadInsideLogBeforeTheClockGoes) {
+    std::promise<void> entered, release;
+    std::atomic<bool> usedAfterFree{false};
+    auto clock = std::make_shared<HeldClock>(entered, release.get_future().share(), usedAfterFree);
+    const std::weak_ptr<platform::Clock> watched = clock;
+    DiagnosticLog::start(std::make_shared<sim::SimHostInfo>(platform::Flavor::linux, file),
+                         std::move(clock));
+    std::thread worker([] { DiagnosticLog::log("Worker", "busy"); });
+    entered.get_future().wait(); // the worker holds the clock
+    std::thread stopper([] { DiagnosticLog::stop(); });
+    while (!DiagnosticLog::logFileURL().empty()) // the stop has let go of the file
+        std::this_thread::yield();
+    release.set_value();
+    stopper.join();
+    worker.join();
+    EXPECT_FALSE(usedAfterFree.load());
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(DiagnosticLogTest, StartFromAHostMakesItsFolderAndStopLetsItGo) {
+    const fs::path nested = dir / "state" / "panelwright" / "Panelwright.log";
+    auto host = std::make_shared<sim::SimHostInfo>(platform::Flavor::intel, nested);
+    host->setBundleInfo("CFBundleVersion", std::nullopt);
+    host->setBundleInfo("CFBundleShortVersionString", platform::BundleValue(std::int64_t{2}));
+    std::shared_ptr<platform::Clock> clock = std::make_shared<sim::VirtualClock>();
+    const std::weak_ptr<platform::Clock> watched = clock;
+
+    DiagnosticLog::start(host, std::move(clock));
     DiagnosticLog::writeBanner();
+    EXPECT_EQ(DiagnosticLog::logFileURL(), nested);
 
     const auto written = linesOf(test::readFile(nested));
     ASSERT_EQ(written.size(), 7u);
     EXPECT_EQ(written[1], "[2025-03-01 14:05:09.000] [System] Panelwright v? (?)");
     EXPECT_EQ(written[3], "[2025-03-01 14:05:09.000] [System] Architecture: x86_64 (Intel)");
+
+    DiagnosticLog::stop();
+    EXPECT_TRUE(watched.expired()); // nothing of the run is kept after the stop
+    DiagnosticLog::log("App", "after the stop");
+    EXPECT_EQ(linesOf(test::readFile(nested)).size(), 7u);
+    EXPECT_EQ(DiagnosticLog::logFileURL(), fs::path());
 }
 
 TEST_F(DiagnosticLogTest, AnUnusableLocationLeavesTheProgramRunningWithoutAFileLog) {

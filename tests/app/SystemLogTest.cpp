@@ -17,25 +17,17 @@ using platform::LogLevel;
 TEST(SystemLog, MessagesCarryTheBundleIdentifierOrTheDefaultSubsystem) {
     auto sink = std::make_shared<sim::MemorySystemLog>();
     auto host = std::make_shared<sim::SimHostInfo>(platform::Flavor::appleSilicon);
-    platform::Platform machine;
-    machine.systemLog = sink;
-    SystemLog::resetForTesting();
-    {
-        // Before the platform is installed: dropped, and the identity is not fixed yet.
-        test::ScopedPlatform bare(platform::Platform{});
-        SystemLog::app().info("nowhere to go");
-    }
-    machine.host = host;
+    SystemLog::app().info("nowhere to go"); // no sink installed: dropped
     for (const auto& identifier : std::vector<std::optional<platform::BundleValue>>{
              std::string("org.example.panels"), std::nullopt, std::string(), std::int64_t{7}}) {
         host->setBundleInfo("CFBundleIdentifier", identifier);
-        test::ScopedPlatform scoped(machine);
+        SystemLog::Scope scope(sink, host.get());
         SystemLog::ddc().error("rejected");
-        // Settled by the first message: a later change of the bundle does not move it.
+        // Settled by the scope: a later change of the bundle does not move it.
         host->setBundleInfo("CFBundleIdentifier", std::string("org.example.later"));
         SystemLog::osd().debug("shown");
-        SystemLog::resetForTesting();
     }
+    SystemLog::app().info("gone"); // the scope ended: dropped
     std::vector<std::string> seen;
     for (const auto& entry : sink->entries())
         seen.push_back(entry.subsystem + " " + entry.category + " " +
@@ -48,39 +40,35 @@ TEST(SystemLog, MessagesCarryTheBundleIdentifierOrTheDefaultSubsystem) {
                         fallback + " DDC 2 rejected", fallback + " OSD 0 shown"}));
 }
 
-// Worker threads log through the installed platform while the main thread swaps machines,
-// as a test fixture or a hot restart does: each message reaches one of the sinks that were
-// installed, and no thread reads a platform record while it is being replaced.
-TEST(SystemLog, LoggingWhileAnotherPlatformIsInstalledIsSafe) {
+// Worker threads log while the main thread installs and removes sinks, as a program's
+// Core does at its start and end and test fixtures do one after another: each message
+// reaches one of the sinks that were installed or is dropped, and no thread uses a sink
+// that is being let go.
+TEST(SystemLog, LoggingWhileSinksComeAndGoIsSafe) {
     std::vector<std::shared_ptr<sim::MemorySystemLog>> sinks;
     std::atomic<bool> done{false};
     std::atomic<int> sent{0};
     std::vector<std::thread> workers;
-    {
-        test::ScopedPlatform scoped(platform::Platform{});
-        for (int t = 0; t < 3; ++t)
-            workers.emplace_back([&] {
-                while (!done.load()) {
-                    SystemLog::app().info("busy");
-                    sent.fetch_add(1);
-                }
-            });
-        for (int round = 0; round < 300; ++round) {
-            platform::Platform machine;
-            sinks.push_back(std::make_shared<sim::MemorySystemLog>());
-            machine.systemLog = sinks.back();
-            machine.host = std::make_shared<sim::SimHostInfo>(platform::Flavor::appleSilicon);
-            platform::install(std::move(machine));
-        }
-        done = true;
-        for (auto& worker : workers)
-            worker.join();
+    for (int t = 0; t < 3; ++t)
+        workers.emplace_back([&] {
+            while (!done.load()) {
+                SystemLog::app().info("busy");
+                sent.fetch_add(1);
+            }
+        });
+    for (int round = 0; round < 300; ++round) {
+        sinks.push_back(std::make_shared<sim::MemorySystemLog>());
+        const sim::SimHostInfo host(platform::Flavor::appleSilicon);
+        SystemLog::Scope scope(sinks.back(), &host);
+        std::this_thread::yield();
     }
+    done = true;
+    for (auto& worker : workers)
+        worker.join();
     std::size_t received = 0;
     for (const auto& sink : sinks)
         received += sink->entries().size();
     EXPECT_LE(received, static_cast<std::size_t>(sent.load()));
-    EXPECT_TRUE(platform::snapshot() != nullptr);
 }
 
 } // namespace

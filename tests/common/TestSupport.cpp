@@ -18,11 +18,10 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-ScopedPlatform::ScopedPlatform(platform::Platform platform) : previous_(platform::current()) {
-    platform::install(std::move(platform));
-}
+ScopedPlatform::ScopedPlatform(const platform::Platform& platform)
+    : systemLog_(platform.systemLog, platform.host.get()), preferences_(platform.defaults) {}
 
-ScopedPlatform::~ScopedPlatform() { platform::install(previous_); }
+ScopedPlatform::~ScopedPlatform() = default;
 
 std::filesystem::path sourcePath(const std::string& relative) {
     return std::filesystem::path(PW_SOURCE_DIR) / relative;

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <string>
 
+#include "app/Preferences.h"
+#include "app/SystemLog.h"
 #include "platform/Platform.h"
 
 namespace pw::test {
@@ -21,16 +23,18 @@ private:
     std::filesystem::path path_;
 };
 
-// Installs a platform for the lifetime of the object and puts the previous one back.
+// What a Core installs process-wide, for the lifetime of the object: the machine's system
+// log sink and settings store; the ones before come back after.
 class ScopedPlatform {
 public:
-    explicit ScopedPlatform(platform::Platform platform);
+    explicit ScopedPlatform(const platform::Platform& platform);
     ~ScopedPlatform();
     ScopedPlatform(const ScopedPlatform&) = delete;
     ScopedPlatform& operator=(const ScopedPlatform&) = delete;
 
 private:
-    platform::Platform previous_;
+    SystemLog::Scope systemLog_;
+    Preferences::Scope preferences_;
 };
 
 // Path of a file in the source tree (scenarios/, fuzz/corpus/, ...).

@@ -8,6 +8,7 @@
 #include "platform/sim/VirtualMonitor.h"
 #include "platform/macos/AppleSiliconTransport.h"
 
+#include <atomic>
 #include <future>
 #include <gtest/gtest.h>
 #include <thread>
@@ -224,6 +225,30 @@ TEST_F(DDCManagerTest, AQueuedWriteEndsWithoutEffectWhenTheManagerIsGone) {
     EXPECT_EQ(writesWhenGone.get(), 0);
     main->runPending();
     EXPECT_FALSE(called);
+    // The write queue's worker could not join itself; it is joined here, as the Core's
+    // teardown does.
+    EXPECT_EQ(SerialQueue::joinOrphans(), 1u);
+}
+
+// Marks, as its thread ends, that the thread has ended.
+struct EndMark {
+    std::atomic<int>* ended = nullptr;
+    ~EndMark() {
+        if (ended) ended->fetch_add(1);
+    }
+};
+thread_local EndMark endMark;
+
+// The manager owns its two workers: both have ended when its destructor returns, so
+// nothing of it runs on after the machine it talks to is gone.
+TEST_F(DDCManagerTest, TheManagerJoinsBothOfItsWorkersWhenItGoes) {
+    std::atomic<int> ended{0};
+    auto mark = [&ended] { endMark.ended = &ended; };
+    manager->queue().sync(mark);
+    manager->globalDDCQueue().sync(mark);
+    EXPECT_EQ(ended.load(), 0);
+    manager.reset();
+    EXPECT_EQ(ended.load(), 2);
 }
 
 TEST_F(DDCManagerTest, AWriteWithoutCompletionStillRunsInOrder) {

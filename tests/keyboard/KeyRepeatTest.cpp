@@ -10,12 +10,12 @@ namespace {
 
 using Values = std::vector<std::uint16_t>;
 
-// Holds the process-wide transfer queue, as a slow bus does, until released: key work
+// Holds the DDC manager's transfer queue, as a slow bus does, until released: key work
 // scheduled meanwhile waits at its first transfer.
 class BusHold {
 public:
-    BusHold() {
-        DDCManager::globalDDCQueue().async([gate = released_.get_future().share()] { gate.wait(); });
+    explicit BusHold(DDCManager& ddc) {
+        ddc.globalDDCQueue().async([gate = released_.get_future().share()] { gate.wait(); });
     }
     ~BusHold() { release(); }
     void release() {
@@ -76,7 +76,7 @@ TEST_F(KeyRepeatTest, RepeatsFoldPerDisplayAndFeatureIntoOneUnitFromTheValueLeft
     ASSERT_TRUE(keyPressThreadsGone()); // a worker comes with a display's first key
     machine->displayServices().movePointerTo(2);
     {
-        BusHold slowBus;
+        BusHold slowBus(*ddc);
         for (int i = 0; i < 4; ++i) // the first runs, three wait
             type(kBrightnessUpCode);
         type(kVolumeDownCode);
@@ -110,7 +110,7 @@ TEST_F(KeyRepeatTest, RepeatsFoldPerDisplayAndFeatureIntoOneUnitFromTheValueLeft
 
     // Toggles that cancel out leave the monitor alone; down steps after up ones count too.
     {
-        BusHold slowBus;
+        BusHold slowBus(*ddc);
         type(kVolumeUpCode);
         type(kMuteCode);
         type(kMuteCode);
@@ -139,7 +139,7 @@ TEST_F(KeyRepeatTest, AHeldKeyOnASilentMonitorCostsTwoUnitsWhateverTheRepeatCoun
     machine->bus().clear();
     machine->systemLog().clear();
     {
-        BusHold slowBus;
+        BusHold slowBus(*ddc);
         for (int r = 0; r < 60; ++r) { // two seconds of auto-repeat
             type(kBrightnessUpCode);
             mainQueue().advance(std::chrono::milliseconds(33));

@@ -96,14 +96,31 @@ TEST(WeakOwner, WorkEndsWithoutEffectWhenTheOwnerIsGone) {
 namespace pw {
 namespace {
 
-TEST(SerialQueue, ADestroyedQueueFromItsOwnTaskLetsTheWorkerFinishSafely) {
+// A queue its own task destroys cannot join its worker there: the worker runs what was
+// still queued, and the teardown's `joinOrphans` joins it (a worker left running would
+// outlive what its tasks use).
+// Marks, as its thread ends, that the thread has ended.
+struct EndMark {
+    std::atomic<bool>* ended = nullptr;
+    ~EndMark() {
+        if (ended) ended->store(true);
+    }
+};
+thread_local EndMark mark;
+
+TEST(SerialQueue, ADestroyedQueueFromItsOwnTaskFinishesItsWorkAndIsJoinedLater) {
+    std::atomic<bool> threadEnded{false};
     std::promise<void> finished;
     auto* queue = new SerialQueue("com.panelwright.test");
-    queue->async([queue, &finished] {
+    queue->async([queue, &finished, &threadEnded] {
+        mark.ended = &threadEnded;
         queue->async([&finished] { finished.set_value(); }); // still queued at the delete
         delete queue;
     });
     EXPECT_EQ(finished.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_EQ(SerialQueue::joinOrphans(), 1u);
+    EXPECT_TRUE(threadEnded.load()); // joined: its thread-local state is gone
+    EXPECT_EQ(SerialQueue::joinOrphans(), 0u);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "app/Core.h"
 #include "app/Preferences.h"
 #include "platform/sim/MemoryUserDefaults.h"
 #include "ui/AppDelegate.h"
@@ -335,14 +336,14 @@ TEST_F(StatusBarTest, TheAdapterHandsActionsToTheViewModelAndFollowsItsList) {
     EXPECT_TRUE(machine->bus().transfers().empty());
 }
 
-// The only test here that builds the process-wide services, as the application does.
+// The only test here that builds the whole Core, as the application does.
 TEST(AppDelegateTest, ShutdownGivesTheColourTablesBackAndSendsNoDDC) {
     sim::SimMachine machine(scenarioOf({keyMonitor(2, {25, 100})}));
-    ScopedPlatform scoped(machine.platform());
     auto& queue = *machine.manualMainQueue();
     QQmlEngine engine;
     ui::installViews(engine);
-    ui::AppDelegate app(engine, nullptr);
+    Core core(machine.platform());
+    ui::AppDelegate app(core, engine, nullptr);
     bool launched = false;
     app.applicationDidFinishLaunching([&] { launched = true; });
     // The monitors are probed off the main thread; the launch ends once the list is published.
@@ -354,7 +355,7 @@ TEST(AppDelegateTest, ShutdownGivesTheColourTablesBackAndSendsNoDDC) {
     // Low on the slider: the picture is dimmed in software too.
     app.statusBar().model()->changeBrightness(2, 10);
     queue.advance(100ms);
-    DDCManager::shared()->queue().sync([] {});
+    core.ddc()->queue().sync([] {});
     queue.runPending();
     EXPECT_GT(machine.gamma().count(sim::SimGammaTables::Call::Kind::apply, 2), 0u);
     EXPECT_EQ(machine.monitor(2)->feature(0x10)->current, 0); // 100 x 0.1^2.5 rounds to 0
@@ -363,7 +364,7 @@ TEST(AppDelegateTest, ShutdownGivesTheColourTablesBackAndSendsNoDDC) {
     app.applicationWillTerminate();
     app.applicationWillTerminate(); // a signal and the Quit item may both ask
     queue.advance(2s);
-    DDCManager::shared()->queue().sync([] {});
+    core.ddc()->queue().sync([] {});
     EXPECT_EQ(machine.gamma().count(sim::SimGammaTables::Call::Kind::restore), 1u);
     EXPECT_TRUE(machine.bus().transfers().empty());
     EXPECT_EQ(machine.monitor(2)->feature(0x10)->current, 0); // the monitor keeps its value
