@@ -1,6 +1,6 @@
 #include "cli/Arguments.h"
 
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "ddc/VCP.h"
 #include "support/Hex.h"
 

@@ -2,8 +2,8 @@
 // features) and its settings, for scripts, tests and people without a tray.
 
 #include "app/Core.h"
-#include "app/DiagnosticLog.h"
-#include "app/Preferences.h"
+#include "base/DiagnosticLog.h"
+#include "base/Preferences.h"
 #include "app/Tuning.h"
 #include "cli/Arguments.h"
 #include "cli/RealMachine.h"

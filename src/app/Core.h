@@ -1,7 +1,7 @@
 #pragma once
 
-#include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "base/Preferences.h"
+#include "base/SystemLog.h"
 #include "platform/Platform.h"
 
 #include <memory>

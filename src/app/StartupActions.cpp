@@ -1,7 +1,7 @@
 #include "app/StartupActions.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/Preferences.h"
+#include "base/DiagnosticLog.h"
+#include "base/Preferences.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 

@@ -1,7 +1,7 @@
 #include "ddc/DDCManager.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/SystemLog.h"
 #include "ddc/DDCMessages.h"
 #include "support/WeakOwner.h"
 

@@ -1,7 +1,7 @@
 #include "ddc/DDCMessages.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/SystemLog.h"
 #include "support/Hex.h"
 
 #include <string_view>
@@ -124,19 +124,6 @@ VCPReply parseVCPReply(std::span<const std::uint8_t> buffer, std::uint8_t reques
 
 std::string hexDump(std::span<const std::uint8_t> bytes) {
     return hexBytes(bytes);
-}
-
-std::vector<std::uint8_t> intelWireForm(std::span<const std::uint8_t> frame) {
-    std::vector<std::uint8_t> wire;
-    if (frame.empty()) return wire;
-    wire.reserve(frame.size() + 1);
-    wire.push_back(kHostSourceAddress);
-    wire.insert(wire.end(), frame.begin(), frame.end() - 1);
-    std::uint8_t checksum = kDisplayWriteAddress;
-    for (std::uint8_t byte : wire)
-        checksum ^= byte;
-    wire.push_back(checksum);
-    return wire;
 }
 
 } // namespace pw::ddc

@@ -55,8 +55,5 @@ VCPReply parseVCPReply(std::span<const std::uint8_t> reply, std::uint8_t request
 // "6E 88 02 ..." : every byte as two upper-case hex digits, single spaces between.
 std::string hexDump(std::span<const std::uint8_t> bytes);
 
-// The framebuffer I2C wire form: 0x51, the frame without its checksum, then
-// 0x6E XOR every preceding byte. Empty for an empty frame.
-std::vector<std::uint8_t> intelWireForm(std::span<const std::uint8_t> frame);
 
 } // namespace pw::ddc

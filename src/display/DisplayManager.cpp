@@ -1,6 +1,6 @@
 #include "display/DisplayManager.h"
 
-#include "app/SystemLog.h"
+#include "base/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/Enumeration.h"
 #include "support/SerialQueue.h"

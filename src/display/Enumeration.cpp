@@ -1,8 +1,8 @@
 #include "display/Enumeration.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/Preferences.h"
+#include "base/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/PacedTransport.h"
 #include "platform/Edid.h"

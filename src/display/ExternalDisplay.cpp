@@ -1,6 +1,6 @@
 #include "display/ExternalDisplay.h"
 
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "platform/Platform.h"
 
 #include <algorithm>

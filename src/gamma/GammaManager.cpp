@@ -1,6 +1,6 @@
 #include "gamma/GammaManager.h"
 
-#include "app/SystemLog.h"
+#include "base/SystemLog.h"
 
 #include <algorithm>
 #include <string>

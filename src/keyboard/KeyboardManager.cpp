@@ -1,14 +1,14 @@
 #include "keyboard/KeyboardManager.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/Preferences.h"
+#include "base/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "ddc/DDCMessages.h"
 #include "display/DisplayManager.h"
+#include "gamma/BrightnessCurve.h"
 #include "gamma/GammaManager.h"
 #include "osd/OSDManager.h"
-#include "viewmodel/PopoverViewModel.h"
 
 #include <algorithm>
 #include <string>

@@ -1,7 +1,7 @@
 #include "osd/OSDManager.h"
 
-#include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "base/Preferences.h"
+#include "base/SystemLog.h"
 
 namespace pw {
 

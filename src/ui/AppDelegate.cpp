@@ -1,9 +1,9 @@
 #include "ui/AppDelegate.h"
 
 #include "app/Core.h"
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "app/StartupActions.h"
-#include "app/SystemLog.h"
+#include "base/SystemLog.h"
 #include "app/Tuning.h"
 #include "display/DisplayManager.h"
 #include "gamma/GammaManager.h"

@@ -1,7 +1,7 @@
 #include "ui/SettingsModel.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/Preferences.h"
+#include "base/DiagnosticLog.h"
+#include "base/Preferences.h"
 #include "platform/LoginItems.h"
 #include "platform/UserDefaults.h"
 #include "ui/Updater.h"

@@ -1,7 +1,7 @@
 #include "ui/WakeFollower.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 

@@ -2,7 +2,7 @@
 // that owns it and every manager, runs the launch sequence and the Qt event loop, and the shutdown sequence on the way out.
 
 #include "app/Core.h"
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "platform/sim/Scenario.h"
 #include "ui/AboutWindow.h"
 #include "ui/AppDelegate.h"

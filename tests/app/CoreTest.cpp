@@ -1,7 +1,7 @@
 #include "app/Core.h"
 
-#include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "base/Preferences.h"
+#include "base/SystemLog.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 #include "keyboard/KeyboardManager.h"

@@ -1,5 +1,5 @@
 #include "support/SerialQueue.h"
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 
 #include "common/TestSupport.h"
 #include "platform/sim/SimHostInfo.h"

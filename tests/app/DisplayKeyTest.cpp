@@ -1,5 +1,5 @@
 // The stable per-display key and the stored last values, against a plain store.
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "platform/sim/MemoryUserDefaults.h"
 
 #include <gtest/gtest.h>

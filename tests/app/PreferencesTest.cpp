@@ -1,4 +1,4 @@
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 
 #include "common/TestSupport.h"
 #include "platform/sim/MemoryUserDefaults.h"

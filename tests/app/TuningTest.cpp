@@ -1,7 +1,7 @@
 #include "app/Tuning.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/Preferences.h"
+#include "base/DiagnosticLog.h"
+#include "base/Preferences.h"
 #include "common/TestSupport.h"
 #include "ddc/DDCManager.h"
 #include "keyboard/KeyboardManager.h"

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <string>
 
-#include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "base/Preferences.h"
+#include "base/SystemLog.h"
 #include "platform/Platform.h"
 
 namespace pw::test {

@@ -1,6 +1,6 @@
 // Per-display options as enumeration reads them: the longer delay, and the options of a
 // monitor that comes back under another display number.
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "display/DisplayTestBed.h"
 #include "display/PacedTransport.h"
 #include "platform/sim/MemoryUserDefaults.h"

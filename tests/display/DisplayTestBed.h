@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "common/TestSupport.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"

@@ -1,6 +1,6 @@
 // Repeats that arrive while a display's key work is still on the bus: they queue per
 // display on its worker and fold into one further unit instead of one stale step each.
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "keyboard/KeyboardTestBed.h"
 
 #include <future>

@@ -1,6 +1,6 @@
 // The keyboard manager and the machine's key source: what it asks for, how keys come in,
 // and what a source that cannot start leaves behind.
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "common/TestSupport.h"
 #include "keyboard/KeyboardTestBed.h"
 

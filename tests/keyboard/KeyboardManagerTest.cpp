@@ -1,5 +1,5 @@
 #include "app/Tuning.h"
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "keyboard/KeyboardTestBed.h"
 
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "osd/OSDManager.h"
 
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "common/TestSupport.h"
 #include "platform/WindowIndicator.h"
 #include "platform/macos/MacLevelIndicator.h"

@@ -1,6 +1,6 @@
 // The stored options acted on through the popover, the keys and the start-up action, on a
 // simulated machine: what reaches the bus, the gamma tables and the store.
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "app/StartupActions.h"
 #include "platform/sim/MemoryUserDefaults.h"
 #include "viewmodel/ViewModelTestBed.h"

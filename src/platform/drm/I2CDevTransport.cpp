@@ -1,7 +1,7 @@
 #include "platform/drm/I2CDevTransport.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/SystemLog.h"
 
 #include <algorithm>
 #include <cerrno>

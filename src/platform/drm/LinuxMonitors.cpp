@@ -1,6 +1,6 @@
 #include "platform/drm/LinuxMonitors.h"
 
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "platform/Edid.h"
 #include "platform/drm/I2CDevTransport.h"
 

@@ -1,6 +1,6 @@
 #include "platform/macos/AppleSiliconDiscovery.h"
 
-#include "app/SystemLog.h"
+#include "base/SystemLog.h"
 #include "platform/Edid.h"
 #include "platform/macos/RegistryText.h"
 #include "platform/macos/AppleSiliconTransport.h"

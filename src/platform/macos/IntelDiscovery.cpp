@@ -1,7 +1,7 @@
 #include "platform/macos/IntelDiscovery.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/SystemLog.h"
 #include "platform/macos/RegistryText.h"
 
 #include <cstring>

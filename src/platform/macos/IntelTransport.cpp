@@ -1,7 +1,6 @@
 #include "platform/macos/IntelTransport.h"
 
-#include "app/DiagnosticLog.h"
-#include "ddc/DDCMessages.h"
+#include "base/DiagnosticLog.h"
 
 #include <optional>
 #include <string>
@@ -53,7 +52,18 @@ std::int64_t IntelTransport::endpointKey() const {
 }
 
 std::vector<std::uint8_t> IntelTransport::wireBytes(std::span<const std::uint8_t> frame) {
-    return ddc::intelWireForm(frame);
+    constexpr std::uint8_t kHostSourceAddress = 0x51;   // the data address of the request
+    constexpr std::uint8_t kDisplayWriteAddress = 0x6E; // seeds the checksum
+    std::vector<std::uint8_t> wire;
+    if (frame.empty()) return wire;
+    wire.reserve(frame.size() + 1);
+    wire.push_back(kHostSourceAddress);
+    wire.insert(wire.end(), frame.begin(), frame.end() - 1);
+    std::uint8_t checksum = kDisplayWriteAddress;
+    for (std::uint8_t byte : wire)
+        checksum ^= byte;
+    wire.push_back(checksum);
+    return wire;
 }
 
 std::uint32_t IntelTransport::chooseReplyTransactionType(platform::Registry& registry) {

@@ -1,7 +1,7 @@
 #include "platform/macos/MacMonitors.h"
 
-#include "app/DiagnosticLog.h"
-#include "app/SystemLog.h"
+#include "base/DiagnosticLog.h"
+#include "base/SystemLog.h"
 #include "platform/Edid.h"
 #include "platform/macos/AppleSiliconDiscovery.h"
 #include "platform/macos/IntelDiscovery.h"

@@ -1,6 +1,6 @@
 #include "platform/linux/LinuxHostInfo.h"
 
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "common/TestSupport.h"
 #include "platform/posix/SystemClock.h"
 

@@ -4,7 +4,7 @@
 #include "FakeI2C.h"
 #include "FakeRoot.h"
 
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "ddc/DDCManager.h"
 #include "display/DisplayManager.h"
 #include "platform/Edid.h"

@@ -1,6 +1,6 @@
 #include "platform/macos/IntelTransport.h"
 
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 #include "common/TestSupport.h"
 #include "ddc/DDCMessages.h"
 #include "platform/sim/ManualMainQueue.h"
@@ -43,6 +43,14 @@ protected:
     std::shared_ptr<test::RecordingFramebufferI2C> i2c =
         std::make_shared<test::RecordingFramebufferI2C>(*registry);
 };
+
+// The wire form re-derives the checksum from 0x51 on; it must land on the frame's own byte.
+TEST(IntelWireForm, EndsOnTheFramesOwnChecksum) {
+    const auto frame = ddc::makeSetVCPRequest(0x12, 0x1234);
+    EXPECT_EQ(IntelTransport::wireBytes(frame),
+              (std::vector<std::uint8_t>{0x51, 0x84, 0x03, 0x12, 0x12, 0x34, 0x8C}));
+    EXPECT_TRUE(IntelTransport::wireBytes({}).empty());
+}
 
 TEST_F(IntelTransportTest, SendsTheWireFormWithTheRequestFieldsOfWritesAndReads) {
     const auto fb = i2c->add(1);

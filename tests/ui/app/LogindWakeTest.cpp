@@ -1,7 +1,7 @@
 // The whole way from logind's wake-up to the monitors: a fake logind on a private system
 // bus, the real watcher behind the sleep seam, the app's wake follower and start-up
 // actions, and a simulated machine whose monitor forgot its values while asleep.
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "app/StartupActions.h"
 #include "keyboard/KeyboardTestBed.h"
 #include "platform/linux/desktop/SleepWatcher.h"

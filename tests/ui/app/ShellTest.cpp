@@ -1,5 +1,5 @@
 #include "app/Core.h"
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "platform/sim/MemoryUserDefaults.h"
 #include "ui/AppDelegate.h"
 #include "ui/PopoverModel.h"

@@ -1,4 +1,4 @@
-#include "app/Preferences.h"
+#include "base/Preferences.h"
 #include "display/ExternalDisplay.h"
 #include "platform/LoginItems.h"
 #include "platform/sim/MemoryUserDefaults.h"

@@ -1,4 +1,4 @@
-#include "app/DiagnosticLog.h"
+#include "base/DiagnosticLog.h"
 
 #include "platform/Clock.h"
 #include "platform/HostInfo.h"
