@@ -9,6 +9,7 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QScreen>
+#include <QSurfaceFormat>
 
 #include <cmath>
 #include <cstdio>
@@ -20,16 +21,27 @@ namespace {
 constexpr qint64 kToggleGraceMs = 400;
 } // namespace
 
-PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model) {
+PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model,
+                             bool composited) {
     setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     setTitle(QStringLiteral("Panelwright"));
-    setColor(QColor(QStringLiteral("#f6f5f4")));
+    if (composited) {
+        // An alpha channel, asked for before the window exists, for the rounded corners
+        // and the shadow.
+        QSurfaceFormat surface = format();
+        surface.setAlphaBufferSize(8);
+        setFormat(surface);
+        setColor(Qt::transparent);
+    } else {
+        setColor(QColor(QStringLiteral("#f6f5f4")));
+    }
     setWidth(kWidth);
 
     QQmlComponent component(&engine);
     component.setData(source, QUrl(QStringLiteral("qrc:/panelwright/shell/Popover.qml")));
     QObject* root = component.createWithInitialProperties(
-        {{QStringLiteral("model"), QVariant::fromValue(model)}});
+        {{QStringLiteral("model"), QVariant::fromValue(model)},
+         {QStringLiteral("composited"), composited}});
     content_ = qobject_cast<QQuickItem*>(root);
     if (!content_) {
         std::fprintf(stderr, "panelwright: the popover's view could not be loaded: %s\n",
@@ -39,7 +51,7 @@ PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObje
         return;
     }
     content_->setParentItem(contentItem());
-    content_->setWidth(kWidth);
+    connect(content_, &QQuickItem::implicitWidthChanged, this, &PopoverWindow::fitToContent);
     connect(content_, &QQuickItem::implicitHeightChanged, this, &PopoverWindow::fitToContent);
     fitToContent();
     connect(this, &QQuickWindow::frameSwapped, this, [this] {
@@ -53,11 +65,12 @@ PopoverWindow::~PopoverWindow() { delete content_; }
 
 void PopoverWindow::fitToContent() {
     if (!content_) return;
+    const int w = std::max(kWidth, static_cast<int>(std::ceil(content_->implicitWidth())));
     const int h = std::max(1, static_cast<int>(std::ceil(content_->implicitHeight())));
-    content_->setHeight(h);
-    setMinimumSize({kWidth, h});
-    setMaximumSize({kWidth, h});
-    resize(kWidth, h);
+    content_->setSize({static_cast<qreal>(w), static_cast<qreal>(h)});
+    setMinimumSize({w, h});
+    setMaximumSize({w, h});
+    resize(w, h);
     // Displays that arrive while it is open make it taller: keep it on the screen.
     if (isVisible()) place();
 }
@@ -69,8 +82,15 @@ void PopoverWindow::place() {
     if (!screen) screen = QGuiApplication::primaryScreen();
     if (!screen) return;
     setScreen(screen);
-    setPosition(popoverPosition(trayGeometry_, size(), screen->geometry(),
-                                screen->availableGeometry(), pointer));
+    // The panel goes where a popover without a shadow would; the margin lies around it.
+    const int margin = shadowMargin();
+    setPosition(popoverPosition(trayGeometry_, size().shrunkBy({margin, margin, margin, margin}),
+                                screen->geometry(), screen->availableGeometry(), pointer) -
+                QPoint(margin, margin));
+}
+
+int PopoverWindow::shadowMargin() const {
+    return content_ ? content_->property("shadowMargin").toInt() : 0;
 }
 
 void PopoverWindow::popUp(const QRect& trayGeometry) {

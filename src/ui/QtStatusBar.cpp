@@ -53,7 +53,8 @@ void QtStatusBar::setup(std::shared_ptr<Updater> updater) {
         if (updater_) updater_->checkForUpdates();
     });
 
-    window_ = std::make_unique<PopoverWindow>(engine_, QByteArray(kPopoverSource), model_);
+    window_ = std::make_unique<PopoverWindow>(engine_, QByteArray(kPopoverSource), model_,
+                                              composites_);
     connect(window_.get(), &PopoverWindow::closed, this, [this] { controller_->popoverDidClose(); });
     connect(window_.get(), &PopoverWindow::deactivated, this, [this] {
         // A click elsewhere took the focus. With the watcher the click rules close the

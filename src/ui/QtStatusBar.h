@@ -34,6 +34,9 @@ public:
     ~QtStatusBar() override;
 
     void setup(std::shared_ptr<Updater> updater);
+    // Whether the window system composites, so the popover may draw rounded corners and
+    // a shadow. Takes effect at `setup`; false (a square panel) until told.
+    void setWindowSystemComposites(bool composites) { composites_ = composites; }
 
     // Whether the item is in a tray. Without a tray host the popover is the only way in.
     bool trayAvailable() const;
@@ -70,6 +73,7 @@ private:
     std::unique_ptr<PopoverWindow> window_;
     std::shared_ptr<Updater> updater_;
     std::function<void()> watcher_;
+    bool composites_ = false;
 };
 
 } // namespace pw::ui

@@ -184,6 +184,9 @@ int main(int argc, char** argv) {
     auto updater = std::make_shared<pw::ui::PackageManagerUpdater>(build.version, build.build);
     pw::ui::AppDelegate delegate(engine, updater);
     auto& statusBar = delegate.statusBar();
+    // The offscreen platform (pictures, tests) draws as a compositing desktop shows it.
+    statusBar.setWindowSystemComposites(QGuiApplication::platformName() == u"offscreen" ||
+                                        pw::ui::windowSystemComposites());
     // One About panel and one settings window for the process, made on first use.
     pw::ui::AboutWindowController about(engine, build);
     const auto installed = pw::platform::current();
