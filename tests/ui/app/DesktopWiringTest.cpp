@@ -170,12 +170,12 @@ TEST(SimulatedAppMachine, LaunchAtLoginIsRememberedAtTheNextStart) {
     auto queue = std::make_shared<ui::QtMainQueue>(qApp);
     const auto scenarioFile = dir.path() / "one.json";
     {
-        auto first = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
+        auto first = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue, nullptr);
         ASSERT_TRUE(first->platform().loginItems);
         EXPECT_FALSE(first->platform().loginItems->isEnabled());
         EXPECT_TRUE(first->platform().loginItems->setEnabled(true));
     }
-    auto second = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue);
+    auto second = ui::AppMachine::simulated(sim::Scenario{}, scenarioFile, queue, nullptr);
     EXPECT_TRUE(second->platform().loginItems->isEnabled());
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "config" / "autostart"));
     queue->close();
@@ -189,7 +189,7 @@ TEST(SimulatedAppMachine, KeepsNoBusHistory) {
     env.set("XDG_STATE_HOME", (dir.path() / "state").c_str());
     auto queue = std::make_shared<ui::QtMainQueue>(qApp);
     for (const bool recording : {false, true}) {
-        auto app = ui::AppMachine::simulated(sim::Scenario{}, dir.path() / "one.json", queue);
+        auto app = ui::AppMachine::simulated(sim::Scenario{}, dir.path() / "one.json", queue, nullptr);
         if (recording) ASSERT_TRUE(app->recordBus(dir.path() / "bus.tsv"));
         auto& bus = app->simulation()->bus();
         for (int i = 0; i < 3; ++i)
