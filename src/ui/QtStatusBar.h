@@ -35,7 +35,7 @@ public:
 
     void setup(std::shared_ptr<Updater> updater);
     // Whether the window system composites, so the popover may draw rounded corners and
-    // a shadow. Takes effect at `setup`; false (a square panel) until told.
+    // a shadow. Takes effect when the popover is made; false (a square panel) until told.
     void setWindowSystemComposites(bool composites) { composites_ = composites; }
 
     // Whether the item is in a tray. Without a tray host the popover is the only way in.
@@ -55,7 +55,11 @@ public:
     PopoverViewModel& viewModel() const { return *viewModel_; }
     StatusBarController& controller() const { return *controller_; }
     PopoverModel* model() const { return model_; }
+    // The popover is made on its first opening: a person who never opens it does not
+    // pay for its views (about 20 MiB). Null until then.
     PopoverWindow* window() const { return window_.get(); }
+    // The popover, made now if it was not yet.
+    PopoverWindow& popover();
     TrayItem* tray() const { return tray_; }
     bool hasOutsideClickWatcher() const { return static_cast<bool>(watcher_); }
 
@@ -63,6 +67,8 @@ signals:
     void aboutRequested();
     void settingsRequested();
     void quitRequested();
+    // The popover was just made (on its first opening).
+    void popoverMade(PopoverWindow* window);
 
 private:
     QQmlEngine& engine_;

@@ -91,7 +91,7 @@ void takeScreenshot(const ScreenshotSources& sources, QQmlEngine& engine, const 
         return;
     }
     // The popover as a person sees it on opening: every value read fresh first.
-    QPointer<PopoverWindow> window = app.statusBar().window();
+    QPointer<PopoverWindow> window = &app.statusBar().popover();
     app.displayManager()->refreshDisplays([window, file] {
         if (!window) return;
         // The refreshed list reaches the view model on the main queue after this.

@@ -218,11 +218,15 @@ int main(int argc, char** argv) {
     // it on the main queue and the view model takes it in one hop later.
     const auto afterLaunch = [&] {
         // Testing aid: where the popover's controls are, written with every frame.
-        if (const QString map = qEnvironmentVariable("PANELWRIGHT_ITEM_MAP"); !map.isEmpty())
-            QObject::connect(statusBar.window(), &QQuickWindow::frameSwapped, &app,
-                             [&statusBar, map] {
-                                 pw::ui::writeItemMap(statusBar.window()->content(), map);
-                             });
+        if (const QString map = qEnvironmentVariable("PANELWRIGHT_ITEM_MAP"); !map.isEmpty()) {
+            const auto follow = [&app, map](pw::ui::PopoverWindow* window) {
+                QObject::connect(window, &QQuickWindow::frameSwapped, &app, [window, map] {
+                    pw::ui::writeItemMap(window->content(), map);
+                });
+            };
+            if (auto* window = statusBar.window()) follow(window);
+            else QObject::connect(&statusBar, &pw::ui::QtStatusBar::popoverMade, &app, follow);
+        }
         if (screenshot) {
             pw::ui::takeScreenshot({delegate, settings, about}, engine, kind,
                                    parser.positionalArguments().first());

@@ -233,12 +233,14 @@ protected:
 
 TEST_F(StatusBarTest, ClicksOpenAndCloseThePopoverAndEveryCloseDropsTheWatcher) {
     open(scenarioOf({keyMonitor(2, {25, 100})}));
+    // Made on the first opening: the tray item alone does not carry the popover's views.
+    EXPECT_EQ(bar->window(), nullptr);
+    leftClick();
     ui::PopoverWindow* window = bar->window();
+    ASSERT_NE(window, nullptr);
     ASSERT_NE(window->content(), nullptr);
     EXPECT_EQ(window->width(), ui::PopoverWindow::kWidth);
     EXPECT_GT(window->height(), 100); // one section and the footer
-
-    leftClick();
     EXPECT_TRUE(window->isVisible());
     EXPECT_TRUE(bar->hasOutsideClickWatcher());
     leftClick(); // the second click closes
