@@ -5,6 +5,7 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -121,6 +122,19 @@ void PopoverWindow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QQuickWindow::keyPressEvent(event);
+}
+
+void PopoverWindow::mousePressEvent(QMouseEvent* event) {
+    // The shadow's margin is part of the window but looks like whatever lies beneath it
+    // (the tray item, another window): a press there is meant for outside the popover.
+    const int margin = shadowMargin();
+    const QRect panel(QPoint(margin, margin), size().shrunkBy({margin, margin, margin, margin}));
+    if (margin > 0 && !panel.contains(event->position().toPoint())) {
+        event->accept();
+        emit deactivated();
+        return;
+    }
+    QQuickWindow::mousePressEvent(event);
 }
 
 bool PopoverWindow::event(QEvent* event) {

@@ -42,13 +42,15 @@ public:
 
 signals:
     void closed();
-    // The window lost the focus to something else while shown: a click elsewhere.
+    // The window lost the focus to something else while shown, or a press landed in the
+    // transparent margin beside the panel: a click elsewhere.
     void deactivated();
     // The first frame after a popUp has been drawn (benchmarks measure the time to it).
     void shownFrame();
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
     bool event(QEvent* event) override;
 
 private:

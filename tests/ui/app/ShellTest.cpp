@@ -274,6 +274,40 @@ TEST_F(StatusBarTest, ClicksOpenAndCloseThePopoverAndEveryCloseDropsTheWatcher) 
     bar->tray()->hideMenu();
 }
 
+// Where the window system composites, the window is larger than the panel by the shadow's
+// margin; a press there lands beside the panel, over whatever lies beneath (the tray item
+// itself, under a top panel), and counts as a click elsewhere.
+TEST_F(StatusBarTest, APressInTheShadowsMarginClosesAndOneOnThePanelDoesNot) {
+    struct Case {
+        bool composited;
+        QPoint at;
+        bool closes;
+    };
+    start(scenarioOf({keyMonitor(2, {25, 100})}));
+    auto shared = std::shared_ptr<PopoverViewModel>(std::move(model));
+    for (const Case c : {Case{true, {4, 4}, true}, Case{true, {40, 40}, false},
+                         Case{false, {4, 4}, false}}) {
+        SCOPED_TRACE(testing::Message() << c.composited << " " << c.at.x());
+        bar = std::make_unique<ui::QtStatusBar>(engine, shared);
+        bar->setWindowSystemComposites(c.composited);
+        bar->setup(nullptr);
+        mainQueue().runPending();
+        processEvents();
+        leftClick();
+        ui::PopoverWindow* window = bar->window();
+        ASSERT_TRUE(window && window->isVisible());
+        EXPECT_EQ(window->width(), ui::PopoverWindow::kWidth + (c.composited ? 32 : 0));
+        QMouseEvent press(QEvent::MouseButtonPress, c.at, window->mapToGlobal(c.at),
+                          Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(window, &press);
+        processEvents();
+        EXPECT_EQ(window->isVisible(), !c.closes);
+        EXPECT_EQ(bar->hasOutsideClickWatcher(), !c.closes);
+        bar.reset();
+        processEvents();
+    }
+}
+
 TEST_F(StatusBarTest, TheMenuHoldsTheFourEntriesWithQuitOnCtrlQ) {
     open(scenarioOf({keyMonitor(2, {25, 100})}));
     QStringList titles;
