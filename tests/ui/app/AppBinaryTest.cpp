@@ -572,5 +572,39 @@ TEST_F(DesktopTest, InARealTrayTheItemShowsItsTooltipAndAClickOpensThePopover) {
     app_.waitForFinished();
 }
 
+// The popover asks the X server whether a compositing manager runs: with one it is the
+// panel in a shadow margin (32 wider), without one the bare panel.
+TEST_F(DesktopTest, ThePopoverHasItsShadowMarginOnlyWhileACompositorRuns) {
+    const QString xcompmgr = QStandardPaths::findExecutable(QStringLiteral("xcompmgr"));
+    if (xcompmgr.isEmpty()) GTEST_SKIP() << "needs xcompmgr (scripts/setup.sh installs it)";
+    for (const bool compositing : {false, true}) {
+        SCOPED_TRACE(compositing ? "with a compositor" : "without one");
+        QProcess compositor;
+        compositor.setProcessEnvironment(home_.env);
+        if (compositing) {
+            compositor.start(xcompmgr, {});
+            ASSERT_TRUE(compositor.waitForStarted());
+            // It owns the selection through a window of its own name.
+            ASSERT_TRUE(waitFor(
+                [&] { return !xdotoolOutput({"search", "--name", "^xcompmgr$"}).isEmpty(); }, 20000));
+        }
+        QFile::remove(itemMap());
+        startApp("two-monitors-and-builtin.json");
+        ASSERT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
+                            60000))
+            << app_.readAllStandardError().toStdString();
+        const QStringList found = xdotoolOutput({"search", "--onlyvisible", "--name", "^Panelwright$"});
+        ASSERT_EQ(found.size(), 1);
+        const QStringList geometry = xdotoolOutput({"getwindowgeometry", "--shell", found.first()});
+        EXPECT_TRUE(geometry.contains(compositing ? QStringLiteral("WIDTH=392")
+                                                  : QStringLiteral("WIDTH=360")))
+            << geometry.join(u' ').toStdString();
+        app_.terminate();
+        ASSERT_TRUE(app_.waitForFinished(20000));
+        compositor.terminate();
+        compositor.waitForFinished();
+    }
+}
+
 } // namespace
 } // namespace pw::test
