@@ -22,4 +22,8 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
 // real keyboard. Null where the session has no display or offers no keys.
 std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform& p);
 
+// Whether the session's window system composites (transparent pixels show what lies
+// beneath), for windows that draw rounded corners and a shadow only then.
+bool windowSystemComposites();
+
 } // namespace pw::ui

@@ -1,6 +1,7 @@
 #include "ui/DesktopAssembly.h"
 
 #include "platform/WindowIndicator.h"
+#include "platform/linux/desktop/Compositing.h"
 #include "platform/linux/desktop/GammaChoice.h"
 #include "platform/linux/desktop/KeysChoice.h"
 #include "platform/linux/desktop/PlasmaOSD.h"
@@ -85,6 +86,10 @@ std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform& p) {
     const auto session = linuxdesktop::SessionFacts::fromEnvironment();
     if (!session.xDisplay && !session.wayland()) return nullptr;
     return linuxdesktop::chooseKeys(session, std::nullopt, DesktopLog{p.systemLog});
+}
+
+bool windowSystemComposites() {
+    return linuxdesktop::windowSystemComposites(linuxdesktop::SessionFacts::fromEnvironment());
 }
 
 } // namespace pw::ui

@@ -19,4 +19,6 @@ assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow
 
 std::shared_ptr<platform::MediaKeys> sessionKeys(const platform::Platform&) { return nullptr; }
 
+bool windowSystemComposites() { return false; }
+
 } // namespace pw::ui

@@ -5,10 +5,12 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QScreen>
+#include <QSurfaceFormat>
 
 #include <cmath>
 #include <cstdio>
@@ -20,10 +22,20 @@ namespace {
 constexpr qint64 kToggleGraceMs = 400;
 } // namespace
 
-PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model) {
+PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model,
+                             bool composited) {
     setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     setTitle(QStringLiteral("Panelwright"));
-    setColor(QColor(QStringLiteral("#f6f5f4")));
+    if (composited) {
+        // An alpha channel, asked for before the window exists, for the rounded corners
+        // and the shadow.
+        QSurfaceFormat surface = format();
+        surface.setAlphaBufferSize(8);
+        setFormat(surface);
+        setColor(Qt::transparent);
+    } else {
+        setColor(QColor(QStringLiteral("#f6f5f4")));
+    }
     setWidth(kWidth);
 
     QQmlComponent component(&engine);
@@ -31,7 +43,8 @@ PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObje
     // Made only from a ready component: Qt 6.4 crashes making one that failed to load.
     QObject* root = component.isReady()
                         ? component.createWithInitialProperties(
-                              {{QStringLiteral("model"), QVariant::fromValue(model)}})
+                              {{QStringLiteral("model"), QVariant::fromValue(model)},
+                               {QStringLiteral("composited"), composited}})
                         : nullptr;
     content_ = qobject_cast<QQuickItem*>(root);
     if (!content_) {
@@ -42,7 +55,7 @@ PopoverWindow::PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObje
         return;
     }
     content_->setParentItem(contentItem());
-    content_->setWidth(kWidth);
+    connect(content_, &QQuickItem::implicitWidthChanged, this, &PopoverWindow::fitToContent);
     connect(content_, &QQuickItem::implicitHeightChanged, this, &PopoverWindow::fitToContent);
     fitToContent();
     connect(this, &QQuickWindow::frameSwapped, this, [this] {
@@ -56,11 +69,12 @@ PopoverWindow::~PopoverWindow() { delete content_; }
 
 void PopoverWindow::fitToContent() {
     if (!content_) return;
+    const int w = std::max(kWidth, static_cast<int>(std::ceil(content_->implicitWidth())));
     const int h = std::max(1, static_cast<int>(std::ceil(content_->implicitHeight())));
-    content_->setHeight(h);
-    setMinimumSize({kWidth, h});
-    setMaximumSize({kWidth, h});
-    resize(kWidth, h);
+    content_->setSize({static_cast<qreal>(w), static_cast<qreal>(h)});
+    setMinimumSize({w, h});
+    setMaximumSize({w, h});
+    resize(w, h);
     // Displays that arrive while it is open make it taller: keep it on the screen.
     if (isVisible()) place();
 }
@@ -72,8 +86,15 @@ void PopoverWindow::place() {
     if (!screen) screen = QGuiApplication::primaryScreen();
     if (!screen) return;
     setScreen(screen);
-    setPosition(popoverPosition(trayGeometry_, size(), screen->geometry(),
-                                screen->availableGeometry(), pointer));
+    // The panel goes where a popover without a shadow would; the margin lies around it.
+    const int margin = shadowMargin();
+    setPosition(popoverPosition(trayGeometry_, size().shrunkBy({margin, margin, margin, margin}),
+                                screen->geometry(), screen->availableGeometry(), pointer) -
+                QPoint(margin, margin));
+}
+
+int PopoverWindow::shadowMargin() const {
+    return content_ ? content_->property("shadowMargin").toInt() : 0;
 }
 
 void PopoverWindow::popUp(const QRect& trayGeometry) {
@@ -104,6 +125,19 @@ void PopoverWindow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QQuickWindow::keyPressEvent(event);
+}
+
+void PopoverWindow::mousePressEvent(QMouseEvent* event) {
+    // The shadow's margin is part of the window but looks like whatever lies beneath it
+    // (the tray item, another window): a press there is meant for outside the popover.
+    const int margin = shadowMargin();
+    const QRect panel(QPoint(margin, margin), size().shrunkBy({margin, margin, margin, margin}));
+    if (margin > 0 && !panel.contains(event->position().toPoint())) {
+        event->accept();
+        emit deactivated();
+        return;
+    }
+    QQuickWindow::mousePressEvent(event);
 }
 
 bool PopoverWindow::event(QEvent* event) {

@@ -9,8 +9,9 @@ class QQmlEngine;
 
 namespace pw::ui {
 
-// The popover: a frameless Qt Quick window, 360 wide, as tall as its content, placed
-// against the tray item. Escape or `closePopover` closes it; losing the focus (a click
+// The popover: a frameless Qt Quick window as large as its content (a panel 360 wide,
+// with a shadow margin around it where the window system composites), placed with the
+// panel against the tray item. Escape or `closePopover` closes it; losing the focus (a click
 // elsewhere) is reported as `deactivated` for the click rules to act on. Every close
 // ends in `closed`. Nothing watches the pointer while it is closed.
 class PopoverWindow : public QQuickWindow {
@@ -19,9 +20,11 @@ public:
     static constexpr int kWidth = 360;
 
     // `source` is the QML of the root item; it is created with `model` as its required
-    // property of that name. A root that fails to load leaves an empty window and an
-    // error on stderr.
-    PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model);
+    // property of that name and `composited` as its property of that name: whether the
+    // window system shows what lies beneath the window's transparent pixels. A root that
+    // fails to load leaves an empty window and an error on stderr.
+    PopoverWindow(QQmlEngine& engine, const QByteArray& source, QObject* model,
+                  bool composited = false);
     ~PopoverWindow() override;
 
     // Places the window against `trayGeometry` (empty when the tray host does not say)
@@ -39,19 +42,23 @@ public:
 
 signals:
     void closed();
-    // The window lost the focus to something else while shown: a click elsewhere.
+    // The window lost the focus to something else while shown, or a press landed in the
+    // transparent margin beside the panel: a click elsewhere.
     void deactivated();
     // The first frame after a popUp has been drawn (benchmarks measure the time to it).
     void shownFrame();
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
     bool event(QEvent* event) override;
 
 private:
     void fitToContent();
 
     void place();
+    // The transparent margin between the window's edge and the panel's.
+    int shadowMargin() const;
 
     QPointer<QQuickItem> content_;
     QRect trayGeometry_;

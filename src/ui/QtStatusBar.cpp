@@ -49,7 +49,12 @@ void QtStatusBar::setup(std::shared_ptr<Updater> updater) {
         if (updater_) updater_->checkForUpdates();
     });
 
-    window_ = std::make_unique<PopoverWindow>(engine_, QByteArray(kPopoverSource), model_);
+}
+
+PopoverWindow& QtStatusBar::popover() {
+    if (window_) return *window_;
+    window_ = std::make_unique<PopoverWindow>(engine_, QByteArray(kPopoverSource), model_,
+                                              composites_);
     connect(window_.get(), &PopoverWindow::closed, this, [this] { controller_->popoverDidClose(); });
     connect(window_.get(), &PopoverWindow::deactivated, this, [this] {
         // A click elsewhere took the focus. With the watcher the click rules close the
@@ -57,18 +62,20 @@ void QtStatusBar::setup(std::shared_ptr<Updater> updater) {
         if (watcher_) watcher_();
         else window_->closePopover();
     });
+    emit popoverMade(window_.get());
+    return *window_;
 }
 
 bool QtStatusBar::trayAvailable() const { return TrayItem::hostAvailable(); }
 
 void QtStatusBar::openPopover() {
-    if (!window_ || window_->isVisible()) return;
-    window_->forgetFocusLoss();
+    if (!model_ || (window_ && window_->isVisible())) return;
+    if (window_) window_->forgetFocusLoss();
     controller_->leftClick();
 }
 
 void QtStatusBar::showPopover() {
-    if (window_) window_->popUp(tray_ ? tray_->geometry() : QRect());
+    if (model_) popover().popUp(tray_ ? tray_->geometry() : QRect());
 }
 
 void QtStatusBar::closePopover() {

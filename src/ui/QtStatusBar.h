@@ -35,6 +35,9 @@ public:
     ~QtStatusBar() override;
 
     void setup(std::shared_ptr<Updater> updater);
+    // Whether the window system composites, so the popover may draw rounded corners and
+    // a shadow. Takes effect when the popover is made; false (a square panel) until told.
+    void setWindowSystemComposites(bool composites) { composites_ = composites; }
 
     // Whether the item is in a tray. Without a tray host the popover is the only way in.
     bool trayAvailable() const;
@@ -53,7 +56,11 @@ public:
     PopoverViewModel& viewModel() const { return *viewModel_; }
     StatusBarController& controller() const { return *controller_; }
     PopoverModel* model() const { return model_; }
+    // The popover is made on its first opening: a person who never opens it does not
+    // pay for its views (about 20 MiB). Null until then.
     PopoverWindow* window() const { return window_.get(); }
+    // The popover, made now if it was not yet.
+    PopoverWindow& popover();
     TrayItem* tray() const { return tray_; }
     bool hasOutsideClickWatcher() const { return static_cast<bool>(watcher_); }
 
@@ -61,6 +68,8 @@ signals:
     void aboutRequested();
     void settingsRequested();
     void quitRequested();
+    // The popover was just made (on its first opening).
+    void popoverMade(PopoverWindow* window);
 
 private:
     QQmlEngine& engine_;
@@ -71,6 +80,7 @@ private:
     std::unique_ptr<PopoverWindow> window_;
     std::shared_ptr<Updater> updater_;
     std::function<void()> watcher_;
+    bool composites_ = false;
 };
 
 } // namespace pw::ui

@@ -15,6 +15,8 @@
 #include <QPalette>
 #include <QPointer>
 #include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickItemGrabResult>
 #include <QQuickWindow>
 #include <QTimer>
 
@@ -89,13 +91,24 @@ void takeScreenshot(const ScreenshotSources& sources, QQmlEngine& engine, const 
         return;
     }
     // The popover as a person sees it on opening: every value read fresh first.
-    QPointer<PopoverWindow> window = app.statusBar().window();
+    QPointer<PopoverWindow> window = &app.statusBar().popover();
     app.displayManager()->refreshDisplays([window, file] {
         if (!window) return;
         // The refreshed list reaches the view model on the main queue after this.
         QTimer::singleShot(300, window, [window, file] {
             window->popUp({});
-            grabWhenDrawn(window, file);
+            // The popover's item rather than its window: an item's grab keeps the alpha
+            // channel, so the rounded corners and the shadow lie on whatever page shows
+            // the picture (a window's grab fills what is transparent).
+            QTimer::singleShot(100, window, [window, file] {
+                QQuickItem* content = window ? window->content() : nullptr;
+                if (!content) return finish({}, file);
+                const auto grab =
+                    content->grabToImage(window->size() * window->effectiveDevicePixelRatio());
+                if (!grab) return finish({}, file);
+                QObject::connect(grab.data(), &QQuickItemGrabResult::ready, window,
+                                 [grab, file] { finish(grab->image(), file); });
+            });
         });
     });
 }

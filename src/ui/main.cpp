@@ -197,6 +197,9 @@ int main(int argc, char** argv) {
     auto updater = std::make_shared<pw::ui::PackageManagerUpdater>(build.version, build.build);
     pw::ui::AppDelegate delegate(core, engine, updater);
     auto& statusBar = delegate.statusBar();
+    // The offscreen platform (pictures, tests) draws as a compositing desktop shows it.
+    statusBar.setWindowSystemComposites(QGuiApplication::platformName() == u"offscreen" ||
+                                        pw::ui::windowSystemComposites());
     // One About panel and one settings window for the process, made on first use.
     pw::ui::AboutWindowController about(engine, build);
     const auto& installed = core.machine();
@@ -228,11 +231,15 @@ int main(int argc, char** argv) {
     // it on the main queue and the view model takes it in one hop later.
     const auto afterLaunch = [&] {
         // Testing aid: where the popover's controls are, written with every frame.
-        if (const QString map = qEnvironmentVariable("PANELWRIGHT_ITEM_MAP"); !map.isEmpty())
-            QObject::connect(statusBar.window(), &QQuickWindow::frameSwapped, &app,
-                             [&statusBar, map] {
-                                 pw::ui::writeItemMap(statusBar.window()->content(), map);
-                             });
+        if (const QString map = qEnvironmentVariable("PANELWRIGHT_ITEM_MAP"); !map.isEmpty()) {
+            const auto follow = [&app, map](pw::ui::PopoverWindow* window) {
+                QObject::connect(window, &QQuickWindow::frameSwapped, &app, [window, map] {
+                    pw::ui::writeItemMap(window->content(), map);
+                });
+            };
+            if (auto* window = statusBar.window()) follow(window);
+            else QObject::connect(&statusBar, &pw::ui::QtStatusBar::popoverMade, &app, follow);
+        }
         if (screenshot) {
             pw::ui::takeScreenshot({delegate, settings, about}, engine, kind,
                                    parser.positionalArguments().first());

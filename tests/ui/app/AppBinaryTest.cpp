@@ -15,6 +15,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
+#include <QPoint>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
@@ -102,8 +104,11 @@ TEST(AppBinaryTest, LaunchWritesTheSequenceInOrderAndThePopoverPicture) {
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(r.out.trimmed(), png);
     const QImage picture(png);
-    EXPECT_EQ(picture.width(), 360);
+    // The panel, 360 wide, rounded in a 16-point shadow margin that keeps its transparency.
+    EXPECT_EQ(picture.width(), 360 + 2 * 16);
     EXPECT_GT(picture.height(), 300); // two sections and the footer
+    EXPECT_EQ(qAlpha(picture.pixel(0, 0)), 0);
+    EXPECT_EQ(qAlpha(picture.pixel(picture.width() / 2, picture.height() / 2)), 255);
 
     const QStringList app = messagesOf(home.log(), QStringLiteral("App"));
     const QStringList expected = {
@@ -337,6 +342,14 @@ protected:
         p.start(xdotool_, args);
         return p.waitForFinished(20000) && p.exitCode() == 0;
     }
+    // What xdotool printed, one entry a line.
+    QStringList xdotoolOutput(const QStringList& args) {
+        QProcess p;
+        p.setProcessEnvironment(home_.env);
+        p.start(xdotool_, args);
+        p.waitForFinished(20000);
+        return QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    }
     bool popoverVisible() {
         QProcess p;
         p.setProcessEnvironment(home_.env);
@@ -518,6 +531,92 @@ TEST_F(DesktopTest, AKeyStepsTheMonitorAndTheAppStillQuitsCleanly) {
     EXPECT_FALSE(errors.contains(QStringLiteral("Sanitizer")) ||
                  errors.contains(QStringLiteral("runtime error:")))
         << errors.toStdString();
+}
+
+// Under a real window manager and XEmbed tray host: the item sits in the tray, pointing at
+// it shows the tooltip, and a click on it opens the popover (no popover opens by itself).
+TEST_F(DesktopTest, InARealTrayTheItemShowsItsTooltipAndAClickOpensThePopover) {
+    const QString openbox = QStandardPaths::findExecutable(QStringLiteral("openbox"));
+    const QString trayer = QStandardPaths::findExecutable(QStringLiteral("trayer"));
+    if (openbox.isEmpty() || trayer.isEmpty())
+        GTEST_SKIP() << "needs openbox and trayer (scripts/setup.sh installs them)";
+    // Stopped by their destructors at the end of the test, after the app.
+    struct Helper {
+        QProcess process;
+        ~Helper() {
+            process.terminate();
+            if (!process.waitForFinished(5000)) process.kill();
+            process.waitForFinished();
+        }
+    } windowManager, tray;
+    for (Helper* h : {&windowManager, &tray}) h->process.setProcessEnvironment(home_.env);
+    windowManager.process.start(openbox, {});
+    tray.process.start(trayer, {"--edge", "top", "--align", "right", "--widthtype", "request",
+                                "--height", "24"});
+    ASSERT_TRUE(waitFor(
+        [&] { return !xdotoolOutput({"search", "--onlyvisible", "--class", "trayer"}).isEmpty(); },
+        20000));
+
+    startApp("two-monitors-and-builtin.json");
+    const auto appWindows = [&] {
+        return xdotoolOutput({"search", "--onlyvisible", "--pid", QString::number(app_.processId())});
+    };
+    ASSERT_TRUE(waitFor([&] { return appWindows().size() == 1; }, 60000))
+        << app_.readAllStandardError().toStdString();
+    const QString item = appWindows().first();
+    // "X=1257\nY=1\nWIDTH=22\nHEIGHT=22\n..." for the item's embedded window.
+    QMap<QString, int> geometry;
+    for (const QString& line : xdotoolOutput({"getwindowgeometry", "--shell", item}))
+        geometry.insert(line.section(u'=', 0, 0), line.section(u'=', 1).toInt());
+    ASSERT_LT(geometry["WIDTH"], 64) << "the item is not in the tray";
+    const QPoint centre(geometry["X"] + geometry["WIDTH"] / 2, geometry["Y"] + geometry["HEIGHT"] / 2);
+
+    ASSERT_TRUE(xdotool({"mousemove", QString::number(centre.x()), QString::number(centre.y() + 1),
+                         "sleep", "0.2", "mousemove", QString::number(centre.x()),
+                         QString::number(centre.y())}));
+    ASSERT_TRUE(waitFor([&] { return appWindows().size() == 2; }, 10000)) << "no tooltip";
+    EXPECT_FALSE(findItem(readItems(itemMap()), "section#1").has_value()) << "the popover opened";
+
+    ASSERT_TRUE(xdotool({"click", "1"}));
+    EXPECT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
+                        20000))
+        << "a click on the item opened no popover";
+    app_.kill();
+    app_.waitForFinished();
+}
+
+// The popover asks the X server whether a compositing manager runs: with one it is the
+// panel in a shadow margin (32 wider), without one the bare panel.
+TEST_F(DesktopTest, ThePopoverHasItsShadowMarginOnlyWhileACompositorRuns) {
+    const QString xcompmgr = QStandardPaths::findExecutable(QStringLiteral("xcompmgr"));
+    if (xcompmgr.isEmpty()) GTEST_SKIP() << "needs xcompmgr (scripts/setup.sh installs it)";
+    for (const bool compositing : {false, true}) {
+        SCOPED_TRACE(compositing ? "with a compositor" : "without one");
+        QProcess compositor;
+        compositor.setProcessEnvironment(home_.env);
+        if (compositing) {
+            compositor.start(xcompmgr, {});
+            ASSERT_TRUE(compositor.waitForStarted());
+            // It owns the selection through a window of its own name.
+            ASSERT_TRUE(waitFor(
+                [&] { return !xdotoolOutput({"search", "--name", "^xcompmgr$"}).isEmpty(); }, 20000));
+        }
+        QFile::remove(itemMap());
+        startApp("two-monitors-and-builtin.json");
+        ASSERT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
+                            60000))
+            << app_.readAllStandardError().toStdString();
+        const QStringList found = xdotoolOutput({"search", "--onlyvisible", "--name", "^Panelwright$"});
+        ASSERT_EQ(found.size(), 1);
+        const QStringList geometry = xdotoolOutput({"getwindowgeometry", "--shell", found.first()});
+        EXPECT_TRUE(geometry.contains(compositing ? QStringLiteral("WIDTH=392")
+                                                  : QStringLiteral("WIDTH=360")))
+            << geometry.join(u' ').toStdString();
+        app_.terminate();
+        ASSERT_TRUE(app_.waitForFinished(20000));
+        compositor.terminate();
+        compositor.waitForFinished();
+    }
 }
 
 } // namespace

@@ -234,12 +234,14 @@ protected:
 
 TEST_F(StatusBarTest, ClicksOpenAndCloseThePopoverAndEveryCloseDropsTheWatcher) {
     open(scenarioOf({keyMonitor(2, {25, 100})}));
+    // Made on the first opening: the tray item alone does not carry the popover's views.
+    EXPECT_EQ(bar->window(), nullptr);
+    leftClick();
     ui::PopoverWindow* window = bar->window();
+    ASSERT_NE(window, nullptr);
     ASSERT_NE(window->content(), nullptr);
     EXPECT_EQ(window->width(), ui::PopoverWindow::kWidth);
     EXPECT_GT(window->height(), 100); // one section and the footer
-
-    leftClick();
     EXPECT_TRUE(window->isVisible());
     EXPECT_TRUE(bar->hasOutsideClickWatcher());
     leftClick(); // the second click closes
@@ -271,6 +273,40 @@ TEST_F(StatusBarTest, ClicksOpenAndCloseThePopoverAndEveryCloseDropsTheWatcher) 
     EXPECT_TRUE(bar->tray()->menuVisible());
     EXPECT_FALSE(bar->hasOutsideClickWatcher());
     bar->tray()->hideMenu();
+}
+
+// Where the window system composites, the window is larger than the panel by the shadow's
+// margin; a press there lands beside the panel, over whatever lies beneath (the tray item
+// itself, under a top panel), and counts as a click elsewhere.
+TEST_F(StatusBarTest, APressInTheShadowsMarginClosesAndOneOnThePanelDoesNot) {
+    struct Case {
+        bool composited;
+        QPoint at;
+        bool closes;
+    };
+    start(scenarioOf({keyMonitor(2, {25, 100})}));
+    auto shared = std::shared_ptr<PopoverViewModel>(std::move(model));
+    for (const Case c : {Case{true, {4, 4}, true}, Case{true, {40, 40}, false},
+                         Case{false, {4, 4}, false}}) {
+        SCOPED_TRACE(testing::Message() << c.composited << " " << c.at.x());
+        bar = std::make_unique<ui::QtStatusBar>(engine, shared);
+        bar->setWindowSystemComposites(c.composited);
+        bar->setup(nullptr);
+        mainQueue().runPending();
+        processEvents();
+        leftClick();
+        ui::PopoverWindow* window = bar->window();
+        ASSERT_TRUE(window && window->isVisible());
+        EXPECT_EQ(window->width(), ui::PopoverWindow::kWidth + (c.composited ? 32 : 0));
+        QMouseEvent press(QEvent::MouseButtonPress, c.at, window->mapToGlobal(c.at),
+                          Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(window, &press);
+        processEvents();
+        EXPECT_EQ(window->isVisible(), !c.closes);
+        EXPECT_EQ(bar->hasOutsideClickWatcher(), !c.closes);
+        bar.reset();
+        processEvents();
+    }
 }
 
 TEST_F(StatusBarTest, TheMenuHoldsTheFourEntriesWithQuitOnCtrlQ) {

@@ -2,24 +2,66 @@ import QtQuick
 import QtQuick.Layouts
 
 // The popover: one section per controllable display (or the empty state), then the footer
-// with About, Settings and Quit. 360 wide; as tall as its content.
-Rectangle {
+// with About, Settings and Quit, on a panel 360 wide and as tall as its content.
+//
+// Where the window system composites, the window is transparent and the panel is drawn
+// rounded with a soft shadow in a margin around it; elsewhere a transparent pixel would
+// show as black, so the panel is square and fills the window, its edge a hairline.
+Item {
     id: root
 
     // The popover model: `displays` (a list model, one row per display), `inputs` and the
     // operations the controls call.
     required property var model
+    // Whether the window's transparent pixels show what lies beneath it.
+    property bool composited: false
 
     readonly property int displayCount: sections.count
+    readonly property int panelWidth: 360
+    // Room around the panel for its shadow, which falls a little downwards.
+    readonly property int shadowMargin: composited ? 16 : 0
+    readonly property int shadowSpread: 12
+    readonly property int shadowDrop: 3
+    // The same rounding as the level indicator's panel.
+    readonly property int panelRadius: composited ? 14 : 0
 
-    width: 360
-    implicitWidth: 360
-    implicitHeight: column.implicitHeight
-    color: Theme.window
+    width: implicitWidth
+    implicitWidth: panelWidth + 2 * shadowMargin
+    implicitHeight: column.implicitHeight + 2 * shadowMargin
+
+    // The shadow: rings of faint black, each a pixel smaller than the last, so the
+    // darkness builds up towards the panel's edge. Plain rectangles, so that every scene
+    // graph backend draws it (the software one draws no shader effects).
+    Repeater {
+        model: root.composited ? root.shadowSpread : 0
+        Rectangle {
+            required property int index
+            readonly property int spread: root.shadowSpread - index
+            objectName: "shadow"
+            x: root.shadowMargin - spread
+            y: root.shadowMargin - spread + root.shadowDrop
+            width: root.panelWidth + 2 * spread
+            height: column.implicitHeight + 2 * spread
+            radius: root.panelRadius + spread
+            color: Qt.rgba(0, 0, 0, Theme.dark ? 0.03 : 0.014)
+        }
+    }
+
+    Rectangle {
+        objectName: "panel"
+        x: root.shadowMargin
+        y: root.shadowMargin
+        width: root.panelWidth
+        height: column.implicitHeight
+        radius: root.panelRadius
+        color: Theme.window
+    }
 
     Column {
         id: column
-        width: root.width
+        x: root.shadowMargin
+        y: root.shadowMargin
+        width: root.panelWidth
 
         EmptyStateView {
             objectName: "emptyState"
@@ -49,11 +91,11 @@ Rectangle {
                 required property bool answered
                 required property string notice
 
-                width: root.width
+                width: root.panelWidth
 
                 DisplaySectionView {
                     objectName: "section"
-                    width: root.width
+                    width: root.panelWidth
                     popoverModel: root.model
                     displayId: entry.displayId
                     title: entry.title
@@ -86,7 +128,7 @@ Rectangle {
 
         Item {
             objectName: "footer"
-            width: root.width
+            width: root.panelWidth
             height: footer.implicitHeight + 16
 
             RowLayout {
@@ -123,7 +165,11 @@ Rectangle {
     // colour beneath it.
     Rectangle {
         objectName: "edge"
-        anchors.fill: parent
+        x: root.shadowMargin
+        y: root.shadowMargin
+        width: root.panelWidth
+        height: column.implicitHeight
+        radius: root.panelRadius
         z: 1
         color: "transparent"
         border.width: 1

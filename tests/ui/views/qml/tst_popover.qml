@@ -60,6 +60,38 @@ TestCase {
         compare(popover.implicitHeight, findChild(popover, "footer").y + findChild(popover, "footer").height)
     }
 
+    // Rounded with a shadow only where the window system composites: elsewhere the
+    // window's transparent pixels would show black, so the panel is square and fills it.
+    function test_panelRoundedWithShadowOnlyWhereComposited_data() {
+        return [
+            { tag: "composited", composited: true, margin: 16, radius: 14, shadows: 12 },
+            { tag: "not composited", composited: false, margin: 0, radius: 0, shadows: 0 }
+        ]
+    }
+    function test_panelRoundedWithShadowOnlyWhereComposited(data) {
+        const popover = makePopover(1)
+        // Switched on a live popover, as the window's property sets it.
+        popover.composited = !data.composited
+        popover.composited = data.composited
+        waitForRendering(popover)
+        const panel = findChild(popover, "panel"), edge = findChild(popover, "edge")
+        const footer = findChild(popover, "footer")
+        compare(popover.implicitWidth, 360 + 2 * data.margin)
+        compare(popover.implicitHeight, footer.y + footer.height + 2 * data.margin)
+        for (const item of [panel, edge]) {
+            compare(Qt.rect(item.x, item.y, item.width, item.height),
+                    Qt.rect(data.margin, data.margin, 360, footer.y + footer.height))
+            compare(item.radius, data.radius)
+        }
+        compare(edge.border.width, 1)
+        compare(allNamed(popover, "shadow").length, data.shadows)
+        // The panel's corner pixel: cut away by the rounding, or the edge's colour as
+        // halfway down its left side.
+        const image = grabImage(testCase)
+        const x = popover.x + data.margin, y = popover.y + data.margin
+        compare(sameColour(image.pixel(x, y), image.pixel(x, y + panel.height / 2)), !data.composited)
+    }
+
     function test_displaysComingAndGoing() {
         const popover = makePopover(0)
         const startHeight = popover.implicitHeight
