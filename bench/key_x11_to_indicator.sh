@@ -15,26 +15,8 @@ app=$build/src/ui/panelwright
 [ -x "$app" ] || { echo "build first: cmake --build $build --target panelwright" >&2; exit 2; }
 scenario=$PWD/scenarios/two-monitors-and-builtin.json
 
-work=$(mktemp -d)
-pids=()
-cleanup() { # the programs first, their X server and bus last
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[i]}" 2>/dev/null || true; sleep 0.2; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-mkdir -p "$work/run" && chmod 700 "$work/run"
-export HOME=$work XDG_RUNTIME_DIR=$work/run XDG_STATE_HOME=$work/state XDG_CONFIG_HOME=$work/config
-unset WAYLAND_DISPLAY QT_QUICK_BACKEND
+source bench/private-session.sh
 export XDG_SESSION_TYPE=x11
-
-exec 3< <(Xvfb -displayfd 1 -screen 0 1280x800x24 -nolisten tcp 2>/dev/null)
-read -r -u 3 display
-pids+=($!)
-export DISPLAY=:$display QT_QPA_PLATFORM=xcb
-exec 4< <(dbus-daemon --session --nofork --print-address=1 2>/dev/null)
-read -r -u 4 DBUS_SESSION_BUS_ADDRESS
-pids+=($!)
-export DBUS_SESSION_BUS_ADDRESS
 
 "$app" --simulate "$scenario" 2>"$work/stderr.txt" & pids+=($!)
 log=$work/state/panelwright/Panelwright.log

@@ -14,27 +14,9 @@ app=$build/src/ui/panelwright
 [ -x "$app" ] || { echo "build first: cmake --build $build --target panelwright" >&2; exit 2; }
 scenario=$PWD/scenarios/two-monitors-and-builtin.json
 
-work=$(mktemp -d)
-pids=()
 appPid=
-cleanup() {
-  [ -n "$appPid" ] && kill ${PW_KILL:-} "$appPid" 2>/dev/null && sleep 2
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[i]}" 2>/dev/null || true; sleep 0.5; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-mkdir -p "$work/run" && chmod 700 "$work/run"
-export HOME=$work XDG_RUNTIME_DIR=$work/run XDG_STATE_HOME=$work/state XDG_CONFIG_HOME=$work/config
-unset WAYLAND_DISPLAY QT_QUICK_BACKEND
-
-exec 3< <(Xvfb -displayfd 1 -screen 0 1280x800x24 -nolisten tcp 2>/dev/null)
-read -r -u 3 display
-pids+=($!)
-export DISPLAY=:$display QT_QPA_PLATFORM=xcb
-exec 4< <(dbus-daemon --session --nofork --print-address=1 2>/dev/null)
-read -r -u 4 DBUS_SESSION_BUS_ADDRESS
-pids+=($!)
-export DBUS_SESSION_BUS_ADDRESS
+before_cleanup='[ -n "$appPid" ] && kill ${PW_KILL:-} "$appPid" 2>/dev/null && sleep 2'
+source bench/private-session.sh
 
 dirty() { # private dirty memory in KiB
   awk '/^Private_Dirty:/{d=$2} END{print d}' "/proc/$1/smaps_rollup"

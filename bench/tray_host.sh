@@ -16,33 +16,12 @@ for tool in Xvfb openbox trayer xdotool xprop; do
 done
 scenario=$PWD/scenarios/two-monitors-and-builtin.json
 
-work=$(mktemp -d)
-pids=()
-cleanup() { # the programs first, their X server and bus last
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[i]}" 2>/dev/null || true; sleep 0.2; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-mkdir -p "$work/run" && chmod 700 "$work/run"
-export HOME=$work XDG_RUNTIME_DIR=$work/run XDG_STATE_HOME=$work/state XDG_CONFIG_HOME=$work/config
-unset WAYLAND_DISPLAY QT_QUICK_BACKEND
-
-exec 3< <(Xvfb -displayfd 1 -screen 0 1280x800x24 -nolisten tcp 2>/dev/null)
-read -r -u 3 display
-pids+=($!)
-export DISPLAY=:$display QT_QPA_PLATFORM=xcb XDG_SESSION_TYPE=x11
-exec 4< <(dbus-daemon --session --nofork --print-address=1 2>/dev/null)
-read -r -u 4 DBUS_SESSION_BUS_ADDRESS
-pids+=($!)
-export DBUS_SESSION_BUS_ADDRESS
+source bench/private-session.sh
+export XDG_SESSION_TYPE=x11
 openbox >/dev/null 2>&1 & pids+=($!)
 trayer --edge top --align right --widthtype request --height 24 >/dev/null 2>&1 & pids+=($!)
 for _ in $(seq 1 100); do xdotool search --onlyvisible --class trayer >/dev/null && break; sleep 0.1; done
 
-memory() { # RSS and PSS in MiB
-  awk '/^Rss:/{r=$2} /^Pss:/{p=$2} END{printf "%5.1f MiB RSS  %5.1f MiB PSS", r/1024, p/1024}' \
-    "/proc/$1/smaps_rollup"
-}
 windows() { xdotool search --onlyvisible --pid "$1" 2>/dev/null || true; }
 
 export PANELWRIGHT_ITEM_MAP=$work/items.tsv
