@@ -8,6 +8,7 @@
 #include "ui/QtStatusBar.h"
 #include "ui/SettingsWindow.h"
 #include "ui/views/QtLevelIndicators.h"
+#include "ui/views/Views.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -46,17 +47,7 @@ void grabWhenDrawn(QQuickWindow* window, const QString& file) {
 // dark colour scheme hands it to the application.
 void applyScheme() {
     if (qEnvironmentVariable("PANELWRIGHT_SCREENSHOT_SCHEME") != u"dark") return;
-    QPalette dark;
-    dark.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2e));
-    dark.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xee));
-    dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
-    dark.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x29));
-    dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
-    dark.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
-    dark.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xee));
-    dark.setColor(QPalette::Highlight, QColor(0x0a, 0x84, 0xff));
-    dark.setColor(QPalette::HighlightedText, Qt::white);
-    QGuiApplication::setPalette(dark);
+    QGuiApplication::setPalette(darkPalette());
 }
 
 } // namespace

@@ -327,6 +327,17 @@ protected:
 
     QString itemMap() const { return home_.path(QStringLiteral("items.tsv")); }
     QString busLog() const { return home_.path(QStringLiteral("bus.tsv")); }
+    // The bus log stops growing: the opening's refresh reads are over, so what follows in
+    // the log is what the person does.
+    bool busQuiet() {
+        return waitFor(
+            [&] {
+                const auto size = QFile(busLog()).size();
+                QThread::msleep(400);
+                return QFile(busLog()).size() == size;
+            },
+            20000);
+    }
 
     void startApp(const char* scenarioName) {
         app_.setProcessEnvironment(home_.env);
@@ -372,12 +383,7 @@ TEST_F(DesktopTest, ADragWritesOnceAfterItEndsAndAnInputIsWrittenAtOnce) {
                         60000))
         << app_.readAllStandardError().toStdString();
     // Let the opening's refresh reads end, so the log holds only what the pointer does.
-    const auto quiet = [&] {
-        const auto size = QFile(busLog()).size();
-        QThread::msleep(400);
-        return QFile(busLog()).size() == size;
-    };
-    ASSERT_TRUE(waitFor(quiet, 20000));
+    ASSERT_TRUE(busQuiet());
     const auto items = readItems(itemMap());
     const auto track = findItem(items, QStringLiteral("section#0/brightnessSlider#0/track"));
     const auto hdmi2 = findItem(items, QStringLiteral("section#0/inputSelector"),
@@ -433,7 +439,7 @@ TEST_F(DesktopTest, ADragWritesOnceAfterItEndsAndAnInputIsWrittenAtOnce) {
     EXPECT_TRUE(waitFor([&] { return popoverVisible(); }, 10000));
 
     // SIGTERM runs the shutdown sequence: no DDC traffic on the way out.
-    ASSERT_TRUE(waitFor(quiet, 20000));
+    ASSERT_TRUE(busQuiet());
     const auto transfers = QFile(busLog()).size();
     app_.terminate();
     ASSERT_TRUE(app_.waitForFinished(20000));
@@ -461,12 +467,7 @@ TEST_F(DesktopTest, KeysAloneReachASliderTheMuteButtonAndClose) {
     ASSERT_TRUE(waitFor([&] { return findItem(readItems(itemMap()), "section#1").has_value(); },
                         60000))
         << app_.readAllStandardError().toStdString();
-    const auto quiet = [&] {
-        const auto size = QFile(busLog()).size();
-        QThread::msleep(400);
-        return QFile(busLog()).size() == size;
-    };
-    ASSERT_TRUE(waitFor(quiet, 20000));
+    ASSERT_TRUE(busQuiet());
     const auto before = setWrites(busLog()).size();
 
     // The LG reads 45 of 100: slider 72.65; three steps of 1 reach 76, which is 50.

@@ -15,16 +15,7 @@ public slots:
     void applicationAvailable() {
         pw::ui::setUpIcons();
         if (qEnvironmentVariableIntValue("PW_VIEWS_DARK") == 1) {
-            QPalette dark;
-            dark.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2e));
-            dark.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xee));
-            dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
-            dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
-            dark.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
-            dark.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xee));
-            dark.setColor(QPalette::Highlight, QColor(0x0a, 0x84, 0xff));
-            dark.setColor(QPalette::HighlightedText, Qt::white);
-            QGuiApplication::setPalette(dark);
+            QGuiApplication::setPalette(pw::ui::darkPalette());
         }
     }
     void qmlEngineAvailable(QQmlEngine* engine) {
