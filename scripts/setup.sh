@@ -16,8 +16,9 @@ packages=(
   adwaita-icon-theme fonts-dejavu-core
   # its end-to-end tests: a private X server, a private session bus, a pointer
   xvfb xauth dbus-daemon dbus-bin libgl1-mesa-dri xdotool
-  # a real window manager, tray host and compositor for the desktop checks; xwd to grab
-  openbox trayer xcompmgr x11-apps
+  # a real window manager, tray host and compositor for the desktop checks; xwd to grab,
+  # xprop to see the window manager take over
+  openbox trayer xcompmgr x11-apps x11-utils
   # the Linux desktop: gamma ramps, key grabs and screens through X; XTest drives its tests
   libx11-dev libxrandr-dev libxtst-dev
   libwayland-dev libwayland-bin

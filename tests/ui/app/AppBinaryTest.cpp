@@ -552,11 +552,35 @@ TEST_F(DesktopTest, InARealTrayTheItemShowsItsTooltipAndAClickOpensThePopover) {
     } windowManager, tray;
     for (Helper* h : {&windowManager, &tray}) h->process.setProcessEnvironment(home_.env);
     windowManager.process.start(openbox, {});
-    tray.process.start(trayer, {"--edge", "top", "--align", "right", "--widthtype", "request",
-                                "--height", "24"});
+    // trayer started while the window manager is still taking over the screen now and then
+    // ends, or never shows its panel: it starts once openbox has put up its own check window.
+    const QString xprop = QStandardPaths::findExecutable(QStringLiteral("xprop"));
+    ASSERT_FALSE(xprop.isEmpty()) << "needs xprop (scripts/setup.sh installs it)";
     ASSERT_TRUE(waitFor(
-        [&] { return !xdotoolOutput({"search", "--onlyvisible", "--class", "trayer"}).isEmpty(); },
-        20000));
+        [&] {
+            QProcess check;
+            check.setProcessEnvironment(home_.env);
+            check.start(xprop, {"-root", "_NET_SUPPORTING_WM_CHECK"});
+            check.waitForFinished(5000);
+            return check.readAllStandardOutput().contains("window id");
+        },
+        20000))
+        << "openbox did not take over the screen";
+    const auto startTray = [&] {
+        tray.process.start(trayer, {"--edge", "top", "--align", "right", "--widthtype",
+                                    "pixel", "--width", "120", "--height", "24"});
+    };
+    startTray();
+    ASSERT_TRUE(waitFor(
+        [&] {
+            if (tray.process.waitForFinished(0) || tray.process.state() == QProcess::NotRunning)
+                startTray();
+            return !xdotoolOutput({"search", "--onlyvisible", "--class", "trayer"}).isEmpty();
+        },
+        20000))
+        << "trayer " << (tray.process.state() == QProcess::Running ? "runs" : "ended")
+        << ", said: " << tray.process.readAllStandardError().toStdString()
+        << "; openbox said: " << windowManager.process.readAllStandardError().toStdString();
 
     startApp("two-monitors-and-builtin.json");
     const auto appWindows = [&] {
