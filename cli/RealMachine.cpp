@@ -125,15 +125,17 @@ platform::Platform makeRealMachine(const RealMachineOptions& options) {
     machine.forceSlaveAddress =
         options.forceSlaveAddress || envFlag("PANELWRIGHT_FORCE_I2C_ADDRESS");
     machine.mainQueue = options.mainQueue;
-    auto p = platform::makeLinuxPlatform(machine);
+    auto linuxMachine = platform::makeLinuxMachine(machine);
+    auto& p = linuxMachine.platform;
     if (std::dynamic_pointer_cast<platform::StderrSystemLog>(p.systemLog))
         p.systemLog = std::make_shared<SilentSystemLog>();
-    if (options.trace && p.i2cDevices) {
-        p.i2cDevices = std::make_shared<TracingDevices>(p.i2cDevices, options.trace);
-        p.monitors = std::make_shared<LinuxMonitors>(
-            LinuxMonitors::Parts{p.drm, p.i2cDevices, p.hotPlug, p.clock});
+    if (options.trace && linuxMachine.i2cDevices) {
+        linuxMachine.i2cDevices =
+            std::make_shared<TracingDevices>(linuxMachine.i2cDevices, options.trace);
+        p.monitors = std::make_shared<LinuxMonitors>(LinuxMonitors::Parts{
+            linuxMachine.drm, linuxMachine.i2cDevices, linuxMachine.hotPlug, p.clock});
     }
-    return p;
+    return std::move(p);
 }
 
 } // namespace pw::cli

@@ -14,7 +14,7 @@
 #include "platform/drm/LinuxMonitors.h"
 #include "platform/drm/I2CDevTransport.h"
 #include "platform/linux/JsonUserDefaults.h"
-#include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/LinuxHostFacts.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/posix/BaseDirectories.h"
 #include "platform/posix/LoopMainQueue.h"
@@ -257,7 +257,6 @@ int runCommand(const Core& core, const std::shared_ptr<platform::LoopMainQueue>&
                const Request& request, const Options& options) {
     const Command command = request.command;
     const platform::Platform& machine = core.machine();
-    const bool linuxMachine = machine.flavor == platform::Flavor::linux;
     int status = kOK;
     const auto& ddc = core.ddc();
     applyTuningPreferences(platform::JsonUserDefaults(), *ddc, nullptr);
@@ -271,9 +270,9 @@ int runCommand(const Core& core, const std::shared_ptr<platform::LoopMainQueue>&
     // No display at all, or none whose channel can even be opened: say why, exit 3.
     // Connected monitors without a channel, each with the reason.
     std::vector<platform::UnreachableMonitor> missing;
-    if (linuxMachine && !options.displayID && machine.monitors)
+    if (!options.displayID && machine.monitors)
         missing = machine.monitors->unreachable();
-    if (linuxMachine && !options.displayID) {
+    if (!options.displayID) {
         std::string why;
         if (list.empty() && machine.monitors) why = machine.monitors->whyNoneFound();
         if (list.empty() && why.empty() && !missing.empty())
@@ -287,8 +286,6 @@ int runCommand(const Core& core, const std::shared_ptr<platform::LoopMainQueue>&
             if (first.empty()) first = problem;
         }
         if (allUnreachable) why = first;
-        if (!machine.drm || !machine.drm->present())
-            why += "; try --simulate SCENARIO to see the program on a simulated machine";
         if (!why.empty()) {
             if (command == Command::detect) detect(list, options, missing);
             status = fail(kNoDisplay, why);
@@ -372,7 +369,7 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
             };
         }
         const auto machine = makeRealMachine(real);
-        if (machine.flavor != platform::Flavor::linux || !machine.drm)
+        if (!machine.monitors)
             return fail(kNoDisplay, "this machine has no display backend; try --simulate "
                                     "SCENARIO (e.g. --simulate scenarios/one-monitor.json)");
         const Core core(machine, Core::Parts::displaysOnly);
@@ -409,7 +406,7 @@ int runOnMachine(Command command, const Options& options, platform::Clock::TimeP
 // The command line's own diagnostic log, beside the app's so that the two never empty each
 // other's: $XDG_STATE_HOME/panelwright/panelwright-cli.log, emptied at every run.
 void startDiagnosticLog(bool verbose) {
-    auto host = std::make_shared<platform::LinuxHostInfo>(platform::xdg::stateHome() /
+    auto host = std::make_shared<platform::LinuxHostFacts>(platform::xdg::stateHome() /
                                                           "panelwright" / "panelwright-cli.log");
     DiagnosticLog::start(std::move(host), std::make_shared<platform::SystemClock>());
     if (verbose) DiagnosticLog::echoTo(STDERR_FILENO);

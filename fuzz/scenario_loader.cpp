@@ -2,6 +2,7 @@
 // either a whole scenario or an error that names the input; a scenario it accepts must
 // build a machine whose displays, registry and EDIDs hold together.
 #include "platform/sim/SimDisplayServices.h"
+#include "platform/sim/SimLinux.h"
 #include "platform/sim/SimMachine.h"
 
 #include <cstddef>
@@ -17,10 +18,9 @@ namespace {
 // A Linux machine has no registry: its displays are the connected DRM connectors, each
 // with the EDID the machine built (or the one the scenario gave).
 void checkLinuxMachine(const pw::sim::SimMachine& machine, const pw::sim::Scenario& scenario) {
-    const auto platform = machine.platform();
-    if (machine.macMonitors()) std::abort();
+    if (machine.macMonitors() || !machine.drm()) std::abort();
     std::vector<pw::platform::DisplayID> ids;
-    for (const auto& connector : platform.drm->connectors())
+    for (const auto& connector : machine.drm()->connectors())
         if (connector.connected()) ids.push_back(connector.id);
     std::size_t connected = 0;
     for (const auto& display : scenario.displays)
@@ -28,7 +28,7 @@ void checkLinuxMachine(const pw::sim::SimMachine& machine, const pw::sim::Scenar
     if (!scenario.linuxMachine.drm) connected = 0;
     if (ids.size() != connected) std::abort();
     if (std::set(ids.begin(), ids.end()).size() != ids.size()) std::abort();
-    for (const auto& connector : platform.drm->connectors()) {
+    for (const auto& connector : machine.drm()->connectors()) {
         if (connector.edid.empty() || connector.edid.size() != 128) continue;
         unsigned sum = 0;
         for (const auto b : connector.edid)
@@ -43,7 +43,7 @@ void checkLinuxMachine(const pw::sim::SimMachine& machine, const pw::sim::Scenar
 void checkMachine(const pw::sim::Scenario& scenario) {
     pw::sim::SimMachine machine(scenario);
     const auto platform = machine.platform();
-    if (scenario.flavor == pw::platform::Flavor::linux) {
+    if (scenario.flavor == pw::sim::Flavor::linux) {
         checkLinuxMachine(machine, scenario);
         return;
     }

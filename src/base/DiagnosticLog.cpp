@@ -1,7 +1,7 @@
 #include "base/DiagnosticLog.h"
 
 #include "platform/Clock.h"
-#include "platform/HostInfo.h"
+#include "platform/HostFacts.h"
 #include "support/Installed.h"
 
 #include <atomic>
@@ -22,7 +22,6 @@
 #include <thread>
 #include <typeinfo>
 #include <unistd.h>
-#include <variant>
 
 namespace pw::DiagnosticLog {
 
@@ -30,7 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using platform::Clock;
-using platform::HostInfo;
+using platform::HostFacts;
 
 constexpr int kCrashSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
@@ -53,10 +52,10 @@ struct State {
     std::atomic<int> fd{-1};
     // Where lines are echoed as well (--verbose), or -1.
     std::atomic<int> echoFd{-1};
-    std::atomic<const HostInfo*> host{nullptr};
+    std::atomic<const HostFacts*> host{nullptr};
     std::atomic<Clock*> clock{nullptr};
     // Asked from the host when the log starts, so the signal handler makes no virtual call.
-    std::atomic<HostInfo::StackWriter> stackWriter{nullptr};
+    std::atomic<HostFacts::StackWriter> stackWriter{nullptr};
     // Seconds east of UTC at the latest line: the signal handler cannot consult the time
     // zone database, so it stamps its lines with the offset the log last saw.
     std::atomic<long> utcOffset{0};
@@ -66,7 +65,7 @@ struct State {
     std::atomic<int> writers{0};
     // Under the lock.
     fs::path path;
-    std::shared_ptr<const HostInfo> ownedHost; // keeps the installed platform's objects alive
+    std::shared_ptr<const HostFacts> ownedHost; // keeps the installed platform's objects alive
     std::shared_ptr<Clock> ownedClock;
     std::terminate_handler previousTerminate = nullptr;
     bool handlersInstalled = false;
@@ -313,7 +312,7 @@ void onFatalSignal(int signal) {
         addPrefix(lines, crashTime(), offset, "CRASH");
         lines.add("Stack trace:\n");
         writeAll(fd, lines.view());
-        if (HostInfo::StackWriter writeStack = s.stackWriter.load()) writeStack(fd);
+        if (HostFacts::StackWriter writeStack = s.stackWriter.load()) writeStack(fd);
         ::fsync(fd);
         s.diskSyncs.fetch_add(1, std::memory_order_relaxed);
     }
@@ -343,7 +342,7 @@ void logUncaughtException(State& s) {
     }
     std::string trace = "Stack trace:";
     // Not in signal context: the ordinary symbol list will do.
-    if (const HostInfo* host = s.host.load()) {
+    if (const HostFacts* host = s.host.load()) {
         for (const std::string& symbol : host->currentStackSymbols())
             trace += "\n" + symbol;
     }
@@ -394,8 +393,8 @@ void installHandlersLocked(State& s) {
     s.handlersInstalled = true;
 }
 
-void startWith(const fs::path& file, const HostInfo* host, Clock* clock,
-               std::shared_ptr<const HostInfo> ownedHost, std::shared_ptr<Clock> ownedClock) {
+void startWith(const fs::path& file, const HostFacts* host, Clock* clock,
+               std::shared_ptr<const HostFacts> ownedHost, std::shared_ptr<Clock> ownedClock) {
     State& s = state();
     std::lock_guard hold(s.mutex);
     s.host.store(host);
@@ -412,26 +411,22 @@ void startWith(const fs::path& file, const HostInfo* host, Clock* clock,
     installHandlersLocked(s);
 }
 
-std::string bundleString(const HostInfo* host, const std::string& key) {
-    if (!host) return "?";
-    const auto value = host->bundleInfo(key);
-    const std::string* text = value ? std::get_if<std::string>(&*value) : nullptr;
-    return text ? *text : "?";
-}
+// A fact the build does not know is written as "?".
+std::string orUnknown(std::string fact) { return fact.empty() ? "?" : fact; }
 
 } // namespace
 
-void start(const fs::path& file, const HostInfo& host, Clock& clock) {
+void start(const fs::path& file, const HostFacts& host, Clock& clock) {
     startWith(file, &host, &clock, nullptr, nullptr);
 }
 
-void start(std::shared_ptr<const HostInfo> host, std::shared_ptr<Clock> clock) {
+void start(std::shared_ptr<const HostFacts> host, std::shared_ptr<Clock> clock) {
     fs::path file;
     if (host) {
         host->prepareDiagnosticLogFolder();
         file = host->diagnosticLogPath();
     }
-    const HostInfo* rawHost = host.get();
+    const HostFacts* rawHost = host.get();
     Clock* rawClock = clock.get();
     startWith(file, rawHost, rawClock, std::move(host), std::move(clock));
 }
@@ -439,11 +434,12 @@ void start(std::shared_ptr<const HostInfo> host, std::shared_ptr<Clock> clock) {
 void echoTo(int fd) { state().echoFd.store(fd); }
 
 void writeBanner() {
-    const HostInfo* host = state().host.load();
+    const HostFacts* host = state().host.load();
     const std::string rule(40, '=');
     log("System", rule);
-    log("System", "Panelwright v" + bundleString(host, "CFBundleShortVersionString") + " (" +
-                      bundleString(host, "CFBundleVersion") + ")");
+    const platform::BuildFacts build = host ? host->build() : platform::BuildFacts{};
+    log("System", "Panelwright v" + orUnknown(build.version) + " (" +
+                      orUnknown(build.buildNumber) + ")");
     log("System", host ? host->operatingSystemLine() : "?");
     log("System", host ? host->architectureLine() : "?");
     log("System", "Process: " + (host ? host->processName() : "?") + " (PID " +
@@ -478,7 +474,7 @@ fs::path logFileURL() {
 
 void stop() {
     State& s = state();
-    std::shared_ptr<const HostInfo> host;
+    std::shared_ptr<const HostFacts> host;
     std::shared_ptr<Clock> clock;
     {
         std::lock_guard hold(s.mutex);

@@ -6,7 +6,7 @@
 #include <string_view>
 
 namespace pw::platform {
-class HostInfo;
+class HostFacts;
 class Clock;
 } // namespace pw::platform
 
@@ -20,9 +20,9 @@ namespace pw::DiagnosticLog {
 // Empties (or creates) the file at `host`'s log location, opens it and installs the crash
 // handlers, keeping `host` and `clock` until `stop`. If the file cannot be opened the
 // program runs on without a file log, silently.
-void start(std::shared_ptr<const platform::HostInfo> host, std::shared_ptr<platform::Clock> clock);
+void start(std::shared_ptr<const platform::HostFacts> host, std::shared_ptr<platform::Clock> clock);
 // The same, at an explicit location with explicit collaborators (tests).
-void start(const std::filesystem::path& file, const platform::HostInfo& host,
+void start(const std::filesystem::path& file, const platform::HostFacts& host,
            platform::Clock& clock);
 // Closes the file, puts the default crash dispositions back and lets the host and clock
 // go once no thread is inside `log`; lines after it are dropped. Each program's `main`

@@ -1,10 +1,8 @@
 #include "base/SystemLog.h"
 
-#include "platform/HostInfo.h"
+#include "platform/HostFacts.h"
 
 #include <memory>
-#include <optional>
-#include <variant>
 
 namespace pw::SystemLog {
 
@@ -15,21 +13,20 @@ constexpr std::string_view kFallbackSubsystem = "com.panelwright.app";
 constinit NeverDestroyed<InstalledSlot<const Target>> gTarget;
 
 std::shared_ptr<const Target> makeTarget(std::shared_ptr<platform::SystemLogSink> sink,
-                                         const platform::HostInfo* host) {
+                                         const platform::HostFacts* host) {
     auto target = std::make_shared<Target>();
     target->sink = std::move(sink);
     target->subsystem = std::string(kFallbackSubsystem);
     if (host) {
-        const auto value = host->bundleInfo("CFBundleIdentifier");
-        const std::string* text = value ? std::get_if<std::string>(&*value) : nullptr;
-        if (text && !text->empty()) target->subsystem = *text;
+        std::string identifier = host->build().identifier;
+        if (!identifier.empty()) target->subsystem = std::move(identifier);
     }
     return target;
 }
 
 } // namespace
 
-Scope::Scope(std::shared_ptr<platform::SystemLogSink> sink, const platform::HostInfo* host)
+Scope::Scope(std::shared_ptr<platform::SystemLogSink> sink, const platform::HostFacts* host)
     : install_(gTarget.value, makeTarget(std::move(sink), host)) {}
 
 Scope::~Scope() = default;

@@ -7,13 +7,13 @@
 #include <string>
 #include <string_view>
 
-// The system-log identity every subsystem writes through: subsystem = the bundle
+// The system-log identity every subsystem writes through: subsystem = the build's
 // identifier, else "com.panelwright.app"; one logger per category ("App", "DDC",
 // "Display", "Keyboard", "OSD"), each a constant. Messages are formatted
 // by the caller; the logger hands them to the installed sink (`Scope`, held by the Core),
 // and drops them while none is installed.
 namespace pw::platform {
-class HostInfo;
+class HostFacts;
 }
 
 namespace pw::SystemLog {
@@ -25,11 +25,11 @@ struct Target {
 };
 
 // Makes `sink` the one every logger writes to, for the scope's lifetime, filed under the
-// host's bundle identifier (else "com.panelwright.app"); puts back the one before. A
+// build's identifier the host gives (else "com.panelwright.app"); puts back the one before. A
 // thread logging while the scope ends finishes on the old sink.
 class Scope {
 public:
-    Scope(std::shared_ptr<platform::SystemLogSink> sink, const platform::HostInfo* host);
+    Scope(std::shared_ptr<platform::SystemLogSink> sink, const platform::HostFacts* host);
     ~Scope();
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;

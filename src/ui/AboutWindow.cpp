@@ -2,10 +2,6 @@
 
 #include "ui/FixedWindow.h"
 
-#ifndef PW_COPYRIGHT
-#define PW_COPYRIGHT ""
-#endif
-
 namespace pw::ui {
 
 AboutWindowController::AboutWindowController(QQmlEngine& engine, BuildInfo build)
@@ -19,9 +15,8 @@ QString AboutWindowController::builtInCopyright() {
 
 void AboutWindowController::show() {
     if (!window_) {
-        const QString copyright = QStringLiteral(PW_COPYRIGHT).isEmpty()
-                                      ? builtInCopyright()
-                                      : QStringLiteral(PW_COPYRIGHT);
+        const QString copyright =
+            build_.copyright.isEmpty() ? builtInCopyright() : build_.copyright;
         window_ = std::make_unique<FixedWindow>(
             engine_, QStringLiteral("AboutView"),
             QVariantMap{{QStringLiteral("appVersion"), build_.version},

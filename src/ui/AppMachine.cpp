@@ -2,13 +2,13 @@
 
 #include "platform/linux/JournalSystemLog.h"
 #include "platform/linux/JsonUserDefaults.h"
-#include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/LinuxHostFacts.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/WindowIndicator.h"
 #include "platform/linux/XdgAutostart.h"
 #include "platform/posix/SystemClock.h"
 #include "platform/sim/BusLog.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/SimMachine.h"
 #include "platform/sim/SimulatedState.h"
 #include "ui/BusRecorder.h"
@@ -33,7 +33,7 @@ std::unique_ptr<AppMachine> AppMachine::simulated(sim::Scenario scenario,
         [bus = &app->machine_->bus()](const sim::BusTransfer&) { bus->clear(); });
     // The monitors are simulated; the person is real: their log file, their settings,
     // their journal.
-    app->machine_->host().setLogPath(platform::LinuxHostInfo().diagnosticLogPath());
+    app->machine_->host().setLogPath(platform::LinuxHostFacts().diagnosticLogPath());
     app->platform_ = app->machine_->platform();
     app->platform_.systemLog = platform::makeSystemLog();
     app->platform_.defaults = std::make_shared<platform::JsonUserDefaults>();
@@ -52,12 +52,13 @@ std::unique_ptr<AppMachine> AppMachine::real(std::shared_ptr<platform::MainQueue
     std::unique_ptr<AppMachine> app(new AppMachine);
     platform::LinuxMachineOptions options;
     options.mainQueue = mainQueue;
-    platform::Platform real = platform::makeLinuxPlatform(options);
-    if (real.drm && real.drm->present() && real.i2cDevices) {
-        app->powerEvents_ = assembleDesktop(real, indicatorWindow);
-        app->platform_ = std::move(real);
+    platform::LinuxMachine linuxMachine = platform::makeLinuxMachine(options);
+    if (linuxMachine.reachesMonitors()) {
+        app->powerEvents_ = assembleDesktop(linuxMachine, indicatorWindow);
+        app->platform_ = std::move(linuxMachine.platform);
         return app;
     }
+    const platform::Platform& real = linuxMachine.platform;
     // Fill what the real machine lacks from a machine without displays.
     app->machine_ = std::make_unique<sim::SimMachine>(sim::Scenario{}, real.clock, mainQueue);
     platform::Platform p = app->machine_->platform();

@@ -2,15 +2,6 @@
 
 #include <QStringList>
 
-// Both come from the build (src/ui/CMakeLists.txt); the fallbacks keep a build made some
-// other way honest rather than broken.
-#ifndef PW_VERSION
-#define PW_VERSION ""
-#endif
-#ifndef PW_GIT_COMMIT
-#define PW_GIT_COMMIT ""
-#endif
-
 namespace pw::ui {
 
 QString shortVersion(const QString& version) {
@@ -25,8 +16,10 @@ QString buildIdentifier(const QString& commit) {
     return trimmed.isEmpty() ? QStringLiteral("dev") : trimmed;
 }
 
-BuildInfo BuildInfo::current() {
-    return {shortVersion(QStringLiteral(PW_VERSION)), buildIdentifier(QStringLiteral(PW_GIT_COMMIT))};
+BuildInfo BuildInfo::of(const platform::BuildFacts& facts) {
+    return {shortVersion(QString::fromStdString(facts.version)),
+            buildIdentifier(QString::fromStdString(facts.commit)),
+            QString::fromStdString(facts.copyright)};
 }
 
 } // namespace pw::ui

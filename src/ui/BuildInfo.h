@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/HostFacts.h"
+
 #include <QString>
 
 namespace pw::ui {
@@ -12,12 +14,15 @@ QString shortVersion(const QString& version);
 // The commit the program was built from, or "dev" for a build made outside a git checkout.
 QString buildIdentifier(const QString& commit);
 
-// This build's version (CMake's project version, shortened) and build identifier.
+// The build as About and the updates dialog show it: the version shortened, the commit
+// (or "dev"), and the copyright line (empty: the panel's own).
 struct BuildInfo {
     QString version;
     QString build;
+    QString copyright;
 
-    static BuildInfo current();
+    // From the facts the machine's host gives.
+    static BuildInfo of(const platform::BuildFacts& facts);
 };
 
 } // namespace pw::ui

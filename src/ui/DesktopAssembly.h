@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "platform/linux/LinuxPlatform.h"
 #include "platform/PowerEvents.h"
 
 #include <memory>
@@ -11,11 +12,14 @@ namespace pw::ui {
 // the kernel: screens and pointer, software dimming, media keys, the desktop's own level
 // indicator. Each decision is made once, here, and written as one log line; a missing X
 // server or bus leaves the feature unavailable and never holds start up for more than the
-// pieces' short bus timeouts. `p` must hold the machine's DRM view, main queue and system
-// log. The level indicator is the desktop's own where it answers, else `indicatorWindow`.
-// Returns the machine's sleep and wake-up reports, or null where none can be had.
+// pieces' short bus timeouts. The machine's DRM view pairs the window system's outputs
+// with the monitors; its platform must hold the main queue and system log, and gets the
+// desktop's facilities. The level indicator is the desktop's own where it answers, else
+// `indicatorWindow`. Returns the machine's sleep and wake-up reports, or null where none
+// can be had.
 std::shared_ptr<platform::PowerEvents>
-assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow> indicatorWindow = nullptr);
+assembleDesktop(platform::LinuxMachine& machine,
+                std::shared_ptr<platform::IndicatorWindow> indicatorWindow = nullptr);
 
 // The session's media keys alone (X key grabs, or the desktop's global shortcuts), chosen
 // and logged as `assembleDesktop` does, for simulated monitors driven from the person's

@@ -52,10 +52,12 @@ DisplaySource sourceFrom(std::shared_ptr<platform::DrmSysfs> drm) {
 } // namespace
 
 std::shared_ptr<platform::PowerEvents>
-assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
+assembleDesktop(platform::LinuxMachine& machine,
+                std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
+    platform::Platform& p = machine.platform;
     const DesktopLog log{p.systemLog};
     const auto session = linuxdesktop::SessionFacts::fromEnvironment();
-    const DisplaySource source = sourceFrom(p.drm);
+    const DisplaySource source = sourceFrom(machine.drm);
 
     // Screens and pointer: the X server's (under Wayland, its X server still knows the
     // outputs' layout).

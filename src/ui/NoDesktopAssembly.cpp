@@ -7,7 +7,9 @@
 namespace pw::ui {
 
 std::shared_ptr<platform::PowerEvents>
-assembleDesktop(platform::Platform& p, std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
+assembleDesktop(platform::LinuxMachine& machine,
+                std::shared_ptr<platform::IndicatorWindow> indicatorWindow) {
+    platform::Platform& p = machine.platform;
     p.indicator = platform::WindowIndicator::create(p.mainQueue, p.screens, indicatorWindow);
     if (p.systemLog)
         p.systemLog->write("com.panelwright.app", "App", platform::LogLevel::info,

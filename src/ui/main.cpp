@@ -193,7 +193,9 @@ int main(int argc, char** argv) {
     // everything below that uses them, before the window engine and the application.
     pw::Core core(machine->platform());
 
-    const pw::ui::BuildInfo build = pw::ui::BuildInfo::current();
+    const auto& host = core.machine().host;
+    const pw::ui::BuildInfo build =
+        pw::ui::BuildInfo::of(host ? host->build() : pw::platform::thisBuild());
     auto updater = std::make_shared<pw::ui::PackageManagerUpdater>(build.version, build.build);
     pw::ui::AppDelegate delegate(core, engine, updater);
     auto& statusBar = delegate.statusBar();

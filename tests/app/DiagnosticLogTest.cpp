@@ -2,7 +2,7 @@
 #include "base/DiagnosticLog.h"
 
 #include "common/TestSupport.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/VirtualClock.h"
 
 #include <algorithm>
@@ -52,11 +52,12 @@ protected:
 
     test::TempDir dir;
     fs::path file = dir / "Panelwright.log";
-    sim::SimHostInfo host{platform::Flavor::appleSilicon, file};
+    sim::SimHostFacts host{sim::Flavor::appleSilicon, file};
     sim::VirtualClock clock; // 2025-03-01 14:05:09 UTC
 };
 
 TEST_F(DiagnosticLogTest, LinesCarryLocalTimeAndCategoryAndAreDroppedBeforeStart) {
+    host.setBuild({.version = "0.1.0", .buildNumber = "1"});
     DiagnosticLog::log("App", "too early");
     EXPECT_FALSE(fs::exists(file));
 
@@ -138,7 +139,7 @@ TEST_F(DiagnosticLogTest, StopWaitsForAThreadInsideLogBeforeTheClockGoes) {
     std::atomic<bool> usedAfterFree{false};
     auto clock = std::make_shared<HeldClock>(entered, release.get_future().share(), usedAfterFree);
     const std::weak_ptr<platform::Clock> watched = clock;
-    DiagnosticLog::start(std::make_shared<sim::SimHostInfo>(platform::Flavor::linux, file),
+    DiagnosticLog::start(std::make_shared<sim::SimHostFacts>(sim::Flavor::linux, file),
                          std::move(clock));
     std::thread worker([] { DiagnosticLog::log("Worker", "busy"); });
     entered.get_future().wait(); // the worker holds the clock
@@ -154,9 +155,8 @@ TEST_F(DiagnosticLogTest, StopWaitsForAThreadInsideLogBeforeTheClockGoes) {
 
 TEST_F(DiagnosticLogTest, StartFromAHostMakesItsFolderAndStopLetsItGo) {
     const fs::path nested = dir / "state" / "panelwright" / "Panelwright.log";
-    auto host = std::make_shared<sim::SimHostInfo>(platform::Flavor::intel, nested);
-    host->setBundleInfo("CFBundleVersion", std::nullopt);
-    host->setBundleInfo("CFBundleShortVersionString", platform::BundleValue(std::int64_t{2}));
+    auto host = std::make_shared<sim::SimHostFacts>(sim::Flavor::intel, nested);
+    host->setBuild({}); // a build that knows neither its version nor its number
     std::shared_ptr<platform::Clock> clock = std::make_shared<sim::VirtualClock>();
     const std::weak_ptr<platform::Clock> watched = clock;
 
@@ -251,7 +251,7 @@ protected:
     void startAt(const fs::path& file) { DiagnosticLog::start(file, host, clock); }
 
     const fs::path folder = crashFolder();
-    sim::SimHostInfo host{platform::Flavor::appleSilicon};
+    sim::SimHostFacts host{sim::Flavor::appleSilicon};
     sim::VirtualClock clock;
 };
 

@@ -2,7 +2,7 @@
 
 #include "common/TestSupport.h"
 #include "platform/sim/MemorySystemLog.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -14,17 +14,16 @@ namespace {
 
 using platform::LogLevel;
 
-TEST(SystemLog, MessagesCarryTheBundleIdentifierOrTheDefaultSubsystem) {
+TEST(SystemLog, MessagesCarryTheBuildIdentifierOrTheDefaultSubsystem) {
     auto sink = std::make_shared<sim::MemorySystemLog>();
-    auto host = std::make_shared<sim::SimHostInfo>(platform::Flavor::appleSilicon);
+    auto host = std::make_shared<sim::SimHostFacts>(sim::Flavor::appleSilicon);
     SystemLog::app().info("nowhere to go"); // no sink installed: dropped
-    for (const auto& identifier : std::vector<std::optional<platform::BundleValue>>{
-             std::string("org.example.panels"), std::nullopt, std::string(), std::int64_t{7}}) {
-        host->setBundleInfo("CFBundleIdentifier", identifier);
+    for (const std::string identifier : {"org.example.panels", ""}) {
+        host->setBuild({.identifier = identifier});
         SystemLog::Scope scope(sink, host.get());
         SystemLog::ddc().error("rejected");
-        // Settled by the scope: a later change of the bundle does not move it.
-        host->setBundleInfo("CFBundleIdentifier", std::string("org.example.later"));
+        // Settled by the scope: a later change of the build does not move it.
+        host->setBuild({.identifier = "org.example.later"});
         SystemLog::osd().debug("shown");
     }
     SystemLog::app().info("gone"); // the scope ended: dropped
@@ -35,8 +34,6 @@ TEST(SystemLog, MessagesCarryTheBundleIdentifierOrTheDefaultSubsystem) {
     const std::string fallback = "com.panelwright.app";
     EXPECT_EQ(seen, (std::vector<std::string>{
                         "org.example.panels DDC 2 rejected", "org.example.panels OSD 0 shown",
-                        fallback + " DDC 2 rejected", fallback + " OSD 0 shown",
-                        fallback + " DDC 2 rejected", fallback + " OSD 0 shown",
                         fallback + " DDC 2 rejected", fallback + " OSD 0 shown"}));
 }
 
@@ -58,7 +55,7 @@ TEST(SystemLog, LoggingWhileSinksComeAndGoIsSafe) {
         });
     for (int round = 0; round < 300; ++round) {
         sinks.push_back(std::make_shared<sim::MemorySystemLog>());
-        const sim::SimHostInfo host(platform::Flavor::appleSilicon);
+        const sim::SimHostFacts host(sim::Flavor::appleSilicon);
         SystemLog::Scope scope(sinks.back(), &host);
         std::this_thread::yield();
     }

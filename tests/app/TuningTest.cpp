@@ -7,7 +7,7 @@
 #include "keyboard/KeyboardManager.h"
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/MemoryUserDefaults.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/VirtualClock.h"
 
 #include <gtest/gtest.h>
@@ -69,7 +69,7 @@ TEST_F(Tuning, StoredValuesApplyAndOnlyThePassCountIsCapped) {
 
     // A pass count meant as "keep trying" would hold the bus for hours on a dead monitor.
     test::TempDir dir;
-    sim::SimHostInfo host{platform::Flavor::appleSilicon, dir / "log"};
+    sim::SimHostFacts host{sim::Flavor::appleSilicon, dir / "log"};
     DiagnosticLog::resetForTesting();
     DiagnosticLog::start(dir / "log", host, *clock);
     store.set(Preferences::kDDCRetryCount, std::int64_t{100000});

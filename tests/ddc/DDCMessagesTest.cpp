@@ -3,7 +3,7 @@
 #include "base/DiagnosticLog.h"
 #include "common/TestSupport.h"
 #include "platform/sim/MemorySystemLog.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/VirtualClock.h"
 
 #include <gtest/gtest.h>
@@ -57,7 +57,7 @@ TEST(DDCMessages, RepliesAreDecodedOrRejectedToBothLogs) {
     test::ScopedPlatform scoped(platform);
     test::TempDir dir;
     DiagnosticLog::resetForTesting();
-    const sim::SimHostInfo host(platform::Flavor::appleSilicon);
+    const sim::SimHostFacts host(sim::Flavor::appleSilicon);
     DiagnosticLog::start(dir / "Panelwright.log", host, *clock);
 
     using Kind = VCPReply::Kind;

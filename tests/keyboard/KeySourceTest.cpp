@@ -14,7 +14,7 @@ using platform::KeyPressMode;
 
 sim::Scenario linuxWithMonitor() {
     auto scenario = scenarioOf({keyMonitor(2, {50, 100})});
-    scenario.flavor = platform::Flavor::linux;
+    scenario.flavor = sim::Flavor::linux;
     return scenario;
 }
 

@@ -30,7 +30,7 @@ sim::DisplaySpec screenDisplay(platform::DisplayID id, platform::Rect frame) {
 }
 
 // Display 2 is the first (main) screen, display 3 sits to its right.
-sim::Scenario twoScreens(platform::Flavor flavor = platform::Flavor::appleSilicon) {
+sim::Scenario twoScreens(sim::Flavor flavor = sim::Flavor::appleSilicon) {
     sim::Scenario s;
     s.flavor = flavor;
     s.displays = {screenDisplay(2, {0, 0, 1920, 1080}), screenDisplay(3, {1920, 0, 2560, 1440})};
@@ -65,7 +65,7 @@ public:
 // ---- the core's part: whether, what and where ---------------------------------------------
 
 TEST(OSDManager, HandsKindLevelAndDisplayToTheMachineUnlessTheSettingIsOff) {
-    OSDTestBed bed(twoScreens(platform::Flavor::linux));
+    OSDTestBed bed(twoScreens(sim::Flavor::linux));
     const auto osd = bed.create();
     osd->showBrightness(0.5f, 3);
     osd->showVolume(0.25f, 2);

@@ -339,7 +339,8 @@ std::vector<platform::UnreachableMonitor> unreachableMonitors(const LinuxMonitor
 std::string whyNoExternalDisplay(const LinuxMonitors::Parts& platform) {
     if (!platform.drm || !platform.drm->present())
         return "no DRM display device under /sys/class/drm: in a virtual machine or a remote "
-               "session no monitor can be reached over DDC/CI";
+               "session no monitor can be reached over DDC/CI; try --simulate SCENARIO to see "
+               "the program on a simulated machine";
     std::vector<std::string> panels;
     bool external = false;
     for (const auto& connector : platform.drm->connectors()) {

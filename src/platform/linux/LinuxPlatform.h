@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/DrmSysfs.h"
+#include "platform/HotPlugMonitor.h"
+#include "platform/I2CDevices.h"
 #include "platform/Platform.h"
 
 #include <filesystem>
@@ -17,8 +20,19 @@ struct LinuxMachineOptions {
 };
 
 // The real Linux machine: DRM connectors, /dev/i2c-*, udev hot-plug, the journal and the
-// settings file. Members a Linux machine cannot offer (the registry, AV services) stay null.
-Platform makeLinuxPlatform(const LinuxMachineOptions& options);
-Platform makeLinuxPlatform();
+// settings file. The program is handed `platform`; the kernel's side stays here, for
+// those that assemble a Linux machine (the desktop session pairs its outputs with the DRM
+// connectors, the command line traces the i2c devices).
+struct LinuxMachine {
+    Platform platform;
+    std::shared_ptr<DrmSysfs> drm;
+    std::shared_ptr<I2CDevices> i2cDevices;
+    std::shared_ptr<HotPlugMonitor> hotPlug; // null without a main queue
+
+    // DRM connectors and /dev/i2c-* are there: monitors can be looked for.
+    bool reachesMonitors() const { return drm && drm->present() && i2cDevices; }
+};
+
+LinuxMachine makeLinuxMachine(const LinuxMachineOptions& options = {});
 
 } // namespace pw::platform

@@ -497,19 +497,19 @@ LinuxMachineSpec readLinuxMachine(const Json& json, const std::string& path) {
 const std::vector<std::string_view> kAppleSiliconOnlyFields = {
     "location", "edidParentDepth", "avServiceCreateFails", "proxyProperties"};
 
-void checkFlavorFields(const Json& json, const std::string& path, platform::Flavor flavor) {
-    if (flavor != platform::Flavor::linux && field(json, "linux")) {
+void checkFlavorFields(const Json& json, const std::string& path, Flavor flavor) {
+    if (flavor != Flavor::linux && field(json, "linux")) {
         fail(child(path, "linux"), "no linux object on a Mac (set \"flavor\": \"linux\" for "
                                    "DRM connectors and i2c adapters)");
     }
-    if (flavor == platform::Flavor::linux) {
+    if (flavor == Flavor::linux) {
         for (const auto key : kAppleSiliconOnlyFields) {
             if (field(json, key))
                 fail(child(path, key), "no " + std::string(key) + " on a Linux machine (use \"linux\")");
         }
         if (field(json, "intel"))
             fail(child(path, "intel"), "no intel object on a Linux machine (use \"linux\")");
-    } else if (flavor == platform::Flavor::intel) {
+    } else if (flavor == Flavor::intel) {
         for (const auto key : kAppleSiliconOnlyFields) {
             if (field(json, key)) {
                 fail(child(path, key), "no " + std::string(key) +
@@ -548,7 +548,7 @@ const std::vector<std::string_view> kDisplayFields = {
 };
 
 DisplaySpec readDisplay(const Json& json, const std::string& path, std::size_t position,
-                        platform::Flavor flavor) {
+                        Flavor flavor) {
     if (!json.is_object()) fail(path, "an object describing one display");
     onlyFields(json, path, kDisplayFields, "a display field");
     checkFlavorFields(json, path, flavor);
@@ -651,17 +651,17 @@ Scenario readScenario(const Json& json) {
     if (const auto* flavor = field(json, "flavor")) {
         const auto text = flavor->is_string() ? flavor->get<std::string>() : std::string();
         if (text == "appleSilicon") {
-            scenario.flavor = platform::Flavor::appleSilicon;
+            scenario.flavor = Flavor::appleSilicon;
         } else if (text == "intel") {
-            scenario.flavor = platform::Flavor::intel;
+            scenario.flavor = Flavor::intel;
         } else if (text == "linux") {
-            scenario.flavor = platform::Flavor::linux;
+            scenario.flavor = Flavor::linux;
         } else {
             fail("flavor", "\"appleSilicon\", \"intel\" or \"linux\"");
         }
     }
     if (const auto* machine = field(json, "linux")) {
-        if (scenario.flavor != platform::Flavor::linux)
+        if (scenario.flavor != Flavor::linux)
             fail("linux", "no linux object on a Mac (set \"flavor\": \"linux\")");
         scenario.linuxMachine = readLinuxMachine(*machine, "linux");
     }

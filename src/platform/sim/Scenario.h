@@ -13,6 +13,7 @@
 #include "platform/Screens.h"
 #include "platform/Platform.h"
 #include "platform/macos/Registry.h"
+#include "platform/sim/Flavor.h"
 #include "platform/sim/MonitorSpec.h"
 
 namespace pw::sim {
@@ -110,7 +111,7 @@ struct LinuxMachineSpec {
 };
 
 struct Scenario {
-    platform::Flavor flavor = platform::Flavor::appleSilicon;
+    Flavor flavor = Flavor::appleSilicon;
     std::vector<DisplaySpec> displays;
     LinuxMachineSpec linuxMachine; // read only for "flavor": "linux"
     std::string source;      // file it came from, for messages

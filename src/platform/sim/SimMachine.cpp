@@ -122,11 +122,10 @@ struct Attachment {
 };
 
 // This program as the simulated workspace knows it.
-macos::RunningApplication selfApplication(const SimHostInfo& host) {
+macos::RunningApplication selfApplication(const SimHostFacts& host) {
     macos::RunningApplication app;
     app.processId = host.processId();
-    if (const auto id = host.bundleInfo("CFBundleIdentifier"))
-        if (const auto* text = std::get_if<std::string>(&*id)) app.bundleIdentifier = *text;
+    if (auto id = host.build().identifier; !id.empty()) app.bundleIdentifier = std::move(id);
     return app;
 }
 
@@ -146,14 +145,14 @@ bool pointerOnBuiltInPanel(SimDisplayServices& displays) {
 } // namespace
 
 struct SimMachine::State {
-    platform::Flavor flavor = platform::Flavor::appleSilicon;
+    Flavor flavor = Flavor::appleSilicon;
     std::shared_ptr<platform::Clock> clock;
     std::shared_ptr<platform::MainQueue> mainQueue;
     VirtualClock* virtualClock = nullptr;
     ManualMainQueue* manualQueue = nullptr;
     std::shared_ptr<MemorySystemLog> systemLog = std::make_shared<MemorySystemLog>();
     std::shared_ptr<MemoryUserDefaults> defaults = std::make_shared<MemoryUserDefaults>();
-    std::shared_ptr<SimHostInfo> host;
+    std::shared_ptr<SimHostFacts> host;
     std::shared_ptr<BusLog> bus;
     std::shared_ptr<SimRegistry> registry;
     std::shared_ptr<SimDisplayServices> displays = std::make_shared<SimDisplayServices>();
@@ -200,11 +199,11 @@ struct SimMachine::State {
 
 void SimMachine::State::build(const Scenario& scenario) {
     flavor = scenario.flavor;
-    host = std::make_shared<SimHostInfo>(flavor);
+    host = std::make_shared<SimHostFacts>(flavor);
     bus = holdingClock<BusLog>(clock);
     registry = std::make_shared<SimRegistry>(mainQueue);
     avServices = std::make_shared<SimAVServices>(bus);
-    if (flavor == platform::Flavor::intel)
+    if (flavor == Flavor::intel)
         framebufferI2C = std::make_shared<SimFramebufferI2C>(registry, bus);
     gamma = std::make_shared<SimGammaTables>(displays);
     offersGamma = scenario.softwareDimming;
@@ -212,7 +211,7 @@ void SimMachine::State::build(const Scenario& scenario) {
     workspace = std::make_shared<SimWorkspace>(mainQueue, selfApplication(*host));
     distributedBus = makeDistributedBus();
     distributed = std::make_shared<SimDistributedNotifications>(distributedBus, mainQueue);
-    if (flavor == platform::Flavor::linux) {
+    if (flavor == Flavor::linux) {
         mediaKeys = keyboard;
     } else {
         // A Mac's keys come through the code a Mac runs, on the simulated taps and workspace.
@@ -220,11 +219,11 @@ void SimMachine::State::build(const Scenario& scenario) {
         mac.taps = eventTaps;
         mac.workspace = workspace;
         mac.distributed = distributed;
-        mac.ownIdentifier = [weak = std::weak_ptr<SimHostInfo>(host)]() -> std::optional<std::string> {
-            const auto info = weak.lock();
-            const auto value = info ? info->bundleInfo("CFBundleIdentifier") : std::nullopt;
-            if (const auto* text = value ? std::get_if<std::string>(&*value) : nullptr) return *text;
-            return std::nullopt; // absent, or not a string: as good as none
+        mac.ownIdentifier = [weak = std::weak_ptr<SimHostFacts>(host)]() -> std::optional<std::string> {
+            const auto facts = weak.lock();
+            auto id = facts ? facts->build().identifier : std::string();
+            if (!id.empty()) return id;
+            return std::nullopt; // a build without one: as good as none
         };
         mac.pointerOnBuiltInPanel = [weak = std::weak_ptr<SimDisplayServices>(displays)] {
             const auto screens = weak.lock();
@@ -235,7 +234,7 @@ void SimMachine::State::build(const Scenario& scenario) {
     osdFramework = std::make_shared<SimOSDFramework>();
     indicatorWindow = std::make_shared<SimIndicatorWindow>(clock);
     levelIndicator = std::make_shared<SimLevelIndicator>(clock);
-    if (flavor == platform::Flavor::linux) {
+    if (flavor == Flavor::linux) {
         drm = std::make_shared<SimDrmSysfs>();
         i2c = std::make_shared<SimI2CDevices>(bus);
         hotPlug = std::make_shared<SimHotPlugMonitor>(mainQueue);
@@ -249,10 +248,10 @@ void SimMachine::State::build(const Scenario& scenario) {
         }
     }
 
-    if (flavor == platform::Flavor::appleSilicon || flavor == platform::Flavor::intel)
+    if (flavor == Flavor::appleSilicon || flavor == Flavor::intel)
         monitors = std::make_shared<macos::MacMonitors>(macParts());
 
-    if (flavor == platform::Flavor::appleSilicon) {
+    if (flavor == Flavor::appleSilicon) {
         const auto expert = registry->addEntry(registry->root(), "AppleARMPE", "AppleARMPE");
         bus0 = registry->addEntry(expert, "AppleARMIO", "arm-io", "10F00000");
     } else {
@@ -271,7 +270,7 @@ void SimMachine::State::build(const Scenario& scenario) {
 
 macos::MacParts SimMachine::State::macParts() const {
     macos::MacParts parts;
-    parts.kind = flavor == platform::Flavor::intel ? macos::MacParts::Kind::intel
+    parts.kind = flavor == Flavor::intel ? macos::MacParts::Kind::intel
                                                    : macos::MacParts::Kind::appleSilicon;
     parts.clock = clock;
     parts.mainQueue = mainQueue;
@@ -300,11 +299,11 @@ Attachment SimMachine::State::attach(const DisplaySpec& display) {
     if (display.monitor && !display.builtin) {
         attachment.monitor = holdingClock<VirtualMonitor>(clock, *display.monitor);
     }
-    if (flavor == platform::Flavor::linux) {
+    if (flavor == Flavor::linux) {
         attachLinux(display, attachment);
         return attachment;
     }
-    if (flavor == platform::Flavor::appleSilicon) {
+    if (flavor == Flavor::appleSilicon) {
         attachAppleSilicon(display, attachment);
     } else {
         attachIntel(display, attachment);
@@ -462,7 +461,6 @@ SimMachine::~SimMachine() = default;
 
 platform::Platform SimMachine::platform() const {
     platform::Platform p;
-    p.flavor = state_->flavor;
     p.clock = state_->clock;
     p.mainQueue = state_->mainQueue;
     p.systemLog = state_->systemLog;
@@ -478,17 +476,13 @@ platform::Platform SimMachine::platform() const {
         platform::WindowIndicator::create(state_->mainQueue, state_->displays,
                                           state_->indicatorWindow),
         [log = state_->systemLog, host = state_->host](std::string_view line) {
-            const auto id = host->bundleInfo("CFBundleIdentifier");
-            const auto* text = id ? std::get_if<std::string>(&*id) : nullptr;
-            log->write(text ? *text : std::string("com.panelwright.app"), "OSD",
+            const auto id = host->build().identifier;
+            log->write(id.empty() ? std::string("com.panelwright.app") : id, "OSD",
                        platform::LogLevel::info, line);
         });
-    if (state_->flavor == platform::Flavor::linux) {
+    if (state_->flavor == Flavor::linux) {
         // A Linux machine's screens come from its desktop session, which this one lacks.
         p.screens = nullptr;
-        p.drm = state_->drm;
-        p.i2cDevices = state_->i2c;
-        p.hotPlug = state_->hotPlug;
         p.indicator = state_->levelIndicator;
     }
     p.loginItems = state_->loginItems;
@@ -507,7 +501,7 @@ MemorySystemLog& SimMachine::systemLog() const {
 MemoryUserDefaults& SimMachine::defaults() const {
     return *state_->defaults;
 }
-SimHostInfo& SimMachine::host() const {
+SimHostFacts& SimMachine::host() const {
     return *state_->host;
 }
 BusLog& SimMachine::bus() const {

@@ -12,7 +12,7 @@
 #include "platform/sim/MemorySystemLog.h"
 #include "platform/sim/MemoryUserDefaults.h"
 #include "platform/sim/Scenario.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/VirtualClock.h"
 #include "platform/sim/VirtualMonitor.h"
@@ -64,7 +64,7 @@ public:
 
     MemorySystemLog& systemLog() const;
     MemoryUserDefaults& defaults() const;
-    SimHostInfo& host() const;
+    SimHostFacts& host() const;
     BusLog& bus() const;
     RegistryLedger ledger() const;
 

@@ -69,10 +69,11 @@ protected:
         std::shared_ptr<DisplayManager> manager;
 
         Program(const std::filesystem::path& root, bool force) {
-            machine = platform::makeLinuxPlatform({root, force, queue});
+            const auto linuxMachine = platform::makeLinuxMachine({root, force, queue});
+            machine = linuxMachine.platform;
             machine.clock = clock;
-            machine.monitors = std::make_shared<LinuxMonitors>(
-                LinuxMonitors::Parts{machine.drm, machine.i2cDevices, machine.hotPlug, clock});
+            machine.monitors = std::make_shared<LinuxMonitors>(LinuxMonitors::Parts{
+                linuxMachine.drm, linuxMachine.i2cDevices, linuxMachine.hotPlug, clock});
             machine.systemLog = std::make_shared<sim::MemorySystemLog>();
             installed = std::make_unique<ScopedPlatform>(machine);
             manager = std::make_shared<DisplayManager>(machine, ddc);

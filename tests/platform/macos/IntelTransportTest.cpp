@@ -4,7 +4,7 @@
 #include "common/TestSupport.h"
 #include "ddc/DDCMessages.h"
 #include "platform/sim/ManualMainQueue.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/VirtualClock.h"
 #include "platform/macos/RecordingFramebufferI2C.h"
 
@@ -35,7 +35,7 @@ protected:
     }
 
     test::TempDir dir;
-    sim::SimHostInfo host{platform::Flavor::intel};
+    sim::SimHostFacts host{sim::Flavor::intel};
     std::shared_ptr<sim::VirtualClock> clock = std::make_shared<sim::VirtualClock>();
     std::shared_ptr<sim::ManualMainQueue> mainQueue =
         std::make_shared<sim::ManualMainQueue>(*clock);

@@ -5,7 +5,7 @@
 #include "platform/sim/ManualMainQueue.h"
 #include "platform/sim/SimDisplayServices.h"
 #include "platform/sim/SimEventTaps.h"
-#include "platform/sim/SimHostInfo.h"
+#include "platform/sim/SimHostFacts.h"
 #include "platform/sim/SimMachine.h"
 #include "platform/sim/SimWorkspace.h"
 #include "support/RunLoop.h"

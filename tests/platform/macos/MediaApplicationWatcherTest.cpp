@@ -60,7 +60,7 @@ TEST_F(WatcherBed, WhitelistInForceIsTheStaticListPlusOurOwnIdentifier) {
     startWatcher({});
     EXPECT_EQ(watcher->whitelistInForce().size(), list.size() + 1);
     EXPECT_TRUE(watcher->whitelistInForce().contains("com.panelwright.app"));
-    machine.host().setBundleInfo("CFBundleIdentifier", std::nullopt);
+    machine.host().setBuild({});
     EXPECT_EQ(watcher->whitelistInForce().size(), list.size());
 }
 
@@ -164,7 +164,7 @@ TEST_F(WatcherBed, AnnouncementsAndRepliesFillTheDynamicWhitelist) {
     EXPECT_EQ(owner->intercept, (std::vector<bool>{false}));
 
     // Without an identifier of our own, announcements carry none and every string counts.
-    machine.host().setBundleInfo("CFBundleIdentifier", std::nullopt);
+    machine.host().setBuild({});
     other.post("MediaKeyHookDidStart", std::string("com.panelwright.app"));
     main().runPending();
     EXPECT_TRUE(watcher->dynamicWhitelist().contains("com.panelwright.app"));

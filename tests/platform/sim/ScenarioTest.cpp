@@ -30,7 +30,7 @@ ScenarioError refused(std::string_view json) {
 TEST(ScenarioLoader, FillsDefaultsFromPositionAndName) {
     const auto scenario = parsed(R"({"displays": [{}, {"builtin": true}, {"name": "Desk",
                                      "monitor": {}}, {"id": 9, "monitor": {"features": {}}}]})");
-    EXPECT_EQ(scenario.flavor, platform::Flavor::appleSilicon);
+    EXPECT_EQ(scenario.flavor, sim::Flavor::appleSilicon);
     EXPECT_EQ(scenario.source, "test.json");
     EXPECT_TRUE(scenario.softwareDimming);
     EXPECT_FALSE(parsed(R"({"softwareDimming": false})").softwareDimming);

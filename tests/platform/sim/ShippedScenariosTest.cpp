@@ -64,7 +64,7 @@ TEST_F(ShippedScenarios, EachDoesWhatItsDescriptionSays) {
         ASSERT_TRUE(std::holds_alternative<sim::Scenario>(loaded))
             << std::get<sim::ScenarioError>(loaded).message();
         EXPECT_FALSE(std::get<sim::Scenario>(loaded).description.empty());
-        EXPECT_EQ(std::get<sim::Scenario>(loaded).flavor == platform::Flavor::linux,
+        EXPECT_EQ(std::get<sim::Scenario>(loaded).flavor == sim::Flavor::linux,
                   std::string(row.file).starts_with("linux-"));
         EXPECT_EQ(std::get<sim::Scenario>(loaded).source,
                   test::sourcePath(std::string("scenarios/") + row.file).string());

@@ -44,7 +44,7 @@ DisplaySpec intelMonitor(platform::DisplayID id, std::uint32_t serial = 0) {
 
 SimMachine intelMachine(std::vector<DisplaySpec> displays) {
     Scenario s;
-    s.flavor = platform::Flavor::intel;
+    s.flavor = sim::Flavor::intel;
     s.displays = std::move(displays);
     return SimMachine(std::move(s));
 }

@@ -143,11 +143,13 @@ TEST(DesktopAssembly, AWaylandSessionWithoutXOrBusStartsAtOnceAndSaysWhatIsUnava
 
     auto log = std::make_shared<sim::MemorySystemLog>();
     sim::VirtualClock clock;
-    platform::Platform p;
+    platform::LinuxMachine machine;
+    platform::Platform& p = machine.platform;
     p.systemLog = log;
     p.mainQueue = std::make_shared<sim::ManualMainQueue>(clock);
     const auto started = std::chrono::steady_clock::now();
-    const auto power = ui::assembleDesktop(p, std::make_shared<sim::SimIndicatorWindow>(nullptr));
+    const auto power =
+        ui::assembleDesktop(machine, std::make_shared<sim::SimIndicatorWindow>(nullptr));
     // Generous: the pieces' bus timeouts are 500 ms each; a hang would be far longer.
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 

@@ -1,19 +1,18 @@
 #pragma once
 
-#include "platform/HostInfo.h"
+#include "platform/HostFacts.h"
 
-#include <map>
 #include <string_view>
 
 namespace pw::platform {
 
 // The running Linux process and machine. The log lives under the XDG state folder; the
-// bundle facts are fixed when the program is built.
-class LinuxHostInfo final : public HostInfo {
+// build facts are the ones the program was built with.
+class LinuxHostFacts final : public HostFacts {
 public:
     // Takes the log location from the environment once: it does not move during a run.
-    LinuxHostInfo();
-    explicit LinuxHostInfo(std::filesystem::path logPath);
+    LinuxHostFacts();
+    explicit LinuxHostFacts(std::filesystem::path logPath);
 
     // $XDG_STATE_HOME/panelwright/Panelwright.log. An unset, empty or relative
     // XDG_STATE_HOME means $HOME/.local/state; an empty HOME means the home folder of the
@@ -30,13 +29,12 @@ public:
     std::string architectureLine() const override;
     std::string processName() const override;
     std::int64_t processId() const override;
-    std::optional<BundleValue> bundleInfo(const std::string& key) const override;
+    BuildFacts build() const override { return thisBuild(); }
     std::vector<std::string> currentStackSymbols() const override;
     StackWriter stackWriter() const override;
 
 private:
     std::filesystem::path logPath_;
-    std::map<std::string, BundleValue, std::less<>> bundle_;
 };
 
 } // namespace pw::platform

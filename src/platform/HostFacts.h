@@ -2,22 +2,29 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace pw::platform {
 
-// A value of the application bundle's information dictionary. Keys the program
-// reads: "CFBundleShortVersionString", "CFBundleVersion", "GitCommitHash",
-// "NSHumanReadableCopyright", "CFBundleIdentifier".
-using BundleValue = std::variant<std::string, std::int64_t>;
+// What this build of the program is. An empty field is one the build does not know.
+struct BuildFacts {
+    std::string version;     // "0.1.0"
+    std::string buildNumber; // "1"
+    std::string commit;      // the source commit, empty outside a checkout
+    std::string copyright;   // "© 2026 The Panelwright developers"
+    std::string identifier;  // "com.panelwright.app": the system log's subsystem
+};
+
+// The facts the build was made with (version, build number and commit as the build
+// passed them). Linux and the simulated machine answer these; a Mac reads its own from
+// the application's information file.
+BuildFacts thisBuild();
 
 // Facts about the running process and machine, and where the program keeps its files.
-class HostInfo {
+class HostFacts {
 public:
-    virtual ~HostInfo() = default;
+    virtual ~HostFacts() = default;
 
     // Where the diagnostic log lives (macOS: ~/Library/Logs/Panelwright.log;
     // Linux: $XDG_STATE_HOME/panelwright/Panelwright.log).
@@ -33,7 +40,8 @@ public:
     virtual std::string processName() const = 0;
     virtual std::int64_t processId() const = 0;
 
-    virtual std::optional<BundleValue> bundleInfo(const std::string& key) const = 0;
+    // This build's version, number, commit, copyright and identifier.
+    virtual BuildFacts build() const = 0;
 
     // Symbols of the calling thread's stack, innermost first.
     virtual std::vector<std::string> currentStackSymbols() const = 0;

@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/LinuxHostFacts.h"
 
 #include "base/DiagnosticLog.h"
 #include "common/TestSupport.h"
@@ -26,21 +26,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(LinuxHostInfo, TheLogLivesInTheXdgStateFolder) {
-    EXPECT_EQ(LinuxHostInfo::logPathFor("/state", "/home/ann"),
+TEST(LinuxHostFacts, TheLogLivesInTheXdgStateFolder) {
+    EXPECT_EQ(LinuxHostFacts::logPathFor("/state", "/home/ann"),
               "/state/panelwright/Panelwright.log");
     for (const char* unusable : {"", "relative/state"})
-        EXPECT_EQ(LinuxHostInfo::logPathFor(unusable, "/home/ann"),
+        EXPECT_EQ(LinuxHostFacts::logPathFor(unusable, "/home/ann"),
                   "/home/ann/.local/state/panelwright/Panelwright.log");
     const passwd* account = ::getpwuid(::getuid());
     ASSERT_NE(account, nullptr);
-    EXPECT_EQ(LinuxHostInfo::logPathFor("", ""),
+    EXPECT_EQ(LinuxHostFacts::logPathFor("", ""),
               fs::path(account->pw_dir) / ".local/state/panelwright/Panelwright.log");
 }
 
-TEST(LinuxHostInfo, PreparingTheFolderCreatesItPrivateOrSaysItCannot) {
+TEST(LinuxHostFacts, PreparingTheFolderCreatesItPrivateOrSaysItCannot) {
     test::TempDir dir;
-    const LinuxHostInfo host(dir / "a/b/panelwright/Panelwright.log");
+    const LinuxHostFacts host(dir / "a/b/panelwright/Panelwright.log");
     EXPECT_TRUE(host.prepareDiagnosticLogFolder());
     struct stat info {};
     ASSERT_EQ(::stat((dir / "a/b/panelwright").c_str(), &info), 0);
@@ -50,30 +50,32 @@ TEST(LinuxHostInfo, PreparingTheFolderCreatesItPrivateOrSaysItCannot) {
 
     { std::ofstream(dir / "file") << "x"; }
     EXPECT_FALSE(
-        LinuxHostInfo(dir / "file/panelwright/Panelwright.log").prepareDiagnosticLogFolder());
-    EXPECT_FALSE(LinuxHostInfo(dir / "file/Panelwright.log").prepareDiagnosticLogFolder());
+        LinuxHostFacts(dir / "file/panelwright/Panelwright.log").prepareDiagnosticLogFolder());
+    EXPECT_FALSE(LinuxHostFacts(dir / "file/Panelwright.log").prepareDiagnosticLogFolder());
 }
 
-TEST(LinuxHostInfo, KernelReleasesAreShortenedToThreeNumbers) {
-    EXPECT_EQ(LinuxHostInfo::kernelVersion("6.1.0-18-amd64"), "6.1.0");
-    EXPECT_EQ(LinuxHostInfo::kernelVersion("5.15.146.1-microsoft-standard-WSL2"), "5.15.146");
-    EXPECT_EQ(LinuxHostInfo::kernelVersion("6.8-rc1"), "6.8.0");
-    EXPECT_EQ(LinuxHostInfo::kernelVersion("6.x"), "6.0.0");
-    EXPECT_EQ(LinuxHostInfo::kernelVersion("weird"), "weird");
+TEST(LinuxHostFacts, KernelReleasesAreShortenedToThreeNumbers) {
+    EXPECT_EQ(LinuxHostFacts::kernelVersion("6.1.0-18-amd64"), "6.1.0");
+    EXPECT_EQ(LinuxHostFacts::kernelVersion("5.15.146.1-microsoft-standard-WSL2"), "5.15.146");
+    EXPECT_EQ(LinuxHostFacts::kernelVersion("6.8-rc1"), "6.8.0");
+    EXPECT_EQ(LinuxHostFacts::kernelVersion("6.x"), "6.0.0");
+    EXPECT_EQ(LinuxHostFacts::kernelVersion("weird"), "weird");
 }
 
-TEST(LinuxHostInfo, BannerFactsDescribeThisProcessAndBuild) {
-    const LinuxHostInfo host(fs::path("/unused"));
+TEST(LinuxHostFacts, BannerFactsDescribeThisProcessAndBuild) {
+    const LinuxHostFacts host(fs::path("/unused"));
     EXPECT_TRUE(std::regex_match(host.operatingSystemLine(), std::regex(R"(Linux \d+\.\d+\.\d+)")));
     EXPECT_TRUE(
         std::regex_match(host.architectureLine(), std::regex(R"(Architecture: \S+ \(Linux\))")));
     // The kernel keeps the first 15 bytes of the executable's name.
     EXPECT_EQ(host.processName(),
               fs::read_symlink("/proc/self/exe").filename().string().substr(0, 15));
-    EXPECT_EQ(host.bundleInfo("CFBundleIdentifier"),
-              BundleValue(std::string("com.panelwright.app")));
-    const auto version = host.bundleInfo("CFBundleShortVersionString").value_or(std::int64_t{0});
-    EXPECT_TRUE(std::holds_alternative<std::string>(version));
+    // The build passed its version ("0.0.0" is the fallback of a build that did not).
+    const BuildFacts build = host.build();
+    EXPECT_EQ(build.identifier, "com.panelwright.app");
+    EXPECT_TRUE(std::regex_match(build.version, std::regex(R"(\d+\.\d+\.\d+)")));
+    EXPECT_NE(build.version, "0.0.0");
+    EXPECT_FALSE(build.buildNumber.empty());
 }
 
 // A death-test child runs the test again from its start in a new process; it finds the
@@ -85,14 +87,14 @@ fs::path crashFolder() {
     return folder.path();
 }
 
-TEST(LinuxHostInfo, CrashLinesCarryARealStackTrace) {
+TEST(LinuxHostFacts, CrashLinesCarryARealStackTrace) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fs::path folder = crashFolder();
     const fs::path file = folder / "Panelwright.log";
 
     EXPECT_EXIT(
         {
-            const LinuxHostInfo host(file);
+            const LinuxHostFacts host(file);
             SystemClock clock;
             DiagnosticLog::start(file, host, clock);
             crashInsidePanelwrightTest();

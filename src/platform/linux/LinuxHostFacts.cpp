@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxHostInfo.h"
+#include "platform/linux/LinuxHostFacts.h"
 
 #include "platform/posix/BaseDirectories.h"
 #include "platform/posix/ProcessStack.h"
@@ -10,14 +10,6 @@
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
-
-// Bundle facts fixed at build time; the build passes the real ones.
-#ifndef PW_VERSION
-#define PW_VERSION "0.0.0"
-#endif
-#ifndef PW_BUILD_NUMBER
-#define PW_BUILD_NUMBER "1"
-#endif
 
 namespace pw::platform {
 
@@ -41,22 +33,19 @@ constexpr std::string_view kArchitecture = "";
 
 } // namespace
 
-LinuxHostInfo::LinuxHostInfo(fs::path logPath) : logPath_(std::move(logPath)) {
-    bundle_.emplace("CFBundleShortVersionString", std::string(PW_VERSION));
-    bundle_.emplace("CFBundleVersion", std::string(PW_BUILD_NUMBER));
-    bundle_.emplace("CFBundleIdentifier", std::string("com.panelwright.app"));
+LinuxHostFacts::LinuxHostFacts(fs::path logPath) : logPath_(std::move(logPath)) {
     // The unwinder allocates when first loaded: now rather than in a signal handler.
     loadStackUnwinder();
 }
 
-LinuxHostInfo::LinuxHostInfo() : LinuxHostInfo(xdg::stateHome() / "panelwright" / "Panelwright.log") {}
+LinuxHostFacts::LinuxHostFacts() : LinuxHostFacts(xdg::stateHome() / "panelwright" / "Panelwright.log") {}
 
-fs::path LinuxHostInfo::logPathFor(std::string_view xdgStateHome, std::string_view home) {
+fs::path LinuxHostFacts::logPathFor(std::string_view xdgStateHome, std::string_view home) {
     return xdg::baseDirectory(xdgStateHome, home, fs::path(".local") / "state") / "panelwright" /
            "Panelwright.log";
 }
 
-std::string LinuxHostInfo::kernelVersion(std::string_view release) {
+std::string LinuxHostFacts::kernelVersion(std::string_view release) {
     std::string version;
     std::size_t at = 0;
     for (int part = 0; part < 3; ++part) {
@@ -80,7 +69,7 @@ std::string LinuxHostInfo::kernelVersion(std::string_view release) {
     return version;
 }
 
-bool LinuxHostInfo::prepareDiagnosticLogFolder() const {
+bool LinuxHostFacts::prepareDiagnosticLogFolder() const {
     const fs::path folder = logPath_.parent_path();
     if (folder.empty()) return true;
     fs::path partial;
@@ -92,13 +81,13 @@ bool LinuxHostInfo::prepareDiagnosticLogFolder() const {
     return ::stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-std::string LinuxHostInfo::operatingSystemLine() const {
+std::string LinuxHostFacts::operatingSystemLine() const {
     utsname names{};
     if (::uname(&names) != 0) return "Linux";
     return "Linux " + kernelVersion(names.release);
 }
 
-std::string LinuxHostInfo::architectureLine() const {
+std::string LinuxHostFacts::architectureLine() const {
     std::string name(kArchitecture);
     if (name.empty()) {
         utsname names{};
@@ -107,27 +96,21 @@ std::string LinuxHostInfo::architectureLine() const {
     return "Architecture: " + name + " (Linux)";
 }
 
-std::string LinuxHostInfo::processName() const {
+std::string LinuxHostFacts::processName() const {
     std::ifstream comm("/proc/self/comm");
     std::string name;
     if (std::getline(comm, name) && !name.empty()) return name;
     return program_invocation_short_name;
 }
 
-std::int64_t LinuxHostInfo::processId() const {
+std::int64_t LinuxHostFacts::processId() const {
     return static_cast<std::int64_t>(::getpid());
 }
 
-std::optional<BundleValue> LinuxHostInfo::bundleInfo(const std::string& key) const {
-    const auto it = bundle_.find(key);
-    if (it == bundle_.end()) return std::nullopt;
-    return it->second;
-}
-
-std::vector<std::string> LinuxHostInfo::currentStackSymbols() const {
+std::vector<std::string> LinuxHostFacts::currentStackSymbols() const {
     return processStackSymbols(1); // the caller wants its own stack, not this function
 }
 
-HostInfo::StackWriter LinuxHostInfo::stackWriter() const { return writeProcessStack; }
+HostFacts::StackWriter LinuxHostFacts::stackWriter() const { return writeProcessStack; }
 
 } // namespace pw::platform
