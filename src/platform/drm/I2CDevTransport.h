@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Clock.h"
-#include "platform/I2CDevices.h"
+#include "platform/drm/I2CDevices.h"
 #include "platform/I2CTransport.h"
 
 #include <chrono>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/Clock.h"
-#include "platform/DrmSysfs.h"
-#include "platform/HotPlugMonitor.h"
-#include "platform/I2CDevices.h"
+#include "platform/drm/DrmSysfs.h"
+#include "platform/drm/HotPlugMonitor.h"
+#include "platform/drm/I2CDevices.h"
 #include "platform/Monitors.h"
 
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/DrmSysfs.h"
+#include "platform/drm/DrmSysfs.h"
 
 #include <filesystem>
 

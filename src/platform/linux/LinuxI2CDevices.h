@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/I2CDevices.h"
+#include "platform/drm/I2CDevices.h"
 
 #include <atomic>
 #include <filesystem>

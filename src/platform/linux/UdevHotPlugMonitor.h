@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/HotPlugMonitor.h"
+#include "platform/drm/HotPlugMonitor.h"
 #include "platform/MainQueue.h"
 
 #include <memory>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/DrmSysfs.h"
-#include "platform/HotPlugMonitor.h"
-#include "platform/I2CDevices.h"
+#include "platform/drm/DrmSysfs.h"
+#include "platform/drm/HotPlugMonitor.h"
+#include "platform/drm/I2CDevices.h"
 #include "platform/MainQueue.h"
 #include "platform/sim/BusLog.h"
 #include "platform/sim/VirtualMonitor.h"

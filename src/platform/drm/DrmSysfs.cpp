@@ -1,4 +1,4 @@
-#include "platform/DrmSysfs.h"
+#include "platform/drm/DrmSysfs.h"
 
 #include <array>
 #include <string_view>
