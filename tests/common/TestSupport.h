@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <fstream>
 #include <filesystem>
 #include <string>
 
@@ -42,5 +44,18 @@ std::filesystem::path sourcePath(const std::string& relative);
 
 // The whole contents of a file, or "" when it cannot be read.
 std::string readFile(const std::filesystem::path& file);
+
+// Threads of this process whose name starts with `prefix` right now (Linux). Only named
+// ones are counted: sanitizer runtimes start helper threads of their own.
+inline std::size_t threadCount(const std::string& prefix) {
+    std::size_t n = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream comm(entry.path() / "comm");
+        std::string name;
+        std::getline(comm, name);
+        if (name.rfind(prefix, 0) == 0) ++n;
+    }
+    return n;
+}
 
 } // namespace pw::test

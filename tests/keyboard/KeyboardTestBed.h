@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/TestSupport.h"
+
 #include "display/DisplayTestBed.h" // monitorDisplay, builtinPanel, scenarioOf
 #include "keyboard/KeyboardManager.h"
 #include "osd/OSDManager.h"
@@ -78,19 +80,6 @@ protected:
     std::shared_ptr<OSDManager> osd;
     std::shared_ptr<KeyboardManager> keyboard;
 };
-
-// Threads of this process whose name starts with `prefix` right now (Linux). Only named
-// ones are counted: sanitizer runtimes start helper threads of their own.
-inline std::size_t threadCount(const std::string& prefix) {
-    std::size_t n = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream comm(entry.path() / "comm");
-        std::string name;
-        std::getline(comm, name);
-        if (name.rfind(prefix, 0) == 0) ++n;
-    }
-    return n;
-}
 
 inline sim::DisplaySpec keyMonitor(platform::DisplayID id, sim::MonitorSpec::Feature brightness,
                                    sim::MonitorSpec::Feature volume = {50, 100},

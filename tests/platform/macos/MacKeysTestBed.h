@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/TestSupport.h"
+
 #include "platform/macos/SystemDefinedKeys.h"
 #include "platform/macos/TapMediaKeys.h"
 #include "platform/sim/ManualMainQueue.h"
@@ -35,19 +37,6 @@ inline sim::Scenario laptopWithMonitor() {
     monitor.id = kExternal;
     scenario.displays = {panel, monitor};
     return scenario;
-}
-
-// Threads of this process whose name starts with `prefix` right now (Linux). Only named
-// ones are counted: sanitizer runtimes start helper threads of their own.
-inline std::size_t threadCount(const std::string& prefix) {
-    std::size_t n = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream comm(entry.path() / "comm");
-        std::string name;
-        std::getline(comm, name);
-        if (name.rfind(prefix, 0) == 0) ++n;
-    }
-    return n;
 }
 
 inline const platform::KeySet kDisplayKeys = {MediaKey::brightnessUp, MediaKey::brightnessDown,
